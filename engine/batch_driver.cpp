@@ -1,0 +1,401 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// processall: the worker's walk over the documents and their selected pages.
+#include <cstdio>
+#include <system_error>
+
+#include "engine/batch_run.h"
+#include "engine/error.h"
+#include "engine/file_ops.h"
+#include "engine/output_naming.h"
+#include "engine/page_selection.h"
+#include "engine/text_rules.h"
+#include "engine/work_folder.h"
+
+namespace qf::engine {
+namespace fs = std::filesystem;
+
+struct BatchRun::Document {
+    int row = 0;
+    const DocumentRow* data = nullptr;
+    fs::path path;
+    bool ispdf = false;
+    std::string docpassword;
+    int tiffcode = 1;
+    std::vector<int> pagesarray;
+    bool whole_document = false;
+    std::unique_ptr<PageSource> source;
+    SourceTags tags;
+    std::unique_ptr<PdfAssembler> outpdf;
+    bool issinglepage = false;
+    std::string pagetext;
+    fs::path outputpath;
+    fs::path work_subfolder; // a combined PDF's per-document scratch folder
+
+    const std::string& name() const { return (*data)[column::name]; }
+};
+
+struct BatchRun::PageWork {
+    int pageindex = 1; // 1-based position in the selection
+    int pageno = 1;    // the page's own number
+    bool first = false;
+    bool last = false;
+    bool failed = false;
+    PagePicture picture;
+    std::string text;
+};
+
+namespace {
+
+bool holds_pdf(const std::string& format)
+{
+    return format.find("PDF") != std::string::npos;
+}
+
+PageWriteContext write_context(const OptionSnapshot& snapshot, int tiffcode, const std::string& copyright,
+                               const std::string& document_name)
+{
+    return PageWriteContext{snapshot, tiffcode, copyright, document_name};
+}
+
+} // namespace
+
+void BatchRun::processall()
+{
+    isrunning_ = true;
+    zoom_ = whole_val(snapshot_.mzoomfactor);
+    try {
+        scratch_ = std::make_unique<ScratchFolder>();
+    } catch (const Error& e) {
+        scratch_.reset();
+        fail(std::string("The work folder could not be prepared: ") + e.reason());
+    }
+    multitiff_ = services_.multipage_tiff ? services_.multipage_tiff() : nullptr;
+    if (snapshot_.mimageformat == kTiffMultipage && snapshot_.mcombineall) {
+        open_combined_tiff();
+    }
+    for (int row = 0; row <= llistcount_; ++row) {
+        if (pleasestop_) {
+            log_.line("Processing Terminated by User ");
+            break;
+        }
+        run_document(row);
+    }
+    combined_tail();
+    multitiff_.reset();
+    stamper_.reset();
+    scratch_.reset();
+    boliao_ = true;
+}
+
+void BatchRun::run_document(int row)
+{
+    Document doc;
+    doc.row = row;
+    doc.data = &filelist_[static_cast<std::size_t>(row)];
+    const DocumentRow& data = *doc.data;
+    doc.path = fs::path(data[column::folder]) / data[column::name];
+    std::error_code error;
+    if (!fs::exists(doc.path, error)) {
+        fail(doc.name() + " cannot be processed as it could have been moved or deleted");
+        return;
+    }
+    doc.docpassword = data[column::password];
+    doc.tiffcode = tiff_compression_code(snapshot_.mtiffcompression);
+    doc.pagesarray = threadgetpages(data, snapshot_.musepageranges);
+    if (doc.pagesarray.empty()) {
+        fail(doc.name() + " could not be opened: no pages are selected");
+        return;
+    }
+    doc.whole_document = checkifallpages(data, doc.pagesarray);
+    if (!snapshot_.mcombineall) {
+        totalpage_ = 0;
+    }
+    doc.ispdf = iends_with(data[column::folder] + data[column::name], ".PDF");
+    const SourceOpener& opener = doc.ispdf ? services_.open_pdf : services_.open_tiff;
+    try {
+        if (!opener) {
+            throw Error(ErrorKind::Unsupported, doc.ispdf ? "PDF documents cannot be read by this build"
+                                                          : "TIFF documents cannot be read by this build");
+        }
+        doc.source = opener({doc.path, doc.docpassword, data[column::tile_marker]});
+        if (!doc.ispdf) {
+            doc.tags = doc.source->tags();
+        }
+    } catch (const std::exception& e) {
+        const auto* error_with_reason = dynamic_cast<const Error*>(&e);
+        fail(doc.name() + " could not be opened: " + (error_with_reason ? error_with_reason->reason() : e.what()));
+        return;
+    }
+    if (snapshot_.mcombineall && snapshot_.mimageformat == kPdfMultipage && scratch_) {
+        doc.work_subfolder = scratch_->path() / ("document-" + std::to_string(row + 1));
+        fs::create_directories(doc.work_subfolder, error);
+    }
+    const int selectedcount = static_cast<int>(doc.pagesarray.size());
+    for (int pageindex = 1; pageindex <= selectedcount; ++pageindex) {
+        run_page(doc, pageindex);
+    }
+    document_end(doc);
+}
+
+void BatchRun::run_page(Document& doc, int pageindex)
+{
+    PageWork page;
+    page.pageindex = pageindex;
+    page.pageno = doc.pagesarray[static_cast<std::size_t>(pageindex - 1)];
+    page.first = pageindex == 1;
+    page.last = pageindex == static_cast<int>(doc.pagesarray.size());
+    theimageformat_ = snapshot_.mimageformat;
+    ++totalpage_;
+
+    const NamingRequest naming{snapshot_,
+                               *doc.data,
+                               filelist_.front(),
+                               theimageformat_,
+                               page.pageno,
+                               page.first,
+                               doc.pagesarray.front(),
+                               doc.pagesarray.back(),
+                               doc.whole_document,
+                               outputname_,
+                               &source_paths_,
+                               doc.work_subfolder};
+    const NamingResult named = name_output(naming);
+    outputname_ = named.outputname;
+    doc.outputpath = named.outputpath;
+    doc.issinglepage = named.issinglepage;
+    if (snapshot_.mcombineall && theimageformat_ == kPdfMultipage && page.first) {
+        countlist_.push_back(doc.outputpath);
+    }
+
+    // The open step: a new PDF for every page of a single-page document, once for a multipage one.
+    if (holds_pdf(theimageformat_) && (theimageformat_ == kPdfSinglePage || page.first)) {
+        doc.outpdf = services_.pdf_assembler ? services_.pdf_assembler(doc.outputpath, snapshot_) : nullptr;
+    }
+
+    prepare_page(doc, page);
+    if (page.first) {
+        log_.line(doc.name() + " is being Processed");
+    }
+    if (!page.failed && holds_pdf(theimageformat_)) {
+        try {
+            if (!doc.outpdf) {
+                throw Error(ErrorKind::Unsupported, "PDF output is not available in this build");
+            }
+            if (doc.ispdf) {
+                doc.outpdf->add_pdf_page(doc.path, doc.docpassword, page.pageno);
+            } else {
+                // Sized from the first image's resolution, one scale for both axes.
+                const bool has_resolution = doc.tags.xres > 0 && doc.tags.yres > 0;
+                const double pagexres = has_resolution ? doc.tags.xres : 72;
+                doc.outpdf->add_image_page(page.picture, 72.0 / pagexres);
+            }
+        } catch (const Error& e) {
+            page.failed = true;
+            page.text = e.reason();
+        }
+    }
+    if (doc.ispdf) {
+        log_.line("Page " + std::to_string(page.pageno) + " is being Processed ");
+    } else if (page.first) {
+        log_.line("Page " + std::to_string(page.pageno) + " is being Processed");
+    }
+    if (page.failed) {
+        fail(doc.name() + " page " + std::to_string(page.pageno) + " could not be converted: " + page.text);
+    } else {
+        output_stage(doc, page);
+    }
+    if (holds_pdf(theimageformat_)) {
+        pdf_page_end(doc, page);
+    }
+    if (theimageformat_ == kTiffMultipage && !snapshot_.mcombineall && page.last && multitiff_ &&
+        multitiff_->is_open()) {
+        try {
+            multitiff_->close();
+            log_.line("Close TIFF");
+            stamp(doc.outputpath);
+        } catch (const Error& e) {
+            fail(outputname_ + " could not be saved: " + e.reason());
+        }
+    }
+    if (theimageformat_ == kText && page.last) {
+        if (trim(doc.pagetext).empty()) {
+            log_.replace("No Text Found");
+        } else {
+            try {
+                write_atomically(doc.outputpath, [&](const fs::path& temp) {
+                    std::FILE* file = std::fopen(temp.c_str(), "wb");
+                    const bool written = file != nullptr &&
+                                         std::fwrite(doc.pagetext.data(), 1, doc.pagetext.size(), file) ==
+                                             doc.pagetext.size();
+                    if (file == nullptr || std::fclose(file) != 0 || !written) {
+                        throw Error(ErrorKind::Output, "the text could not be written");
+                    }
+                });
+                log_.line(doc.outputpath.string() + " has been Saved");
+            } catch (const Error& e) {
+                fail(outputname_ + " could not be saved: " + e.reason());
+            }
+        }
+    }
+}
+
+void BatchRun::prepare_page(Document& doc, PageWork& page)
+{
+    RenderRequest request;
+    request.dpi = whole_val(snapshot_.mdotsperinch);
+    request.zoom = zoom_;
+    const std::string& format = theimageformat_;
+    bool wants_picture = false;
+    if (format == kJpeg) {
+        request.jpeg_order = true;
+        wants_picture = true;
+    } else if (format == kPng) {
+        request.flatten = false;
+        wants_picture = true;
+    } else if (format == kTiffSinglePage) {
+        wants_picture = true;
+    } else if (format == kTiffMultipage) {
+        request.flatten = snapshot_.mflattenpdf;
+        wants_picture = true;
+    } else if (holds_pdf(format)) {
+        wants_picture = !doc.ispdf; // PDF pages are copied, not rendered
+    }
+    try {
+        if (page.pageno < 1 || page.pageno > doc.source->page_count()) {
+            throw Error(ErrorKind::BadInput, "the document has " + std::to_string(doc.source->page_count()) +
+                                                 (doc.source->page_count() == 1 ? " page" : " pages"));
+        }
+        if (!doc.ispdf) {
+            ccopyright_ = doc.tags.copyright;
+            cdocumentname_ = doc.tags.document_name;
+        }
+        if (wants_picture) {
+            page.picture = doc.source->picture(page.pageno, request);
+        } else if (format == kText && doc.ispdf) {
+            page.text = doc.source->text(page.pageno);
+        }
+    } catch (const Error& e) {
+        page.failed = true;
+        page.text = e.reason();
+    } catch (const std::bad_alloc&) {
+        page.failed = true;
+        page.text = "not enough memory for the page";
+    }
+}
+
+void BatchRun::output_stage(Document& doc, PageWork& page)
+{
+    const std::string& format = theimageformat_;
+    const std::string index = std::to_string(page.pageindex);
+    if (holds_pdf(format)) {
+        log_.line("Page " + index + " Added to PDF");
+    } else if (format == kJpeg) {
+        write_picture_file(doc, page, services_.write_jpeg, "JPEG", true, false);
+    } else if (format == kPng) {
+        write_picture_file(doc, page, services_.write_png, "PNG", false, false);
+    } else if (format == kTiffSinglePage) {
+        write_picture_file(doc, page, services_.write_tiff_single, "TIFF", true, snapshot_.mcolordepth48);
+    } else if (format == kTiffMultipage) {
+        try {
+            if (!multitiff_) {
+                throw Error(ErrorKind::Unsupported, "TIFF output is not available in this build");
+            }
+            const auto context = write_context(snapshot_, doc.tiffcode, ccopyright_, cdocumentname_);
+            if (!snapshot_.mcombineall && page.first) {
+                try {
+                    multitiff_->open(doc.outputpath, context);
+                } catch (const Error& e) {
+                    fail(outputname_ + " could not be saved: " + e.reason());
+                    return;
+                }
+            }
+            if (!multitiff_->is_open()) {
+                return; // its failure to open is in the log already
+            }
+            multitiff_->add_page(page.picture, context);
+            log_.line("Page " + index + " Added to Multipage TIFF");
+        } catch (const Error& e) {
+            fail(doc.name() + " page " + std::to_string(page.pageno) + " could not be converted: " + e.reason());
+        }
+    } else if (format == kText) {
+        doc.pagetext += page.text + "\n";
+    }
+}
+
+void BatchRun::write_picture_file(Document& doc, PageWork& page, const PictureFileWriter& writer,
+                                  const char* format_name, bool stamp_it, bool deep_colour)
+{
+    try {
+        if (!writer) {
+            throw Error(ErrorKind::Unsupported, std::string(format_name) + " output is not available in this build");
+        }
+        writer(page.picture, doc.outputpath, write_context(snapshot_, doc.tiffcode, ccopyright_, cdocumentname_));
+    } catch (const Error& e) {
+        fail(outputname_ + " could not be saved: " + e.reason());
+        return;
+    }
+    if (deep_colour && services_.writergb48) {
+        try {
+            services_.writergb48(doc.outputpath);
+        } catch (const Error& e) {
+            log_.line(outputname_ + " could not be rewritten at 16 bits: " + e.reason());
+        }
+    }
+    if (stamp_it) {
+        stamp(doc.outputpath);
+    }
+    log_.line(outputname_ + " has been Saved");
+}
+
+void BatchRun::pdf_page_end(Document& doc, PageWork& page)
+{
+    if (!doc.issinglepage) {
+        return;
+    }
+    if (page.failed || !doc.outpdf) {
+        doc.outpdf.reset();
+        return;
+    }
+    save_pdf(doc, std::move(doc.outpdf), true);
+    totalpage_ = 0;
+}
+
+void BatchRun::document_end(Document& doc)
+{
+    if (!doc.issinglepage && holds_pdf(theimageformat_) && doc.outpdf) {
+        // Every delivered PDF is secured; a combined run's per-document files wait for the merge.
+        const bool secure = !(snapshot_.mcombineall && theimageformat_ == kPdfMultipage);
+        save_pdf(doc, std::move(doc.outpdf), secure);
+        totalpage_ = 0;
+    }
+    progressb_ = doc.row + 1;
+}
+
+void BatchRun::save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, bool secure)
+{
+    std::vector<std::string> notes;
+    try {
+        notes = assembler->close();
+    } catch (const Error& e) {
+        fail(outputname_ + " could not be saved: " + e.reason());
+        return;
+    }
+    const std::string level(conformance_name(snapshot_.mpdfversionnumber));
+    for (auto& note : notes) {
+        note = outputname_ + " does not conform to " + level + ": " + note;
+    }
+    if (secure && services_.encryptpdfnow) {
+        try {
+            const auto extra = services_.encryptpdfnow(doc.outputpath, snapshot_);
+            notes.insert(notes.end(), extra.begin(), extra.end());
+        } catch (const Error& e) {
+            fail(outputname_ + " could not be secured: " + e.reason());
+        }
+    }
+    log_.line(outputname_ + " has been Saved");
+    for (const auto& note : notes) {
+        log_.line(note);
+    }
+}
+
+} // namespace qf::engine

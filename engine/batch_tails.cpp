@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The ends of a combined run: the one multipage TIFF opened before the first document and
+// closed after the last, and the merge of the per-document PDFs into one file.
+#include <system_error>
+
+#include "engine/batch_run.h"
+#include "engine/error.h"
+#include "engine/output_naming.h"
+#include "engine/text_rules.h"
+
+namespace qf::engine {
+namespace fs = std::filesystem;
+namespace {
+
+// An empty combined name means the default one.
+std::string combined_name(const OptionSnapshot& snapshot)
+{
+    return snapshot.mcombinedfilename.empty() ? std::string("Combine") : snapshot.mcombinedfilename;
+}
+
+// A combined file never takes the place of a source document: "Combine 1.PDF" instead.
+fs::path avoid_sources(const fs::path& path, const std::vector<fs::path>& sources)
+{
+    if (!is_source_path(path, sources)) {
+        return path;
+    }
+    const std::string stem = path.stem().string();
+    const std::string extension = path.extension().string();
+    for (long long n = 1;; ++n) {
+        const fs::path candidate = path.parent_path() / (stem + " " + std::to_string(n) + extension);
+        if (!is_source_path(candidate, sources)) {
+            return candidate;
+        }
+    }
+}
+
+} // namespace
+
+void BatchRun::open_combined_tiff()
+{
+    // Folder and name are joined as plain text: msavein ends in "/". With the source folder
+    // the file goes beside the first document.
+    const std::string folder = saves_to_source_folder(snapshot_.msavein)
+                                   ? filelist_.front()[column::folder] + "/"
+                                   : trim(snapshot_.msavein);
+    combined_tiff_path_ = avoid_sources(fs::path(folder + combined_name(snapshot_) + ".tif"), source_paths_);
+    if (!multitiff_) {
+        fail(combined_tiff_path_.filename().string() + " could not be saved: TIFF output is not available in this build");
+        return;
+    }
+    try {
+        // The compression is set page by page; the file starts with none.
+        multitiff_->open(combined_tiff_path_, PageWriteContext{snapshot_, 0, ccopyright_, cdocumentname_});
+    } catch (const Error& e) {
+        fail(combined_tiff_path_.filename().string() + " could not be saved: " + e.reason());
+    }
+}
+
+void BatchRun::combined_tail()
+{
+    if (!snapshot_.mcombineall) {
+        return;
+    }
+    // The run's format decides, not the last page's copy: a stop before the first page must
+    // still close the combined TIFF.
+    if (snapshot_.mimageformat == kPdfMultipage) {
+        merge_tail();
+    } else if (snapshot_.mimageformat == kTiffMultipage) {
+        tiff_tail();
+    }
+}
+
+void BatchRun::tiff_tail()
+{
+    if (!multitiff_ || !multitiff_->is_open()) {
+        return;
+    }
+    const std::string shown = outputname_.empty() ? combined_tiff_path_.filename().string() : outputname_;
+    try {
+        multitiff_->close();
+        log_.line(shown + " has been Saved");
+    } catch (const Error& e) {
+        fail(combined_tiff_path_.filename().string() + " could not be saved: " + e.reason());
+    }
+    totalpage_ = 0;
+}
+
+void BatchRun::merge_tail()
+{
+    const bool source_folder = saves_to_source_folder(snapshot_.msavein);
+    const fs::path folder = source_folder ? fs::path(filelist_.front()[column::folder]) : fs::path(snapshot_.msavein);
+    const std::string name = combined_name(snapshot_);
+    fs::path combinedpath = folder / name;
+    std::string combinedname = name;
+    if (!icontains(combinedpath.string(), ".PDF")) {
+        combinedpath += ".PDF";
+        combinedname += ".PDF";
+    }
+    combinedpath = avoid_sources(combinedpath, source_paths_);
+    log_.line("Combing Files and Saving to " + combinedname);
+
+    std::vector<fs::path> finished;
+    for (const auto& path : countlist_) {
+        std::error_code error;
+        if (fs::exists(path, error)) {
+            finished.push_back(path);
+        }
+    }
+    // One finished document is still the combined file the user asked for.
+    if (finished.empty()) {
+        return;
+    }
+    if (!services_.merge_pdfs) {
+        fail(combinedname + " could not be saved: PDF output is not available in this build");
+        return;
+    }
+    try {
+        services_.merge_pdfs(finished, combinedpath, snapshot_,
+                             [this](const fs::path& merged) { log_.line("Merging " + merged.string()); });
+    } catch (const Error& e) {
+        fail(combinedname + " could not be saved: " + e.reason());
+        return;
+    }
+    if (services_.encryptpdfnow) {
+        try {
+            for (const auto& line : services_.encryptpdfnow(combinedpath, snapshot_)) {
+                log_.line(line);
+            }
+        } catch (const Error& e) {
+            fail(combinedname + " could not be secured: " + e.reason());
+        }
+    }
+    for (const auto& path : countlist_) {
+        std::error_code ignored;
+        fs::remove(path, ignored);
+    }
+}
+
+} // namespace qf::engine

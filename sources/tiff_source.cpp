@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "sources/tiff_source.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <tiffio.h>
+#include <vector>
+
+#include "engine/error.h"
+#include "engine/run_model.h"
+
+namespace qf::sources {
+namespace {
+
+using engine::Error;
+using engine::ErrorKind;
+using engine::PagePicture;
+using engine::PixelFormat;
+
+// The first error libtiff reports on a handle, kept for the log; warnings are dropped.
+struct TiffMessages {
+    std::string first_error;
+};
+
+int on_tiff_error(TIFF*, void* user_data, const char*, const char* format, va_list args)
+{
+    auto* messages = static_cast<TiffMessages*>(user_data);
+    if (messages != nullptr && messages->first_error.empty()) {
+        char text[512];
+        std::vsnprintf(text, sizeof text, format, args);
+        messages->first_error = text;
+    }
+    return 1;
+}
+
+int on_tiff_warning(TIFF*, void*, const char*, const char*, va_list)
+{
+    return 1;
+}
+
+std::string tag_text(TIFF* tif, ttag_t tag)
+{
+    const char* value = nullptr;
+    if (TIFFGetField(tif, tag, &value) == 1 && value != nullptr) {
+        return value;
+    }
+    return {};
+}
+
+class TiffSource final : public engine::PageSource {
+public:
+    explicit TiffSource(const engine::DocumentToOpen& document) : path_(document.path)
+    {
+        TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+        TIFFOpenOptionsSetErrorHandlerExtR(options, on_tiff_error, &messages_);
+        TIFFOpenOptionsSetWarningHandlerExtR(options, on_tiff_warning, &messages_);
+        handle_.reset(TIFFOpenExt(path_.c_str(), "r", options));
+        TIFFOpenOptionsFree(options);
+        tif_ = handle_.get();
+        if (tif_ == nullptr) {
+            throw Error(ErrorKind::Damaged, reason("not a readable TIFF file"), path_);
+        }
+        image_count_ = TIFFNumberOfDirectories(tif_);
+        if (image_count_ < 1) {
+            throw Error(ErrorKind::Damaged, "the file holds no image", path_);
+        }
+        tiled_ = document.tile_marker == engine::kTiledYes;
+        read_tags();
+    }
+
+    int page_count() const override { return tiled_ ? 1 : image_count_; }
+
+    engine::SourceTags tags() const override { return tags_; }
+
+    std::string text(int) override { return {}; }
+
+    PagePicture picture(int pageno, const engine::RenderRequest&) override
+    {
+        select_image(tiled_ ? tiled_index() : pageno - 1, pageno);
+        std::uint32_t width = 0;
+        std::uint32_t height = 0;
+        TIFFGetField(tif_, TIFFTAG_IMAGEWIDTH, &width);
+        TIFFGetField(tif_, TIFFTAG_IMAGELENGTH, &height);
+        if (width == 0 || height == 0) {
+            throw Error(ErrorKind::Damaged, "the image has no pixels", path_, pageno);
+        }
+        if (static_cast<long long>(width) * height > kMaxTiffPixels) {
+            throw Error(ErrorKind::Unsupported,
+                        "the image is too large: " + std::to_string(width) + " x " + std::to_string(height) + " pixels",
+                        path_, pageno);
+        }
+        std::uint16_t bits = 1;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        if (bits < 2) {
+            PagePicture bilevel;
+            if (read_bilevel(width, height, bilevel)) {
+                return bilevel;
+            }
+        }
+        return read_rgb(width, height, pageno, bits < 2);
+    }
+
+private:
+    std::string reason(const std::string& fallback)
+    {
+        std::string text = messages_.first_error.empty() ? fallback : messages_.first_error;
+        messages_.first_error.clear();
+        return text;
+    }
+
+    // The image a tiled document shows: the second when there is one.
+    int tiled_index() const { return image_count_ > 1 ? 1 : 0; }
+
+    void select_image(int index, int pageno)
+    {
+        messages_.first_error.clear();
+        if (index < 0 || index >= image_count_ || TIFFSetDirectory(tif_, static_cast<tdir_t>(index)) != 1) {
+            throw Error(ErrorKind::Damaged, reason("the image cannot be read"), path_, pageno);
+        }
+    }
+
+    void read_tags()
+    {
+        select_image(0, 0);
+        float xres = 0;
+        float yres = 0;
+        std::uint16_t unit = RESUNIT_INCH;
+        const bool has_x = TIFFGetField(tif_, TIFFTAG_XRESOLUTION, &xres) == 1;
+        const bool has_y = TIFFGetField(tif_, TIFFTAG_YRESOLUTION, &yres) == 1;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_RESOLUTIONUNIT, &unit);
+        if (has_x && has_y && unit != RESUNIT_NONE && std::isfinite(xres) && std::isfinite(yres)) {
+            const double factor = unit == RESUNIT_CENTIMETER ? 2.54 : 1.0;
+            tags_.xres = static_cast<int>(std::lround(std::clamp(xres * factor, 0.0, 1.0e6)));
+            tags_.yres = static_cast<int>(std::lround(std::clamp(yres * factor, 0.0, 1.0e6)));
+        }
+        if (tiled_ && tiled_index() != 0) {
+            select_image(tiled_index(), 0);
+        }
+        tags_.copyright = tag_text(tif_, TIFFTAG_COPYRIGHT);
+        tags_.document_name = tag_text(tif_, TIFFTAG_DOCUMENTNAME);
+    }
+
+    // 1-bit grey images stay 1-bit, top row first. False when the image is of another kind.
+    bool read_bilevel(std::uint32_t width, std::uint32_t height, PagePicture& picture)
+    {
+        std::uint16_t samples = 1;
+        std::uint16_t photometric = PHOTOMETRIC_MINISWHITE;
+        std::uint16_t orientation = ORIENTATION_TOPLEFT;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_SAMPLESPERPIXEL, &samples);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_ORIENTATION, &orientation);
+        if (TIFFGetField(tif_, TIFFTAG_PHOTOMETRIC, &photometric) != 1) {
+            photometric = PHOTOMETRIC_MINISWHITE;
+        }
+        if (samples != 1 || orientation != ORIENTATION_TOPLEFT ||
+            (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK)) {
+            return false;
+        }
+        picture.width = static_cast<int>(width);
+        picture.height = static_cast<int>(height);
+        picture.format = PixelFormat::Bilevel;
+        const std::size_t stride = picture.stride();
+        picture.pixels.assign(stride * height, 0);
+        if (TIFFIsTiled(tif_) ? !read_bilevel_tiles(picture) : !read_bilevel_strips(picture)) {
+            return false;
+        }
+        if (photometric == PHOTOMETRIC_MINISBLACK) {
+            for (auto& byte : picture.pixels) {
+                byte = static_cast<std::uint8_t>(~byte);
+            }
+        }
+        // Bits past the right edge stay clear, whatever the file held there.
+        if (const int spare = static_cast<int>(stride * 8 - width); spare > 0) {
+            const auto mask = static_cast<std::uint8_t>(0xFF << spare);
+            for (std::uint32_t y = 0; y < height; ++y) {
+                picture.pixels[stride * y + stride - 1] &= mask;
+            }
+        }
+        return true;
+    }
+
+    bool read_bilevel_strips(PagePicture& picture)
+    {
+        const std::size_t stride = picture.stride();
+        if (static_cast<std::size_t>(TIFFScanlineSize64(tif_)) != stride) {
+            return false;
+        }
+        for (int y = 0; y < picture.height; ++y) {
+            if (TIFFReadScanline(tif_, picture.pixels.data() + stride * y, static_cast<std::uint32_t>(y), 0) < 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool read_bilevel_tiles(PagePicture& picture)
+    {
+        std::uint32_t tile_width = 0;
+        std::uint32_t tile_height = 0;
+        TIFFGetField(tif_, TIFFTAG_TILEWIDTH, &tile_width);
+        TIFFGetField(tif_, TIFFTAG_TILELENGTH, &tile_height);
+        if (tile_width == 0 || tile_height == 0 || tile_width % 8 != 0) {
+            return false;
+        }
+        const std::size_t tile_stride = tile_width / 8;
+        std::vector<std::uint8_t> tile(static_cast<std::size_t>(TIFFTileSize64(tif_)));
+        if (tile.size() < tile_stride * tile_height) {
+            return false;
+        }
+        const std::size_t stride = picture.stride();
+        for (std::uint32_t top = 0; top < static_cast<std::uint32_t>(picture.height); top += tile_height) {
+            for (std::uint32_t left = 0; left < static_cast<std::uint32_t>(picture.width); left += tile_width) {
+                if (TIFFReadTile(tif_, tile.data(), left, top, 0, 0) < 0) {
+                    return false;
+                }
+                const std::size_t bytes = std::min(tile_stride, stride - left / 8);
+                for (std::uint32_t row = 0; row < tile_height && top + row < static_cast<std::uint32_t>(picture.height);
+                     ++row) {
+                    std::copy_n(tile.data() + tile_stride * row, bytes, picture.pixels.data() + stride * (top + row) + left / 8);
+                }
+            }
+        }
+        return true;
+    }
+
+    // Any other image through libtiff's RGBA reader (any photometric, 16-bit reduced to 8),
+    // laid over white. A 1-bit image read this way is made bilevel again.
+    PagePicture read_rgb(std::uint32_t width, std::uint32_t height, int pageno, bool make_bilevel)
+    {
+        messages_.first_error.clear();
+        std::vector<std::uint32_t> raster(static_cast<std::size_t>(width) * height);
+        if (TIFFReadRGBAImageOriented(tif_, width, height, raster.data(), ORIENTATION_TOPLEFT, 0) != 1) {
+            throw Error(ErrorKind::Damaged, reason("the image cannot be decoded"), path_, pageno);
+        }
+        PagePicture picture;
+        picture.width = static_cast<int>(width);
+        picture.height = static_cast<int>(height);
+        picture.format = make_bilevel ? PixelFormat::Bilevel : PixelFormat::Rgb8;
+        const std::size_t stride = picture.stride();
+        picture.pixels.assign(stride * height, 0);
+        for (std::uint32_t y = 0; y < height; ++y) {
+            const std::uint32_t* in = raster.data() + static_cast<std::size_t>(y) * width;
+            std::uint8_t* out = picture.pixels.data() + stride * y;
+            for (std::uint32_t x = 0; x < width; ++x) {
+                // The reader gives premultiplied colour: over white, add what alpha leaves.
+                const std::uint32_t pixel = in[x];
+                const unsigned white = 255 - TIFFGetA(pixel);
+                const unsigned r = std::min(255u, TIFFGetR(pixel) + white);
+                const unsigned g = std::min(255u, TIFFGetG(pixel) + white);
+                const unsigned b = std::min(255u, TIFFGetB(pixel) + white);
+                if (make_bilevel) {
+                    if (r + g + b < 3 * 128) {
+                        out[x >> 3] |= static_cast<std::uint8_t>(0x80 >> (x & 7));
+                    }
+                } else {
+                    out[3 * x] = static_cast<std::uint8_t>(r);
+                    out[3 * x + 1] = static_cast<std::uint8_t>(g);
+                    out[3 * x + 2] = static_cast<std::uint8_t>(b);
+                }
+            }
+        }
+        return picture;
+    }
+
+    std::filesystem::path path_;
+    TiffMessages messages_;
+    struct CloseTiff {
+        void operator()(TIFF* tif) const { TIFFClose(tif); }
+    };
+    std::unique_ptr<TIFF, CloseTiff> handle_;
+    TIFF* tif_ = nullptr;
+    int image_count_ = 0;
+    bool tiled_ = false;
+    engine::SourceTags tags_;
+};
+
+} // namespace
+
+std::unique_ptr<engine::PageSource> open_tiff_source(const engine::DocumentToOpen& document)
+{
+    return std::make_unique<TiffSource>(document);
+}
+
+} // namespace qf::sources
