@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <filesystem>
+
+#include "engine/services.h"
+
+namespace qf::cli {
+
+// The folder of the application's resources: <prefix>/share/quirefold beside an installed
+// program, else the source tree's resources/.
+std::filesystem::path resources_folder();
+
+// Every page source and writer, plugged in for a run.
+engine::RunServices make_run_services(const std::filesystem::path& resources);
+
+} // namespace qf::cli

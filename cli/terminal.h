@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "intake/password_prompt.h"
+
+namespace qf::cli {
+
+// Answers the password prompt of admission: the passwords given on the command line first,
+// in order, then a masked prompt on the terminal when there is one; otherwise nobody can
+// answer and the file is skipped.
+class CliPasswordPrompt final : public intake::PasswordPrompt {
+public:
+    explicit CliPasswordPrompt(std::vector<std::string> passwords) : passwords_(std::move(passwords)) {}
+    intake::PromptAnswer ask(const std::string& prompt_text, const std::string& file_name) override;
+
+private:
+    std::vector<std::string> passwords_;
+    std::string file_in_hand_;
+    std::size_t next_ = 0;
+};
+
+// A one-line progress bar on standard error, drawn only when that is a terminal.
+class ProgressBar {
+public:
+    ProgressBar();
+    void draw(int done, int total);
+    // Clears the bar so that a log line can be printed in its place.
+    void clear();
+
+private:
+    bool enabled_ = false;
+    bool shown_ = false;
+};
+
+} // namespace qf::cli
