@@ -131,7 +131,9 @@ private:
         const bool has_x = TIFFGetField(tif_, TIFFTAG_XRESOLUTION, &xres) == 1;
         const bool has_y = TIFFGetField(tif_, TIFFTAG_YRESOLUTION, &yres) == 1;
         TIFFGetFieldDefaulted(tif_, TIFFTAG_RESOLUTIONUNIT, &unit);
-        if (has_x && has_y && unit != RESUNIT_NONE && std::isfinite(xres) && std::isfinite(yres)) {
+        // Both values or none: a file with only one of them counts as having no resolution.
+        if (has_x && has_y && unit != RESUNIT_NONE && std::isfinite(xres) && std::isfinite(yres) && xres > 0 &&
+            yres > 0) {
             const double factor = unit == RESUNIT_CENTIMETER ? 2.54 : 1.0;
             tags_.xres = static_cast<int>(std::lround(std::clamp(xres * factor, 0.0, 1.0e6)));
             tags_.yres = static_cast<int>(std::lround(std::clamp(yres * factor, 0.0, 1.0e6)));

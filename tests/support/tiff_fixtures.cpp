@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "tests/support/tiff_fixtures.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <cstdlib>
+#include <stdexcept>
+#include <tiffio.h>
+
+namespace qf::test {
+namespace fs = std::filesystem;
+namespace {
+
+bool in_black_square(int x, int y, const TiffPage& page)
+{
+    return x < page.width / 2 && y < page.height / 2 && x >= page.width / 8 && y >= page.height / 8;
+}
+
+std::vector<std::uint8_t> page_bytes(const TiffPage& page, int index, std::size_t& stride)
+{
+    const Rgb colour = page_colour(index);
+    std::vector<std::uint8_t> bytes;
+    switch (page.kind) {
+    case TiffKind::Rgb:
+        stride = static_cast<std::size_t>(page.width) * 3;
+        bytes.resize(stride * page.height);
+        for (int y = 0; y < page.height; ++y) {
+            for (int x = 0; x < page.width; ++x) {
+                const bool black = in_black_square(x, y, page);
+                std::uint8_t* p = bytes.data() + stride * y + 3 * x;
+                p[0] = black ? 0 : colour.r;
+                p[1] = black ? 0 : colour.g;
+                p[2] = black ? 0 : colour.b;
+            }
+        }
+        break;
+    case TiffKind::Bilevel:
+        stride = (static_cast<std::size_t>(page.width) + 7) / 8;
+        bytes.assign(stride * page.height, 0);
+        for (int y = 0; y < page.height; ++y) {
+            for (int x = 0; x < page.width; ++x) {
+                if (in_black_square(x, y, page)) {
+                    bytes[stride * y + x / 8] |= static_cast<std::uint8_t>(0x80 >> (x % 8));
+                }
+            }
+        }
+        break;
+    case TiffKind::Gray16:
+        stride = static_cast<std::size_t>(page.width) * 2;
+        bytes.resize(stride * page.height);
+        for (int y = 0; y < page.height; ++y) {
+            for (int x = 0; x < page.width; ++x) {
+                const std::uint16_t value = in_black_square(x, y, page) ? 0 : static_cast<std::uint16_t>(colour.r * 257);
+                std::memcpy(bytes.data() + stride * y + 2 * x, &value, 2);
+            }
+        }
+        break;
+    case TiffKind::RgbAlpha:
+        stride = static_cast<std::size_t>(page.width) * 4;
+        bytes.resize(stride * page.height);
+        for (int y = 0; y < page.height; ++y) {
+            for (int x = 0; x < page.width; ++x) {
+                std::uint8_t* p = bytes.data() + stride * y + 4 * x;
+                const bool opaque = x < page.width / 2;
+                p[0] = colour.r;
+                p[1] = colour.g;
+                p[2] = colour.b;
+                p[3] = opaque ? 255 : 0;
+            }
+        }
+        break;
+    }
+    return bytes;
+}
+
+void write_page(TIFF* tif, const TiffPage& page, int index)
+{
+    std::size_t stride = 0;
+    const std::vector<std::uint8_t> bytes = page_bytes(page, index, stride);
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(page.width));
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(page.height));
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, page.compression);
+    switch (page.kind) {
+    case TiffKind::Rgb:
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        break;
+    case TiffKind::Bilevel:
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+        break;
+    case TiffKind::Gray16:
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+        break;
+    case TiffKind::RgbAlpha: {
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 4);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+        const std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
+        break;
+    }
+    }
+    if (page.xres > 0) {
+        TIFFSetField(tif, TIFFTAG_XRESOLUTION, page.xres);
+        TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, page.resolution_unit);
+    }
+    if (page.yres > 0) {
+        TIFFSetField(tif, TIFFTAG_YRESOLUTION, page.yres);
+    }
+    if (!page.copyright.empty()) {
+        TIFFSetField(tif, TIFFTAG_COPYRIGHT, page.copyright.c_str());
+    }
+    if (!page.document_name.empty()) {
+        TIFFSetField(tif, TIFFTAG_DOCUMENTNAME, page.document_name.c_str());
+    }
+    bool ok = true;
+    if (page.tiled) {
+        constexpr std::uint32_t kTile = 16;
+        TIFFSetField(tif, TIFFTAG_TILEWIDTH, kTile);
+        TIFFSetField(tif, TIFFTAG_TILELENGTH, kTile);
+        const std::size_t bytes_per_pixel_row = stride;
+        std::vector<std::uint8_t> tile(static_cast<std::size_t>(TIFFTileSize(tif)), 0);
+        const std::size_t tile_stride = tile.size() / kTile;
+        for (int top = 0; top < page.height; top += kTile) {
+            for (int left = 0; left < page.width; left += kTile) {
+                std::fill(tile.begin(), tile.end(), 0);
+                const std::size_t offset = bytes_per_pixel_row * left / page.width;
+                for (std::uint32_t row = 0; row < kTile && top + static_cast<int>(row) < page.height; ++row) {
+                    const std::size_t available = std::min(tile_stride, stride - offset);
+                    std::memcpy(tile.data() + tile_stride * row, bytes.data() + stride * (top + row) + offset, available);
+                }
+                ok = ok && TIFFWriteTile(tif, tile.data(), static_cast<std::uint32_t>(left),
+                                         static_cast<std::uint32_t>(top), 0, 0) >= 0;
+            }
+        }
+    } else {
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
+        for (int y = 0; y < page.height; ++y) {
+            ok = ok && TIFFWriteScanline(tif, const_cast<std::uint8_t*>(bytes.data() + stride * y),
+                                         static_cast<std::uint32_t>(y), 0) >= 0;
+        }
+    }
+    if (!ok || TIFFWriteDirectory(tif) != 1) {
+        throw std::runtime_error("libtiff could not write a fixture page");
+    }
+}
+
+} // namespace
+
+Rgb page_colour(int index)
+{
+    static constexpr std::array<Rgb, 6> kColours = {{
+        {200, 30, 30}, {30, 160, 40}, {40, 60, 210}, {230, 200, 20}, {150, 40, 170}, {20, 170, 180},
+    }};
+    return kColours[static_cast<std::size_t>(index) % kColours.size()];
+}
+
+void make_tiff(const fs::path& path, const std::vector<TiffPage>& pages)
+{
+    TIFF* tif = TIFFOpen(path.c_str(), "w");
+    if (tif == nullptr) {
+        throw std::runtime_error("cannot create " + path.string());
+    }
+    try {
+        for (std::size_t i = 0; i < pages.size(); ++i) {
+            write_page(tif, pages[i], static_cast<int>(i));
+        }
+    } catch (...) {
+        TIFFClose(tif);
+        throw;
+    }
+    TIFFClose(tif);
+}
+
+TempFolder::TempFolder()
+{
+    std::string pattern = (fs::temp_directory_path() / "qf-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("cannot create a temporary folder");
+    }
+    path_ = pattern;
+}
+
+TempFolder::~TempFolder()
+{
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+} // namespace qf::test

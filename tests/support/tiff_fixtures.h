@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// TIFF documents made on the fly for the tests, with libtiff.
+namespace qf::test {
+
+struct Rgb {
+    std::uint8_t r, g, b;
+    bool operator==(const Rgb&) const = default;
+};
+
+enum class TiffKind {
+    Rgb,      // 8-bit RGB: the page's colour with a black square in its top-left quarter
+    Bilevel,  // 1-bit MinIsWhite: white with the same black square
+    Gray16,   // 16-bit grey of the page colour's red value, same black square
+    RgbAlpha, // RGB with unassociated alpha: left half opaque colour, right half clear
+};
+
+struct TiffPage {
+    int width = 64;
+    int height = 48;
+    TiffKind kind = TiffKind::Rgb;
+    std::uint16_t compression = 5; // LZW; 4 for CCITT G4 on bilevel pages
+    bool tiled = false;            // 16 by 16 tiles
+    float xres = 0;                // 0: no resolution tags
+    float yres = 0;
+    std::uint16_t resolution_unit = 2; // inch
+    std::string copyright;
+    std::string document_name;
+};
+
+// The colour of page `index` (0-based) of an Rgb page.
+Rgb page_colour(int index);
+
+// Writes the pages as one TIFF file; throws std::runtime_error when libtiff fails.
+void make_tiff(const std::filesystem::path& path, const std::vector<TiffPage>& pages);
+
+// A folder of its own for one test, removed when the object goes.
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace qf::test
