@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/run_model.h"
+#include "intake/candidate.h"
+#include "intake/password_prompt.h"
+
+// Admission: the one gate through which a file becomes a row of the document list. Every way
+// of loading (file chooser, folder walk, drop, command line) ends here.
+namespace qf::intake {
+
+// The verdict on the candidate in hand (App.jj): good may enter the list; bad is the wrong
+// kind of file or a TIFF gone; nogood is a PDF the passwords tried so far do not open;
+// cancel gives up on the file; attempt means a new password is to be tried.
+enum class Jj { good, bad, nogood, cancel, attempt };
+
+// The state of the candidate in hand, reset for every candidate.
+struct CandidateInHand {
+    Jj jj = Jj::good;
+    std::string filepassword; // the password of the candidate in hand; empty when none
+};
+
+struct DroppedCandidate {
+    Candidate candidate;
+    std::string reason; // "not a PDF or TIFF file", "no longer exists", "cancelled", ...
+};
+
+struct AdmissionReport {
+    int rows_added = 0;
+    std::vector<DroppedCandidate> dropped; // in candidate order
+};
+
+// Called after every candidate, admitted or not, with the number of rows the list now has,
+// so that a caller can show the running count of a long load.
+using AdmissionProgress = std::function<void(std::size_t row_count)>;
+
+// addtolist: appends one row per admitted candidate to `rows`, in candidate order. A name
+// must end in ".PDF", ".TIF" or ".TIFF" (any case). The file probed is the candidate's name
+// in the folder of its path. TIFF: dropped when gone, unreadable or of 0 images; a tiled
+// first image makes a one-page "tiled~yes" row. PDF: a file gone gets a one-page row; one
+// that does not open with the empty password asks `prompt` until a password opens it or the
+// prompt gives up, which drops that file only. Cells: name, page count, "1", page count,
+// "1" or "1-N", the folder as an absolute path without a trailing "/", the password that
+// opened the file. Never throws for a file's sake.
+AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
+                          PasswordPrompt& prompt, const AdmissionProgress& progress = {});
+
+// The extension test: the name ends in ".TIF", ".PDF" or ".TIFF" without regard to case.
+bool has_document_extension(std::string_view name);
+
+// The text of the password prompt for a file name.
+std::string password_prompt_text(std::string_view file_name);
+
+// The line after a load: "N Images added to the list", singular for 0 and 1.
+std::string rows_added_report(int rows_added);
+
+// The count label: "Number of Documents : N".
+std::string count_label(std::size_t row_count);
+
+} // namespace qf::intake

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "intake/folder_walk.h"
+
+#include <filesystem>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "intake/admission.h"
+#include "intake_fixtures.h"
+
+namespace qf::intake {
+namespace {
+
+namespace fs = std::filesystem;
+using fixtures::TempFolder;
+
+class NoPrompt : public PasswordPrompt {
+public:
+    PromptAnswer ask(const std::string&, const std::string&) override { return PromptAnswer::unanswered(); }
+};
+
+// The walk's tables as "folder: name name ..." lines, folders relative to the root.
+std::vector<std::string> describe(const FolderWalk& walk, const fs::path& root)
+{
+    std::vector<std::string> lines;
+    for (const auto& table : walk.tables) {
+        std::string line = fs::relative(table.folder, root).string() + ":";
+        for (const auto& candidate : table.candidates) {
+            line += " " + candidate.name;
+            EXPECT_EQ(fs::path(candidate.path), table.folder / candidate.name);
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// root/ B.pdf a.tif b.pdf notes.txt ghost.pdf (dangling link) loop -> root, zlink -> sub1
+//       .hidden/h.pdf   sub1/y.tif   sub1/deeper/x.pdf   sub2/z.PDF   empty/
+void build_tree(const fs::path& root)
+{
+    fixtures::write_pdf(root / "B.pdf", 1);
+    fixtures::write_tiff(root / "a.tif", 1);
+    fixtures::write_pdf(root / "b.pdf", 1);
+    fixtures::write_text_file(root / "notes.txt", "notes");
+    fixtures::write_pdf(root / ".hidden" / "h.pdf", 1);
+    fixtures::write_tiff(root / "sub1" / "y.tif", 1);
+    fixtures::write_pdf(root / "sub1" / "deeper" / "x.pdf", 1);
+    fixtures::write_pdf(root / "sub2" / "z.PDF", 1);
+    fs::create_directories(root / "empty");
+    fs::create_symlink(root / "nowhere.pdf", root / "ghost.pdf");
+    fs::create_directory_symlink(root, root / "loop");
+    fs::create_directory_symlink(root / "sub1", root / "zlink");
+}
+
+TEST(FolderWalk, SubFoldersFirstInNameOrderAndLoopsEnd)
+{
+    TempFolder folder;
+    build_tree(folder.path());
+    const FolderWalk walk = loadrecursive(folder.path(), true);
+    EXPECT_TRUE(walk.messages.empty());
+    EXPECT_EQ(describe(walk, folder.path()), (std::vector<std::string>{
+                                                 ".hidden: h.pdf",
+                                                 "sub1/deeper: x.pdf",
+                                                 "sub1: y.tif",
+                                                 "sub2: z.PDF",
+                                                 ".: B.pdf a.tif b.pdf ghost.pdf notes.txt",
+                                             }));
+}
+
+TEST(FolderWalk, WithoutRecursionOnlyTheFolderItself)
+{
+    TempFolder folder;
+    build_tree(folder.path());
+    const FolderWalk walk = loadrecursive(folder.path(), false);
+    EXPECT_EQ(describe(walk, folder.path()),
+              (std::vector<std::string>{".: B.pdf a.tif b.pdf ghost.pdf notes.txt"}));
+}
+
+TEST(FolderWalk, TablesAddedInTurnGiveTheListOrder)
+{
+    TempFolder folder;
+    build_tree(folder.path());
+    std::vector<engine::ListRow> rows;
+    NoPrompt prompt;
+    int added = 0;
+    for (const auto& table : loadrecursive(folder.path(), true).tables) {
+        added += addtolist(table.candidates, rows, prompt).rows_added;
+    }
+    std::vector<std::string> names;
+    for (const auto& row : rows) {
+        names.push_back(row.cells[0]);
+    }
+    // notes.txt is refused; the dangling ghost.pdf is a PDF gone, listed as one page.
+    EXPECT_EQ(names, (std::vector<std::string>{"h.pdf", "x.pdf", "y.tif", "z.PDF", "B.pdf", "a.tif", "b.pdf",
+                                               "ghost.pdf"}));
+    EXPECT_EQ(rows_added_report(added), "8 Images added to the list");
+}
+
+TEST(FolderWalk, UnreadableFoldersAreNamedAndTheWalkGoesOn)
+{
+    TempFolder folder;
+    fixtures::write_pdf(folder / "a" / "one.pdf", 1);
+    fixtures::write_pdf(folder / "b" / "two.pdf", 1);
+    fixtures::write_pdf(folder / "c" / "three.pdf", 1);
+
+    const FolderWalk missing = loadrecursive(folder / "no such folder", true);
+    EXPECT_TRUE(missing.tables.empty());
+    ASSERT_EQ(missing.messages.size(), 1u);
+    EXPECT_EQ(missing.messages[0], (folder / "no such folder").string() + " could not be read: no such file or directory");
+
+    if (::geteuid() == 0) {
+        GTEST_SKIP() << "permissions do not keep the superuser out of a folder";
+    }
+    fs::permissions(folder / "b", fs::perms::none);
+    const FolderWalk walk = loadrecursive(folder.path(), true);
+    fs::permissions(folder / "b", fs::perms::owner_all);
+    EXPECT_EQ(describe(walk, folder.path()), (std::vector<std::string>{"a: one.pdf", "c: three.pdf"}));
+    ASSERT_EQ(walk.messages.size(), 1u);
+    EXPECT_NE(walk.messages[0].find((folder / "b").string() + " could not be read: "), std::string::npos);
+}
+
+} // namespace
+} // namespace qf::intake

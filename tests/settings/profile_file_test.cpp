@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "settings/profile_file.h"
+
+#include <map>
+
+#include <pugixml.hpp>
+
+#include <gtest/gtest.h>
+
+#include "engine/version.h"
+#include "settings/base64.h"
+#include "settings_fixtures.h"
+
+namespace qf::settings {
+namespace {
+
+using engine::OptionId;
+using fixtures::TempFolder;
+
+bool travels_in_profiles(OptionId id)
+{
+    return id != OptionId::pdfversionnumber && id != OptionId::showpdf && id != OptionId::savein &&
+           id != OptionId::tiffdocumentname;
+}
+
+TEST(ProfileFile, RoundTripRestoresEveryProfileOption)
+{
+    TempFolder folder;
+    const engine::OptionValues saved = fixtures::all_changed();
+    const ProfileOutcome save = savetoxml(folder / "my setup.qfk", saved);
+    EXPECT_TRUE(save.ok);
+    EXPECT_EQ(save.message, "Settings File my setup.qfk Saved");
+
+    engine::OptionValues loaded;
+    const ProfileOutcome load = loadfromxml(folder / "my setup.qfk", loaded);
+    EXPECT_TRUE(load.ok);
+    EXPECT_EQ(load.message, "Settings Loaded");
+    const engine::OptionValues defaults;
+    for (const OptionSpec& spec : option_table()) {
+        const auto& expected = travels_in_profiles(spec.id) ? saved.at(spec.id) : defaults.at(spec.id);
+        EXPECT_EQ(loaded.at(spec.id), expected) << spec.control;
+    }
+}
+
+TEST(ProfileFile, WrittenFileHoldsOneAttributePerElementWithEncodedPasswords)
+{
+    TempFolder folder;
+    engine::OptionValues values;
+    values.set(OptionId::pdfpassword, std::string("  open sesame "));
+    values.set(OptionId::pdffullpassword, std::string(""));
+    values.set(OptionId::pdftitle, std::string("\t Annual report  "));
+    values.set(OptionId::encryptionlevel, 3);
+    ASSERT_TRUE(savetoxml(folder / "p.qfk", values).ok);
+
+    pugi::xml_document document;
+    ASSERT_TRUE(document.load_file((folder / "p.qfk").c_str()));
+    const pugi::xml_node root = document.document_element();
+    EXPECT_STREQ(root.name(), "QUIREFOLDSETTINGS");
+    std::map<std::string, std::string> attributes;
+    int elements = 0;
+    for (const pugi::xml_node& element : root.children()) {
+        ++elements;
+        EXPECT_STREQ(element.name(), "QF");
+        ASSERT_TRUE(element.first_attribute());
+        EXPECT_FALSE(element.first_attribute().next_attribute()) << element.first_attribute().name();
+        attributes[element.first_attribute().name()] = element.first_attribute().value();
+    }
+    EXPECT_EQ(elements, 25);
+    EXPECT_EQ(attributes.size(), 25u);
+    EXPECT_STREQ(root.first_child().first_attribute().name(), "version");
+    EXPECT_EQ(attributes["version"], engine::kLongVersion);
+    EXPECT_EQ(attributes["pdfpassword"], "b3BlbiBzZXNhbWU="); // "open sesame", trimmed first
+    EXPECT_EQ(attributes["pdffullpassword"], "");
+    EXPECT_EQ(attributes["pdftitle"], "Annual report");
+    EXPECT_EQ(attributes["encrytpionlevel"], "3");
+    EXPECT_EQ(attributes.count("encryptionlevel"), 0u);
+    EXPECT_EQ(attributes["allowcopy"], "true");
+    EXPECT_EQ(attributes["combineall"], "false");
+    EXPECT_EQ(attributes["zoomfactor"], "2");
+    for (const char* absent : {"pdfversionnumber", "showpdf", "savein", "tiffdocumentname"}) {
+        EXPECT_EQ(attributes.count(absent), 0u) << absent;
+    }
+}
+
+TEST(ProfileFile, ReadsAProfileFromAnotherWriter)
+{
+    TempFolder folder;
+    fixtures::write_file(folder / "other.qfk",
+                         "<settings>\n"
+                         "  <option IMAGEFORMAT=\"3\"/>\n"
+                         "  <option CombineAll=\"TRUE\"/>\n"
+                         "  <option allowprint=\"yes\"/>\n"
+                         "  <option EncryptionLevel=\"2\"/>\n"
+                         "  <option PdfPassword=\"in clear\"/>\n"
+                         "  <option dotsperinch=\" 300 \"/>\n"
+                         "  <option ZoomFactor=\"5\" ignored=\"9\"/>\n"
+                         "  <option colour=\"blue\"/>\n"
+                         "  <option savein=\"/elsewhere/\"/>\n"
+                         "  <option pdfversionnumber=\"12\"/>\n"
+                         "  <option showpdf=\"0\"/>\n"
+                         "</settings>\n");
+    engine::OptionValues values;
+    ASSERT_TRUE(loadfromxml(folder / "other.qfk", values).ok);
+    EXPECT_EQ(values.row(OptionId::imageformat), 3);
+    EXPECT_TRUE(values.flag(OptionId::combineall));
+    EXPECT_FALSE(values.flag(OptionId::allowprint)); // only "true" checks a box
+    EXPECT_EQ(values.row(OptionId::encryptionlevel), 2);
+    EXPECT_EQ(values.text(OptionId::pdfpassword), "in clear"); // no version: not decoded
+    EXPECT_EQ(values.text(OptionId::DotsPerInch), " 300 ");
+    EXPECT_EQ(values.row(OptionId::zoomfactor), 5);
+    EXPECT_EQ(values.text(OptionId::savein), "");
+    EXPECT_EQ(values.row(OptionId::pdfversionnumber), 7);
+    EXPECT_EQ(values.row(OptionId::showpdf), 2);
+}
+
+TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
+{
+    TempFolder folder;
+    const struct {
+        const char* version_element; // placed before or after the passwords
+        bool version_first;
+        const char* expected_password;
+    } cases[] = {
+        {"", true, "c2VjcmV0"},
+        {"<QF version=\"\"/>", true, "c2VjcmV0"},
+        {"<QF version=\"   \"/>", true, "c2VjcmV0"},
+        {"<QF version=\"1.0\"/>", true, "secret"},
+        {"<QF VERSION=\"x\"/>", false, "secret"},
+        {"<QF version=\"9\"/><QF version=\" \"/>", true, "c2VjcmV0"}, // the later one wins
+    };
+    for (const auto& c : cases) {
+        const std::string passwords = "<QF pdfpassword=\"c2VjcmV0\"/><QF pdffullpassword=\"c2VjcmV0\"/>";
+        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
+                                                   (c.version_first ? c.version_element + passwords
+                                                                    : passwords + c.version_element) +
+                                                   "</QUIREFOLDSETTINGS>");
+        engine::OptionValues values;
+        values.set(OptionId::pdfpassword, std::string("c2VjcmV0"));
+        ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.version_element;
+        EXPECT_EQ(values.text(OptionId::pdfpassword), c.expected_password) << c.version_element;
+        EXPECT_EQ(values.text(OptionId::pdffullpassword), c.expected_password) << c.version_element;
+    }
+}
+
+TEST(ProfileFile, PartialProfilesDuplicatesAndRowFallbacks)
+{
+    TempFolder folder;
+    const struct {
+        const char* elements;
+        OptionId id;
+        int expected_row;
+    } cases[] = {
+        {"<QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
+        {"<QF zoomfactor=\"10\"/>", OptionId::zoomfactor, 3},
+        {"<QF zoomfactor=\"abc\"/>", OptionId::zoomfactor, 0},
+        {"<QF zoomfactor=\"-1\"/><QF zoomfactor=\"6\"/>", OptionId::zoomfactor, 6},
+        {"<QF zoomfactor=\"6\"/><QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
+        {"<QF imageformat=\"7\"/>", OptionId::imageformat, 4},
+        {"<QF imageformat=\"-1\"/>", OptionId::imageformat, 4},
+        {"<QF imageformat=\"2\"/><QF imageformat=\"5\"/>", OptionId::imageformat, 5},
+        {"<QF imageformat=\"6.9\"/>", OptionId::imageformat, 6},
+        {"<QF encrytpionlevel=\"1\"/><QF encryptionlevel=\"2\"/>", OptionId::encryptionlevel, 2},
+        {"<QF encrytpionlevel=\"4\"/>", OptionId::encryptionlevel, 3},
+        {"<QF combineall=\"true\"/>", OptionId::imageformat, 4},
+    };
+    for (const auto& c : cases) {
+        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.elements + "</QUIREFOLDSETTINGS>");
+        engine::OptionValues values;
+        values.set(OptionId::imageformat, 4);
+        values.set(OptionId::encryptionlevel, 3);
+        values.set(OptionId::pdftitle, std::string("kept"));
+        ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.elements;
+        EXPECT_EQ(values.row(c.id), c.expected_row) << c.elements;
+        EXPECT_EQ(values.text(OptionId::pdftitle), "kept") << c.elements;
+    }
+}
+
+TEST(ProfileFile, BrokenProfilesChangeNothing)
+{
+    TempFolder folder;
+    std::filesystem::create_directories(folder / "a folder.qfk");
+    const struct {
+        const char* file;
+        const char* content; // nullptr: not written
+        const char* message;
+    } cases[] = {
+        {"cut.qfk", "<QUIREFOLDSETTINGS><QF imageformat=\"3\"/><QF", "The settings file cut.qfk is not an XML file"},
+        {"empty.qfk", "", "The settings file empty.qfk holds no settings"},
+        {"text.qfk", "imageformat=3\n", "The settings file text.qfk holds no settings"},
+        {"bare.qfk", "<R><QF imageformat=\"3\"/><QF/><QF zoomfactor=\"5\"/></R>",
+         "The settings file bare.qfk has an entry without a setting"},
+        {"missing.qfk", nullptr, "The settings file missing.qfk could not be read: no such file or directory"},
+        {"a folder.qfk", nullptr, "The settings file a folder.qfk could not be read: it is a folder"},
+    };
+    for (const auto& c : cases) {
+        if (c.content != nullptr) {
+            fixtures::write_file(folder / c.file, c.content);
+        }
+        engine::OptionValues values = fixtures::all_changed();
+        const engine::OptionValues before = values;
+        const ProfileOutcome outcome = loadfromxml(folder / c.file, values);
+        EXPECT_FALSE(outcome.ok) << c.file;
+        EXPECT_EQ(outcome.message, c.message);
+        EXPECT_TRUE(values == before) << c.file;
+    }
+}
+
+TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
+{
+    TempFolder folder;
+    const ProfileOutcome outcome = savetoxml(folder / "no folder" / "p.qfk", engine::OptionValues());
+    EXPECT_FALSE(outcome.ok);
+    EXPECT_EQ(outcome.message.rfind("Settings File p.qfk could not be saved: ", 0), 0u) << outcome.message;
+    EXPECT_FALSE(std::filesystem::exists(folder / "no folder"));
+
+    // Saving over an earlier profile replaces it whole and leaves no temporary beside it.
+    fixtures::write_file(folder / "p.qfk", std::string(10000, 'x'));
+    ASSERT_TRUE(savetoxml(folder / "p.qfk", engine::OptionValues()).ok);
+    engine::OptionValues values = fixtures::all_changed();
+    ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok);
+    EXPECT_EQ(values.row(OptionId::imageformat), 0);
+    int files = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder / "")) {
+        ++files;
+    }
+    EXPECT_EQ(files, 1);
+}
+
+TEST(Base64, KnownVectorsAndLenientDecoding)
+{
+    const struct {
+        const char* clear;
+        const char* encoded;
+    } vectors[] = {
+        {"", ""},           {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {"\xFF\xFE?>", "//4/Pg=="},
+    };
+    for (const auto& v : vectors) {
+        EXPECT_EQ(encode_base64(v.clear), v.encoded) << v.clear;
+        EXPECT_EQ(decode_base64(v.encoded), v.clear) << v.encoded;
+    }
+    const struct {
+        const char* text;
+        const char* decoded;
+    } lenient[] = {
+        {"Zm9v\r\nYmFy", "foobar"}, {" Zm9v YmE ", "fooba"}, {"Zg", "f"}, {"Zg==Zm9v", "f"}, {"not base64!", "\x9e\x8b\x5b\x6a\xc7\xba"},
+    };
+    for (const auto& l : lenient) {
+        EXPECT_EQ(decode_base64(l.text), l.decoded) << l.text;
+    }
+    std::string every_byte;
+    for (int b = 0; b < 256; ++b) {
+        every_byte += static_cast<char>(b);
+    }
+    EXPECT_EQ(encode_base64(every_byte).find_first_of("\r\n"), std::string::npos);
+    EXPECT_EQ(decode_base64(encode_base64(every_byte)), every_byte);
+}
+
+} // namespace
+} // namespace qf::settings
