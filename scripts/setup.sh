@@ -15,7 +15,7 @@ packages=(
     libtiff-dev libtiff-tools libjpeg62-turbo-dev libspng-dev
     libgraphicsmagick++1-dev libpugixml-dev libcurl4-openssl-dev liblcms2-dev
     libgtest-dev libimage-exiftool-perl
-    default-jre-headless libpdfbox2-java libactivation-java libjaxb-api-java
+    default-jre-headless libpdfbox2-java libfontbox2-java libcommons-logging-java libactivation-java libjaxb-api-java
 )
 
 missing=()

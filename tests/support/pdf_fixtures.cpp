@@ -107,7 +107,7 @@ QPDFObjectHandle normal_appearance(QPDF& pdf, const std::string& content, const 
 
 void write_document(QPDF& pdf, const std::filesystem::path& target)
 {
-    QPDFWriter writer(pdf, target.string().c_str());
+    QPDFWriter writer(pdf, target.c_str());
     writer.setStaticID(true); // same bytes on every run, so failures reproduce
     writer.write();
 }
@@ -216,7 +216,7 @@ void write_encrypted_copy(const std::filesystem::path& source, const std::filesy
 {
     QPDF pdf;
     pdf.processFile(source.string().c_str());
-    QPDFWriter writer(pdf, target.string().c_str());
+    QPDFWriter writer(pdf, target.c_str());
     const char* user = user_password.c_str();
     const char* owner = owner_password.c_str();
     switch (encryption) {

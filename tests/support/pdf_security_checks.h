@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <qpdf/QPDF.hh>
+
+// Documents made for the security pass and merge tests, and what those tests read back from
+// a finished PDF with QPDF.
+namespace qf::test {
+
+// What a test document carries besides its pages.
+struct PdfDressing {
+    std::string version = "1.4"; // header version, forced
+    int pdfa_part = 0;           // XMP pdfaid:part and conformance as elements; 0 for none
+    char pdfa_conformance = 'B';
+    std::string pdfx_version;   // XMP pdfxid:GTS_PDFXVersion as an attribute; empty for none
+    bool output_intent = false; // a /GTS_PDFA1 OutputIntent with kIccBytes as its profile
+    bool images = false;        // page 1 draws kRawImage (no filter) and kJpegBytes (DCTDecode)
+};
+
+// Stand-ins with recognisable bytes: nothing decodes them as what they claim to be.
+inline const std::string kIccBytes = "fake ICC profile bytes for an OutputIntent";
+inline const std::string kJpegBytes =
+    std::string("\xFF\xD8\xFF\xE0 stands for JPEG data\xFF\xD9", 26);
+
+// The pixels of the uncompressed 8-bit gray image: kRawImageSide squared bytes, a ramp.
+inline constexpr int kRawImageSide = 32;
+std::string raw_image_pixels();
+
+// A PDF whose page N shows labels[N-1] as its only text.
+void write_labelled_pdf(const std::filesystem::path& target, const std::vector<std::string>& labels,
+                        const PdfDressing& dressing = {});
+
+// The text each page shows, in page order: the string operands of its Tj operators.
+std::vector<std::string> page_labels(QPDF& pdf);
+
+// Opens `path` (throws QPDFExc when the password does not open it); warnings stay quiet.
+void open_pdf(QPDF& pdf, const std::filesystem::path& path, const std::string& password = "");
+bool opens_with(const std::filesystem::path& path, const std::string& password);
+
+struct EncryptionFacts {
+    bool encrypted = false;
+    int revision = 0;    // R
+    int permissions = 0; // P
+    int version = 0;     // V
+    QPDF::encryption_method_e stream_method = QPDF::e_none;
+    std::size_t key_bits = 0; // length of the file encryption key
+    bool owner_matched = false;
+};
+// The encryption of `path` as a reader finds it when opening with `password`.
+EncryptionFacts read_encryption(const std::filesystem::path& path, const std::string& password);
+
+// The catalog's XMP packet, empty when there is none.
+std::string xmp_packet_of(QPDF& pdf);
+// A text entry of the Info dictionary, as UTF-8; empty when absent.
+std::string info_entry(QPDF& pdf, const std::string& key);
+// Whether any object of the file is stored in an object stream.
+bool uses_object_streams(QPDF& pdf);
+
+std::string file_bytes(const std::filesystem::path& path);
+
+// A fresh folder under the system's temporary folder, removed with its contents at the end.
+class ScratchFolder {
+  public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    // The names of the files in the folder, sorted.
+    std::vector<std::string> names() const;
+
+  private:
+    std::filesystem::path path_;
+};
+
+} // namespace qf::test

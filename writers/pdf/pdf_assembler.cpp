@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "writers/pdf/pdf_assembler.h"
+
+#include <map>
+#include <vector>
+
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFAcroFormDocumentHelper.hh>
+#include <qpdf/QPDFExc.hh>
+#include <qpdf/QPDFPageDocumentHelper.hh>
+#include <qpdf/QPDFWriter.hh>
+
+#include "engine/error.h"
+#include "engine/file_ops.h"
+#include "writers/pdf/pdf_conformance.h"
+#include "writers/pdf/pdf_metadata.h"
+#include "writers/pdf/pdf_page_image.h"
+
+namespace qf::writers::pdf {
+namespace {
+
+using engine::Error;
+using engine::ErrorKind;
+
+// Flat page copies: annotations with an appearance become page content. Those that have
+// none (links, for instance), page actions and the source's structure references are not
+// carried over: they would pull objects of other pages into the output along with them.
+constexpr const char *kKeysLeftBehind[] = {"/Annots", "/AA", "/StructParents", "/B"};
+
+// Generated appearances of form fields fill in their text through a token filter that only
+// runs when the stream is read from its own document; a page copied into another document
+// would carry the empty stream. Reading each one once makes the text part of its data.
+void bake_widget_appearances(QPDF &pdf, QPDFAcroFormDocumentHelper &forms)
+{
+    for (auto &page : QPDFPageDocumentHelper(pdf).getAllPages()) {
+        for (auto &widget : forms.getWidgetAnnotationsForPage(page)) {
+            QPDFObjectHandle appearance = widget.getAppearanceStream("/N");
+            if (appearance.isStream()) {
+                appearance.replaceStreamData(appearance.getStreamData(qpdf_dl_generalized),
+                                             QPDFObjectHandle::newNull(),
+                                             QPDFObjectHandle::newNull());
+            }
+        }
+    }
+}
+
+std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::string &password)
+{
+    auto pdf = std::make_unique<QPDF>();
+    pdf->setSuppressWarnings(true);
+    try {
+        pdf->processFile(path.c_str(), password.empty() ? nullptr : password.c_str());
+    } catch (const QPDFExc &e) {
+        if (e.getErrorCode() == qpdf_e_password) {
+            throw Error(ErrorKind::Password, "the password does not open it", path);
+        }
+        throw Error(ErrorKind::Damaged, "not a readable PDF file", path);
+    } catch (const std::exception &) {
+        throw Error(ErrorKind::Damaged, "the file could not be read", path);
+    }
+    try {
+        QPDFAcroFormDocumentHelper forms(*pdf);
+        if (forms.getNeedAppearances()) {
+            forms.generateAppearancesIfNeeded();
+            bake_widget_appearances(*pdf, forms);
+        }
+        QPDFPageDocumentHelper(*pdf).flattenAnnotations();
+    } catch (const std::exception &) {
+        // Annotations that cannot be flattened are left out of the copy below; the page
+        // itself is still worth having.
+    }
+    return pdf;
+}
+
+class QpdfAssembler : public engine::PdfAssembler
+{
+  public:
+    QpdfAssembler(std::filesystem::path target, const engine::OptionSnapshot &snapshot,
+                  std::filesystem::path resources)
+        : target_(std::move(target)), snapshot_(snapshot), resources_(std::move(resources))
+    {
+        output_.emptyPDF();
+        output_.setSuppressWarnings(true);
+    }
+
+    void add_pdf_page(const std::filesystem::path &source, const std::string &password,
+                      int pageno) override
+    {
+        QPDF &pdf = source_document(source, password);
+        const auto pages = QPDFPageDocumentHelper(pdf).getAllPages();
+        if (pageno < 1 || static_cast<std::size_t>(pageno) > pages.size()) {
+            throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
+                        source, pageno);
+        }
+        QPDFObjectHandle page = pages[static_cast<std::size_t>(pageno - 1)].getObjectHandle();
+        for (const char *key : kKeysLeftBehind) {
+            page.removeKey(key); // on the copy in memory; the source file is never written
+        }
+        try {
+            output_.addPage(page, false);
+        } catch (const std::exception &) {
+            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
+        }
+        image_pages_.push_back(false);
+    }
+
+    void add_image_page(const engine::PagePicture &picture, double pagescale) override
+    {
+        if (!spool_) {
+            spool_ = std::make_shared<ImageSpool>(target_);
+        }
+        add_picture_page(output_, spool_, picture, pagescale);
+        image_pages_.push_back(true);
+        if (picture.format == engine::PixelFormat::Rgb8) {
+            minimum_version_ = higher_version(minimum_version_, "1.2"); // the Flate filter
+        }
+    }
+
+    int page_count() const override { return static_cast<int>(image_pages_.size()); }
+
+    std::vector<std::string> close() override
+    {
+        if (image_pages_.empty()) {
+            release();
+            throw Error(ErrorKind::Output, "no page could be converted", target_);
+        }
+        ConformanceResult result;
+        try {
+            applydocinfo(output_, snapshot_);
+            ConformanceRequest request;
+            request.code = snapshot_.mpdfversionnumber;
+            request.icc_folder = resources_ / "icc";
+            request.image_pages = image_pages_;
+            request.minimum_version = minimum_version_;
+            request.fallback_title = target_.stem().string();
+            result = applyconformance(output_, request);
+            engine::write_atomically(target_, [&](const std::filesystem::path &temp) {
+                QPDFWriter writer(output_, temp.c_str());
+                configure_writer(writer, result);
+                writer.write();
+            });
+        } catch (...) {
+            release();
+            throw;
+        }
+        release();
+        return result.reasons;
+    }
+
+  private:
+    QPDF &source_document(const std::filesystem::path &path, const std::string &password)
+    {
+        auto &slot = sources_[path.lexically_normal()];
+        if (!slot) {
+            slot = open_source(path, password);
+        }
+        return *slot;
+    }
+
+    // Sources and scratch data are needed until the file is written, no longer.
+    void release()
+    {
+        spool_.reset();
+        sources_.clear();
+    }
+
+    std::filesystem::path target_;
+    engine::OptionSnapshot snapshot_;
+    std::filesystem::path resources_;
+    QPDF output_;
+    // The output's copied pages read their data from these sources when it is written.
+    std::map<std::filesystem::path, std::unique_ptr<QPDF>> sources_;
+    std::shared_ptr<ImageSpool> spool_;
+    std::vector<bool> image_pages_; // by page: a picture page made here
+    std::string minimum_version_ = "1.0";
+};
+
+} // namespace
+
+std::filesystem::path default_resources_folder()
+{
+    std::error_code ignored;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    if (!program.empty()) {
+        const auto installed = program.parent_path().parent_path() / "share" / "quirefold";
+        if (std::filesystem::is_directory(installed / "icc", ignored)) {
+            return installed;
+        }
+    }
+#ifdef QF_SOURCE_RESOURCES
+    return QF_SOURCE_RESOURCES;
+#else
+    return "resources";
+#endif
+}
+
+std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::path &target,
+                                                         const engine::OptionSnapshot &snapshot,
+                                                         const std::filesystem::path &resources)
+{
+    return std::make_unique<QpdfAssembler>(target, snapshot, resources);
+}
+
+std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::path &target,
+                                                         const engine::OptionSnapshot &snapshot)
+{
+    return make_pdf_assembler(target, snapshot, default_resources_folder());
+}
+
+engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources)
+{
+    return [resources = std::move(resources)](const std::filesystem::path &target,
+                                              const engine::OptionSnapshot &snapshot) {
+        return make_pdf_assembler(target, snapshot, resources);
+    };
+}
+
+} // namespace qf::writers::pdf

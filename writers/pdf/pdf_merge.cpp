@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "writers/pdf/pdf_merge.h"
+
+#include <memory>
+
+#include <qpdf/ClosedFileInputSource.hh>
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFWriter.hh>
+
+#include "engine/error.h"
+#include "writers/pdf/pdf_metadata.h"
+#include "writers/pdf/security_pass.h"
+
+namespace qf::writers::pdf {
+namespace {
+
+using engine::Error;
+using engine::ErrorKind;
+
+// Keeps an input's file open for the guard's life and closes it afterwards whatever happens;
+// reads at other times (stream data while the merged file is written) reopen it briefly.
+class StayOpen {
+  public:
+    explicit StayOpen(ClosedFileInputSource& source) : source_(source) { source_.stayOpen(true); }
+    ~StayOpen() { source_.stayOpen(false); }
+    StayOpen(const StayOpen&) = delete;
+    StayOpen& operator=(const StayOpen&) = delete;
+
+  private:
+    ClosedFileInputSource& source_;
+};
+
+// One input of the merge. The QPDF object outlives the parsing because copied pages read
+// their stream data from it when the merged file is written.
+struct MergeInput {
+    std::shared_ptr<ClosedFileInputSource> source;
+    std::unique_ptr<QPDF> document;
+};
+
+// Copies every page of `input` behind the pages of `output`; when one page cannot be copied,
+// none is added. Returns the number of pages added.
+std::size_t append_pages(QPDF& output, QPDF& input)
+{
+    input.pushInheritedAttributesToPage();
+    std::vector<QPDFObjectHandle> copies;
+    for (const auto& page : input.getAllPages()) {
+        copies.push_back(output.copyForeignObject(page));
+    }
+    for (auto& copy : copies) {
+        output.addPage(copy, false);
+    }
+    return copies.size();
+}
+
+// Opens an input and, unless it is the first, appends its pages to `base`. Returns the
+// input, or an empty one when the file cannot be read as a PDF.
+MergeInput merge_one(const std::filesystem::path& path, QPDF* base, std::size_t& page_total)
+{
+    MergeInput input{std::make_shared<ClosedFileInputSource>(path.c_str()),
+                     std::make_unique<QPDF>()};
+    try {
+        StayOpen open(*input.source);
+        input.document->setSuppressWarnings(true);
+        input.document->processInputSource(input.source);
+        page_total +=
+            base ? append_pages(*base, *input.document) : input.document->getAllPages().size();
+    } catch (const std::exception&) {
+        return {};
+    }
+    return input;
+}
+
+} // namespace
+
+void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
+                const std::filesystem::path& target, const engine::OptionSnapshot& snapshot,
+                const std::function<void(const std::filesystem::path&)>& merged)
+{
+    std::vector<MergeInput> opened;
+    std::size_t page_total = 0;
+    for (const auto& path : inputs) {
+        std::error_code ignored;
+        if (!std::filesystem::is_regular_file(path, ignored)) {
+            continue;
+        }
+        QPDF* base = opened.empty() ? nullptr : opened.front().document.get();
+        MergeInput input = merge_one(path, base, page_total);
+        if (!input.document) {
+            continue;
+        }
+        opened.push_back(std::move(input));
+        merged(path);
+    }
+    if (opened.empty() || page_total == 0) {
+        throw Error(ErrorKind::Output, "no document could be merged", target);
+    }
+
+    // The first input is the base: its catalog, with XMP and OutputIntents, and its version
+    // stay as they are.
+    QPDF& base = *opened.front().document;
+    // The base's own objects are parsed only as the writer reaches them, in many small reads:
+    // its one file stays open until the merged file is written.
+    StayOpen base_open(*opened.front().source);
+    const ConformanceClaim claim = conformance_claim(base, snapshot.mpdfversionnumber);
+    try {
+        applydocinfo(base, snapshot);
+    } catch (const Error&) {
+        throw;
+    } catch (const std::exception&) {
+        throw Error(ErrorKind::Output, "the document information could not be set", target);
+    }
+    write_pdf_atomically(base, target, [&](QPDFWriter& writer) {
+        writer.setObjectStreamMode(claim.pdfa1 ? qpdf_o_disable : qpdf_o_preserve);
+        writer.setNewlineBeforeEndstream(!claim.level.empty());
+    });
+}
+
+} // namespace qf::writers::pdf

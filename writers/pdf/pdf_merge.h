@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+#include "engine/run_model.h"
+
+namespace qf::writers::pdf {
+
+// Merges the pages of `inputs`, in order, into one PDF at `target`. The merged file keeps the
+// first merged input's header version, catalog XMP metadata and OutputIntents, so a combined
+// PDF/A run stays PDF/A, and gets the snapshot's document information. No security pass
+// happens here. A missing input is passed over in silence; one that cannot be read is passed
+// over too. `merged` is called with each input once its pages are in.
+// Input files are opened one at a time and closed between reads, so any number of inputs
+// stays within the open-file limit; page data is read from them only when the file is
+// written, so the inputs must stay in place until this returns.
+// The file appears under `target` only when complete. Throws engine::Error(ErrorKind::Output)
+// when nothing could be merged or the file could not be written; an earlier file at `target`
+// then stays as it was.
+void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
+                const std::filesystem::path& target, const engine::OptionSnapshot& snapshot,
+                const std::function<void(const std::filesystem::path&)>& merged);
+
+} // namespace qf::writers::pdf
