@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/page.h"
+
+// Decoders of the picture files the writers make, and small pictures to feed them, for tests.
+// Every reader throws std::runtime_error when the file cannot be decoded.
+namespace qf::test {
+
+// Decoded pixels: 8 bits a sample, samples interleaved, rows packed.
+struct DecodedImage {
+    int width = 0;
+    int height = 0;
+    int components = 0;
+    std::vector<std::uint8_t> samples;
+
+    // The pixel at (x, y) as R, G, B; a one-component image gives its grey three times.
+    std::array<std::uint8_t, 3> rgb_at(int x, int y) const;
+};
+
+struct JpegFile {
+    DecodedImage image;
+    bool progressive = false;
+    bool jfif = false;
+    int density_unit = 0; // 0 none, 1 dots per inch, 2 dots per centimetre
+    int x_density = 0;
+    int y_density = 0;
+};
+JpegFile read_jpeg(const std::filesystem::path& file);
+
+struct PngFile {
+    DecodedImage image; // 8-bit RGB whatever the file holds
+    int bit_depth = 0;
+    int color_type = 0; // the IHDR value: 2 truecolour, 6 truecolour with alpha, ...
+    bool interlaced = false;
+    bool has_phys = false; // a pHYs (physical pixel size) chunk is present
+};
+PngFile read_png(const std::filesystem::path& file);
+
+// One image (directory) of a TIFF file. Text tags are absent when the file lacks them.
+struct TiffImage {
+    int width = 0;
+    int height = 0;
+    int compression = 0;
+    int photometric = -1;
+    int bits_per_sample = 0;
+    int samples_per_pixel = 0;
+    int planar_config = 0;
+    int fill_order = 0;
+    std::uint32_t rows_per_strip = 0;
+    float x_resolution = 0;
+    float y_resolution = 0;
+    int resolution_unit = 0;
+    std::optional<std::string> software;
+    std::optional<std::string> copyright;
+    std::optional<std::string> document_name;
+    std::optional<std::string> artist;
+    DecodedImage image; // 8-bit RGB through libtiff's RGBA reader, top row first
+};
+std::vector<TiffImage> read_tiff(const std::filesystem::path& file);
+
+// The raw samples of one strip-organised, contiguous 16-bit image (directory 0-based).
+std::vector<std::uint16_t> read_tiff_samples16(const std::filesystem::path& file, int directory);
+
+// Pictures to write: colour from a function of the pixel, or bilevel from a black test.
+engine::PagePicture
+make_rgb_picture(int width, int height,
+                 const std::function<std::array<std::uint8_t, 3>(int x, int y)>& colour);
+engine::PagePicture make_bilevel_picture(int width, int height,
+                                         const std::function<bool(int x, int y)>& black);
+
+// Runs a program with these arguments (no shell) and returns its exit status and standard
+// output; standard error is passed through.
+struct ProgramResult {
+    int status = -1;
+    std::string output;
+};
+ProgramResult run_program(const std::vector<std::string>& argv);
+
+// A tag's value as ExifTool's reader gives it, byte for byte ("exiftool -b -TAG FILE"); empty
+// when the file has no such tag.
+std::string exiftool_tag(const std::filesystem::path& file, const std::string& tag);
+
+// A fresh folder under the system's temporary folder, removed with everything in it.
+class OutputFolder {
+public:
+    OutputFolder();
+    ~OutputFolder();
+    OutputFolder(const OutputFolder&) = delete;
+    OutputFolder& operator=(const OutputFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    // The names of the folder's entries, sorted, hidden temporaries included.
+    std::vector<std::string> entries() const;
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace qf::test

@@ -1,0 +1,312 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+
+#include "engine/error.h"
+#include "engine/version.h"
+#include "tests/support/image_checks.h"
+#include "writers/tiff_writer.h"
+
+namespace qf::writers {
+namespace {
+
+using engine::PagePicture;
+using Rgb = std::array<std::uint8_t, 3>;
+
+constexpr Rgb kBlack{0, 0, 0};
+constexpr Rgb kWhite{255, 255, 255};
+
+// Columns of dark and light colours, 8 pixels wide each; the pattern survives thresholding.
+const Rgb kStripes[] = {{10, 10, 10},    {250, 240, 230}, {180, 0, 0},
+                        {100, 255, 120}, {0, 0, 255},     {255, 255, 0}};
+const bool kStripeIsDark[] = {true, false, true, false, true, false};
+
+PagePicture striped(int width, int height)
+{
+    return test::make_rgb_picture(width, height, [](int x, int) { return kStripes[(x / 8) % 6]; });
+}
+
+PagePicture flat(Rgb colour)
+{
+    return test::make_rgb_picture(24, 16, [colour](int, int) { return colour; });
+}
+
+engine::OptionSnapshot run_snapshot()
+{
+    engine::OptionSnapshot snapshot;
+    snapshot.mjpgquality = "92";
+    snapshot.thedpi = 200;
+    snapshot.mtiffcopyright = "Global copyright";
+    snapshot.mtiffdocumentname = "Global name";
+    return snapshot;
+}
+
+TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
+{
+    const struct {
+        int tiffcode;
+        int compression;
+        bool bilevel;
+    } cases[] = {
+        {1, 1, false}, {32773, 32773, false}, {5, 5, false}, {3, 3, true},  {4, 4, true},
+        {7, 7, false}, {8, 8, false},         {2, 2, true},  {0, 1, false}, {6, 1, false},
+    };
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    const PagePicture page = striped(100, 70);
+    for (const auto& c : cases) {
+        const auto target = folder / ("code" + std::to_string(c.tiffcode) + ".tif");
+        write_tiff_single(page, target, {snapshot, c.tiffcode, "", ""});
+
+        const auto images = test::read_tiff(target);
+        ASSERT_EQ(images.size(), 1u) << c.tiffcode;
+        const test::TiffImage& tiff = images[0];
+        EXPECT_EQ(tiff.compression, c.compression) << c.tiffcode;
+        EXPECT_EQ(tiff.width, 100) << c.tiffcode;
+        EXPECT_EQ(tiff.height, 70) << c.tiffcode;
+        EXPECT_EQ(tiff.photometric, c.bilevel ? 0 : 2) << c.tiffcode;
+        EXPECT_EQ(tiff.bits_per_sample, c.bilevel ? 1 : 8) << c.tiffcode;
+        EXPECT_EQ(tiff.samples_per_pixel, c.bilevel ? 1 : 3) << c.tiffcode;
+        EXPECT_EQ(tiff.planar_config, 1) << c.tiffcode;
+        EXPECT_GE(tiff.rows_per_strip, 1u) << c.tiffcode;
+        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << c.tiffcode;
+        EXPECT_FLOAT_EQ(tiff.y_resolution, 200) << c.tiffcode;
+        EXPECT_EQ(tiff.resolution_unit, 2) << c.tiffcode;
+        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << c.tiffcode;
+        if (c.compression == 7) {
+            EXPECT_EQ(tiff.rows_per_strip, 32u);
+            EXPECT_EQ(tiff.fill_order, 2);
+        }
+        for (int stripe = 0; stripe < 6; ++stripe) {
+            const Rgb pixel = tiff.image.rgb_at(stripe * 8 + 4, 35);
+            const std::string where =
+                "code " + std::to_string(c.tiffcode) + " stripe " + std::to_string(stripe);
+            const Rgb expected =
+                c.bilevel ? (kStripeIsDark[stripe] ? kBlack : kWhite) : kStripes[stripe];
+            const int tolerance = c.compression == 7 ? 16 : 0;
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(pixel[channel], expected[channel], tolerance) << where;
+            }
+        }
+    }
+}
+
+TEST(TiffWriter, BilevelCodesThresholdLuminanceAtMidGrey)
+{
+    const struct {
+        Rgb colour;
+        bool black;
+    } cases[] = {
+        {{127, 127, 127}, true}, {{128, 128, 128}, false}, {{255, 0, 0}, true},
+        {{0, 255, 0}, false},    {{0, 0, 255}, true},      {{255, 255, 0}, false},
+        {{0, 0, 0}, true},       {{255, 255, 255}, false},
+    };
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    for (const int code : {2, 3, 4}) {
+        for (const auto& c : cases) {
+            write_tiff_single(flat(c.colour), folder / "bw.tif", {snapshot, code, "", ""});
+            const Rgb pixel = test::read_tiff(folder / "bw.tif").at(0).image.rgb_at(5, 5);
+            EXPECT_EQ(pixel, c.black ? kBlack : kWhite)
+                << "code " << code << " colour " << int(c.colour[0]) << "," << int(c.colour[1])
+                << "," << int(c.colour[2]);
+        }
+    }
+}
+
+TEST(TiffWriter, BilevelPageKeepsItsPixelsInEveryForm)
+{
+    const PagePicture page =
+        test::make_bilevel_picture(37, 21, [](int x, int y) { return (x * y) % 5 == 1; });
+    const PagePicture expected = engine::to_rgb(page);
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    for (const int code : {1, 2, 3, 4, 5, 8, 32773}) {
+        write_tiff_single(page, folder / "page.tif", {snapshot, code, "", ""});
+        EXPECT_EQ(test::read_tiff(folder / "page.tif").at(0).image.samples, expected.pixels)
+            << code;
+    }
+}
+
+TEST(TiffWriter, SinglePageTakesTheSourceTextsUnlessBlank)
+{
+    const struct {
+        const char* ccopyright;
+        const char* cdocumentname;
+        const char* global_copyright;
+        const char* copyright;
+        const char* document_name;
+    } cases[] = {
+        {"Source (c)", "Source name", "Global", "Source (c)", "Source name"},
+        {"", "", "Global", "Global", "Global name"},
+        {"   ", "\t", "Global", "Global", "Global name"},
+        {"  padded  ", "x", "Global", "  padded  ", "x"},
+        {"", "", "", "", "Global name"},
+    };
+    test::OutputFolder folder;
+    for (const auto& c : cases) {
+        engine::OptionSnapshot snapshot = run_snapshot();
+        snapshot.mtiffcopyright = c.global_copyright;
+        write_tiff_single(flat(kWhite), folder / "tags.tif",
+                          {snapshot, 5, c.ccopyright, c.cdocumentname});
+        const test::TiffImage tiff = test::read_tiff(folder / "tags.tif").at(0);
+        EXPECT_EQ(tiff.copyright.value_or("<absent>"), c.copyright) << '"' << c.ccopyright << '"';
+        EXPECT_EQ(tiff.document_name.value_or("<absent>"), c.document_name)
+            << '"' << c.cdocumentname << '"';
+    }
+}
+
+TEST(MultipageTiff, PagesKeepTheirOrderAndEachItsOwnCompression)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    const Rgb colours[] = {{200, 30, 30}, {20, 20, 20}, {30, 30, 200}, {30, 200, 30}};
+    const int codes[] = {5, 4, 7, 32773};
+    MultipageTiff writer;
+    const auto target = folder / "all.tif";
+    writer.open(target, {snapshot, 0, "", ""});
+    EXPECT_TRUE(writer.is_open());
+    for (int page = 0; page < 4; ++page) {
+        writer.add_page(flat(colours[page]), {snapshot, codes[page], "Source (c)", "Source name"});
+    }
+    EXPECT_FALSE(std::filesystem::exists(target)) << "visible before close";
+    writer.close();
+    EXPECT_FALSE(writer.is_open());
+
+    const auto images = test::read_tiff(target);
+    ASSERT_EQ(images.size(), 4u);
+    for (int page = 0; page < 4; ++page) {
+        const test::TiffImage& tiff = images[page];
+        EXPECT_EQ(tiff.compression, codes[page]) << page;
+        EXPECT_EQ(tiff.copyright, "Global copyright") << page;
+        EXPECT_EQ(tiff.document_name, "Global name") << page;
+        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << page;
+        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << page;
+        const Rgb expected = codes[page] == 4 ? kBlack : colours[page];
+        for (int channel = 0; channel < 3; ++channel) {
+            EXPECT_NEAR(tiff.image.rgb_at(10, 8)[channel], expected[channel],
+                        codes[page] == 7 ? 8 : 0)
+                << page;
+        }
+    }
+    EXPECT_EQ(images[2].rows_per_strip, 32u);
+    EXPECT_EQ(folder.entries(), std::vector<std::string>{"all.tif"});
+}
+
+TEST(MultipageTiff, EmptyGlobalCopyrightGivesAnEmptyTag)
+{
+    test::OutputFolder folder;
+    engine::OptionSnapshot snapshot = run_snapshot();
+    snapshot.mtiffcopyright = "";
+    MultipageTiff writer;
+    writer.open(folder / "empty.tif", {snapshot, 1, "", ""});
+    writer.add_page(flat(kWhite), {snapshot, 1, "Source (c)", ""});
+    writer.close();
+    EXPECT_EQ(test::read_tiff(folder / "empty.tif").at(0).copyright.value_or("<absent>"), "");
+}
+
+TEST(MultipageTiff, RefusedPageLeavesTheFileSound)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    PagePicture too_wide_for_jpeg =
+        test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
+    MultipageTiff writer;
+    writer.open(folder / "mixed.tif", {snapshot, 5, "", ""});
+    writer.add_page(flat({250, 0, 0}), {snapshot, 5, "", ""});
+    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 5, "", ""}), engine::Error);
+    EXPECT_THROW(writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""}), engine::Error);
+    writer.add_page(flat({0, 0, 250}), {snapshot, 8, "", ""});
+    writer.close();
+
+    const auto images = test::read_tiff(folder / "mixed.tif");
+    ASSERT_EQ(images.size(), 2u);
+    EXPECT_EQ(images[0].image.rgb_at(1, 1), (Rgb{250, 0, 0}));
+    EXPECT_EQ(images[1].image.rgb_at(1, 1), (Rgb{0, 0, 250}));
+}
+
+TEST(MultipageTiff, FileOfNoPageIsDroppedWithAnError)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    MultipageTiff writer;
+    writer.open(folder / "none.tif", {snapshot, 4, "", ""});
+    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 4, "", ""}), engine::Error);
+    try {
+        writer.close();
+        ADD_FAILURE() << "closed a file of no page";
+    } catch (const engine::Error& error) {
+        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+        EXPECT_EQ(error.reason(), "no page could be added");
+    }
+    EXPECT_FALSE(writer.is_open());
+    EXPECT_TRUE(folder.entries().empty());
+}
+
+TEST(MultipageTiff, UnclosedFileIsDiscarded)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    {
+        MultipageTiff writer;
+        writer.open(folder / "abandoned.tif", {snapshot, 5, "", ""});
+        writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
+    }
+    EXPECT_TRUE(folder.entries().empty());
+}
+
+TEST(MultipageTiff, ReusedForOneFilePerDocument)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    const struct {
+        const char* name;
+        int pages;
+    } documents[] = {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}};
+    MultipageTiff writer;
+    for (const auto& document : documents) {
+        writer.open(folder / document.name, {snapshot, 4, "", ""});
+        for (int page = 0; page < document.pages; ++page) {
+            writer.add_page(striped(16, 8), {snapshot, 4, "", ""});
+        }
+        writer.close();
+    }
+    for (const auto& document : documents) {
+        EXPECT_EQ(test::read_tiff(folder / document.name).size(),
+                  static_cast<std::size_t>(document.pages))
+            << document.name;
+    }
+    EXPECT_EQ(folder.entries().size(), 3u);
+}
+
+TEST(MultipageTiff, OpeningAgainFinishesTheOpenFile)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    MultipageTiff writer;
+    writer.open(folder / "a.tif", {snapshot, 5, "", ""});
+    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
+    writer.open(folder / "b.tif", {snapshot, 5, "", ""});
+    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
+    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
+    writer.close();
+    EXPECT_EQ(test::read_tiff(folder / "a.tif").size(), 1u);
+    EXPECT_EQ(test::read_tiff(folder / "b.tif").size(), 2u);
+}
+
+TEST(MultipageTiff, OpenInAMissingFolderFailsWithAnOutputError)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    MultipageTiff writer;
+    try {
+        writer.open(folder / "missing" / "x.tif", {snapshot, 5, "", ""});
+        ADD_FAILURE() << "opened in a missing folder";
+    } catch (const engine::Error& error) {
+        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+    }
+    EXPECT_FALSE(writer.is_open());
+    EXPECT_TRUE(folder.entries().empty());
+}
+
+} // namespace
+} // namespace qf::writers
