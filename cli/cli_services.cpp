@@ -2,10 +2,17 @@
 #include "cli/cli_services.h"
 
 #include <system_error>
-#include <unistd.h>
 
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
+#include "writers/deep_colour.h"
+#include "writers/exif_stamper.h"
+#include "writers/jpeg_writer.h"
+#include "writers/pdf/pdf_assembler.h"
+#include "writers/pdf/pdf_merge.h"
+#include "writers/pdf/security_pass.h"
+#include "writers/png_writer.h"
+#include "writers/tiff_writer.h"
 
 namespace qf::cli {
 namespace fs = std::filesystem;
@@ -23,11 +30,20 @@ fs::path resources_folder()
     return QF_SOURCE_RESOURCES;
 }
 
-engine::RunServices make_run_services(const fs::path&)
+engine::RunServices make_run_services(const fs::path& resources)
 {
     engine::RunServices services;
     services.open_tiff = sources::open_tiff_source;
     services.open_pdf = sources::open_pdf_source;
+    services.write_jpeg = writers::write_jpeg;
+    services.write_png = writers::write_png;
+    services.write_tiff_single = writers::write_tiff_single;
+    services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
+    services.pdf_assembler = writers::pdf::pdf_assembler_factory(resources);
+    services.encryptpdfnow = writers::pdf::encryptpdfnow;
+    services.merge_pdfs = writers::pdf::merge_pdfs;
+    services.stamper = [resources] { return writers::make_exif_stamper(resources); };
+    services.writergb48 = writers::writergb48;
     return services;
 }
 

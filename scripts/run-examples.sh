@@ -8,7 +8,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 out="$root/out/examples"
 mkdir -p "$out"
 status=0
-"$root/build/cli/quirefold-cli" --imageformat JPEG --dotsperinch 100 -o "$out" "$root/examples" || status=$?
+"$root/build/cli/quirefold-cli" --imageformat JPEG --dotsperinch 100 --zoomfactor 1 -o "$out" "$root/examples" || status=$?
 echo
 echo "The pages of the sample documents are in $out"
 exit "$status"

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The command line as a script meets it: arguments, output lines, files and exit status.
+#include <algorithm>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/support/image_checks.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/tiff_fixtures.h"
+
+extern char** environ;
+
+namespace qf::test {
+namespace {
+namespace fs = std::filesystem;
+
+struct CliResult {
+    int status = -1;
+    std::vector<std::string> out; // standard output, line by line
+    std::string err;
+};
+
+std::string slurp(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// Runs quirefold-cli with no terminal: standard input empty, outputs captured in files.
+CliResult run_cli(const std::vector<std::string>& arguments, const fs::path& scratch)
+{
+    std::vector<std::string> argv_text{QF_CLI_PATH};
+    argv_text.insert(argv_text.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& argument : argv_text) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const fs::path out = scratch / "stdout.txt";
+    const fs::path err = scratch / "stderr.txt";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = 0;
+    CliResult result;
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    std::istringstream lines(slurp(out));
+    for (std::string line; std::getline(lines, line);) {
+        result.out.push_back(line);
+    }
+    result.err = slurp(err);
+    return result;
+}
+
+class Cli : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        fs::create_directories(folder / "in");
+        ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
+    }
+    CliResult cli(const std::vector<std::string>& arguments) { return run_cli(arguments, folder.path()); }
+
+    TempFolder folder;
+};
+
+TEST_F(Cli, ConvertsAMultipageTiffToJpegPages)
+{
+    make_tiff(folder / "in" / "scan.tif", {TiffPage{}, TiffPage{}, TiffPage{}});
+    const auto result = cli({"--imageformat", "JPEG", "-o", (folder / "out").string(), (folder / "in" / "scan.tif").string()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::vector<std::string> expected = {
+        "1 Image added to the list",        "scan.tif is being Processed",      "Page 1 is being Processed",
+        "scan Page 001.JPG has been Saved", "scan Page 002.JPG has been Saved", "scan Page 003.JPG has been Saved",
+        "All Done",
+    };
+    EXPECT_EQ(result.out, expected);
+    EXPECT_EQ(read_jpeg(folder / "out" / "scan Page 003.JPG").image.width, 64);
+}
+
+TEST_F(Cli, WithoutAFolderOutputsGoBesideTheFirstDocument)
+{
+    fs::create_directories(folder / "in" / "sub");
+    make_tiff(folder / "in" / "a.tif", {TiffPage{}});
+    make_tiff(folder / "in" / "sub" / "b.tif", {TiffPage{}});
+    const auto result = cli({"--format", "png", "--recursive", (folder / "in").string()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    // Sub-folders come first, and every output lands in the first document's folder.
+    ASSERT_GE(result.out.size(), 2u);
+    EXPECT_EQ(result.out[0], "2 Images added to the list");
+    EXPECT_EQ(result.out[1], "b.tif is being Processed");
+    EXPECT_TRUE(fs::exists(folder / "in" / "sub" / "a.PNG"));
+    EXPECT_TRUE(fs::exists(folder / "in" / "sub" / "b.PNG"));
+}
+
+TEST_F(Cli, PagesAreNormalisedForEachDocument)
+{
+    make_tiff(folder / "in" / "four.tif", {TiffPage{}, TiffPage{}, TiffPage{}, TiffPage{}});
+    const auto result = cli({"--format", "png", "--pages", "3-99", "-o", (folder / "out").string(),
+                             (folder / "in" / "four.tif").string()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::vector<std::string> written;
+    for (const auto& entry : fs::directory_iterator(folder / "out")) {
+        written.push_back(entry.path().filename().string());
+    }
+    std::sort(written.begin(), written.end());
+    EXPECT_EQ(written, (std::vector<std::string>{"four Page 003.PNG", "four Page 004.PNG"}));
+}
+
+TEST_F(Cli, BadInputsGetALineAndStatusThree)
+{
+    make_tiff(folder / "in" / "good.tif", {TiffPage{}});
+    std::ofstream(folder / "in" / "empty.tif");
+    std::ofstream(folder / "in" / "notes.tif") << "plain text";
+    make_tiff(folder / "in" / "cut.tif", {TiffPage{.width = 300, .height = 300, .compression = 1}, TiffPage{}});
+    fs::resize_file(folder / "in" / "cut.tif", fs::file_size(folder / "in" / "cut.tif") / 2);
+    write_garbage_pdf(folder / "in" / "broken.pdf");
+    const auto result = cli({"--format", "png", "-o", (folder / "out").string(), (folder / "in").string(),
+                             (folder / "in" / "missing.tif").string()});
+    EXPECT_EQ(result.status, 3);
+    for (const char* name : {"empty.tif", "notes.tif", "missing.tif", "broken.pdf"}) {
+        EXPECT_NE(result.err.find(std::string(name) + " could not be opened: "), std::string::npos) << name << "\n"
+                                                                                                   << result.err;
+    }
+    EXPECT_TRUE(fs::exists(folder / "out" / "good.PNG"));
+    EXPECT_EQ(result.out.back(), "All Done");
+}
+
+TEST_F(Cli, EncryptedPdfsOpenWithTheGivenPasswordOnly)
+{
+    write_numbered_pdf(folder / "plain.pdf", 2);
+    write_encrypted_copy(folder / "plain.pdf", folder / "in" / "locked.pdf", PdfEncryption::Aes128, "s3cret", "owner");
+    const auto refused = cli({"--format", "png", "--zoomfactor", "1", "--dpi", "36", "-o", (folder / "out").string(),
+                              (folder / "in" / "locked.pdf").string()});
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_NE(refused.err.find("locked.pdf could not be opened: could not be opened without a password"),
+              std::string::npos)
+        << refused.err;
+
+    const auto opened = cli({"--format", "png", "--zoomfactor", "1", "--dpi", "36", "--password", "wrong",
+                             "--password", "s3cret", "-o", (folder / "out").string(),
+                             (folder / "in" / "locked.pdf").string()});
+    EXPECT_EQ(opened.status, 0) << opened.err;
+    EXPECT_EQ(read_png(folder / "out" / "locked Page 002.PNG").image.width, 306); // 612 points at 36 dpi
+    for (const auto& line : opened.out) {
+        EXPECT_EQ(line.find("s3cret"), std::string::npos) << line;
+    }
+}
+
+TEST_F(Cli, UsageErrorsEndWithStatusTwo)
+{
+    make_tiff(folder / "in" / "a.tif", {TiffPage{}});
+    const std::string input = (folder / "in" / "a.tif").string();
+    const std::vector<std::vector<std::string>> cases = {
+        {"--dpi", "12.5", input}, {"--jpgquality", "high", input}, {"--imageformat", "gif", input},
+        {"--bogus", input},       {"--combineall=yes", input},     {},
+        {"--format"},
+    };
+    for (const auto& arguments : cases) {
+        const auto result = cli(arguments);
+        EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
+        EXPECT_FALSE(result.err.empty()) << ::testing::PrintToString(arguments);
+    }
+    EXPECT_FALSE(fs::exists(folder / "in" / "a.PDF"));
+}
+
+TEST_F(Cli, HelpListsEveryOptionFromTheTable)
+{
+    const auto result = cli({"--help"});
+    EXPECT_EQ(result.status, 0);
+    std::string text;
+    for (const auto& line : result.out) {
+        text += line + "\n";
+    }
+    for (const char* flag : {"--imageformat", "--savein", "--dotsperinch", "--zoomfactor", "--jpgquality",
+                             "--zeropadding", "--usepageranges", "--onefileonefolder", "--encryptionlevel",
+                             "--pdfversionnumber", "--tiffcompression", "--pages", "--password"}) {
+        EXPECT_NE(text.find(flag), std::string::npos) << flag;
+    }
+    EXPECT_NE(text.find("\"TIFF (Single Page)\""), std::string::npos);
+}
+
+} // namespace
+} // namespace qf::test

@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Whole runs with PDF documents in or out: log lines, pages, text, merge and security.
+#include <fstream>
+#include <gtest/gtest.h>
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFPageDocumentHelper.hh>
+
+#include "sources/pdf_source.h"
+#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/image_checks.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/pdf_inspect.h"
+#include "tests/support/pdf_security_checks.h"
+#include "tests/support/tiff_fixtures.h"
+
+namespace qf::test {
+namespace {
+namespace fs = std::filesystem;
+using engine::OptionId;
+
+// The text of every page of a PDF, read back with MuPDF.
+std::vector<std::string> page_texts(const fs::path& pdf, const std::string& password = {})
+{
+    auto source = sources::open_pdf_source({pdf, password, engine::kTiledNo});
+    std::vector<std::string> texts;
+    for (int page = 1; page <= source->page_count(); ++page) {
+        texts.push_back(source->text(page));
+    }
+    return texts;
+}
+
+int page_count(const fs::path& pdf)
+{
+    QPDF document;
+    open_pdf(document, pdf);
+    return static_cast<int>(QPDFPageDocumentHelper(document).getAllPages().size());
+}
+
+bool has_line(const std::vector<std::string>& lines, const std::string& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+class PdfRuns : public ::testing::Test {
+protected:
+    fs::path out() const { return folder.path() / "out"; }
+    TempFolder folder;
+    RunHarness harness;
+};
+
+TEST_F(PdfRuns, AMultipagePdfOfASelectionLogsPositionsAndPageNumbers)
+{
+    const auto report = folder / "report.pdf";
+    write_numbered_pdf(report, 8);
+    auto values = options_for(out(), "PDF (Multipage)");
+    values.set(OptionId::ZeroPadding, 0);
+    values.set(OptionId::usepageranges, true);
+    auto row = admitted_row(report);
+    row.cells[4] = "4-6";
+    harness.run(values, {row});
+    const std::vector<std::string> expected = {
+        "report.pdf is being Processed", "Page 4 is being Processed ", "Page 1 Added to PDF",
+        "Page 5 is being Processed ",    "Page 2 Added to PDF",        "Page 6 is being Processed ",
+        "Page 3 Added to PDF",           "report Page 4 to 6.PDF has been Saved",
+    };
+    EXPECT_EQ(harness.lines, expected);
+    EXPECT_EQ(page_texts(out() / "report Page 4 to 6.PDF"),
+              (std::vector<std::string>{"Hello page 4", "Hello page 5", "Hello page 6"}));
+    QPDF written;
+    open_pdf(written, out() / "report Page 4 to 6.PDF");
+    EXPECT_EQ(info_entry(written, "/Creator"), "Quirefold");
+    EXPECT_EQ(info_entry(written, "/Producer"), "Quirefold");
+}
+
+TEST_F(PdfRuns, TiffPagesBecomePdfPagesSizedByTheirResolution)
+{
+    const auto scan = folder / "scan.tif";
+    make_tiff(scan, {TiffPage{.width = 600, .height = 300, .xres = 300, .yres = 150},
+                     TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
+    harness.run(options_for(out(), "PDF (Single Page)"), {admitted_row(scan)});
+    EXPECT_TRUE(has_line(harness.lines, "scan Page 001.PDF has been Saved"));
+    EXPECT_TRUE(has_line(harness.lines, "scan Page 002.PDF has been Saved"));
+    QPDF first;
+    open_pdf(first, out() / "scan Page 001.PDF");
+    const auto box = page_box(QPDFPageDocumentHelper(first).getAllPages().front(), "/MediaBox");
+    // One scale from the horizontal resolution serves both sides: 600 and 300 pixels at 300 dpi.
+    ASSERT_EQ(box.size(), 4u);
+    EXPECT_NEAR(box[2] - box[0], 144.0, 0.01);
+    EXPECT_NEAR(box[3] - box[1], 72.0, 0.01);
+}
+
+TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
+{
+    const auto first = folder / "first.pdf";
+    write_numbered_pdf(first, 2);
+    const auto second = folder / "second.tif";
+    make_tiff(second, {TiffPage{}});
+    auto values = options_for(out(), "PDF (Multipage)");
+    values.set(OptionId::combineall, true);
+    values.set(OptionId::combinedfilename, std::string("Both"));
+    harness.run(values, {admitted_row(first), admitted_row(second)});
+    ASSERT_TRUE(fs::exists(out() / "Both.PDF"));
+    EXPECT_EQ(page_count(out() / "Both.PDF"), 3);
+    const auto texts = page_texts(out() / "Both.PDF");
+    EXPECT_EQ(texts[0], "Hello page 1");
+    EXPECT_EQ(texts[1], "Hello page 2");
+    EXPECT_TRUE(has_line(harness.lines, "Combing Files and Saving to Both.PDF"));
+    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
+                            [](const std::string& line) { return line.rfind("Merging ", 0) == 0; }),
+              2);
+    // Only the combined file reaches the destination, and no temporary is left anywhere.
+    std::vector<std::string> written;
+    for (const auto& entry : fs::directory_iterator(out())) {
+        written.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(written, std::vector<std::string>{"Both.PDF"});
+    for (const auto& entry : fs::recursive_directory_iterator(std::getenv("XDG_DATA_HOME"))) {
+        EXPECT_FALSE(entry.is_regular_file()) << entry.path();
+    }
+}
+
+TEST_F(PdfRuns, AViewingPasswordEncryptsEveryDeliveredFile)
+{
+    const auto source = folder / "plain.pdf";
+    write_numbered_pdf(source, 2);
+    auto values = options_for(out(), "PDF (Single Page)");
+    values.set(OptionId::pdfpassword, std::string(" open sesame "));
+    values.set(OptionId::encryptionlevel, 3);
+    harness.run(values, {admitted_row(source)});
+    for (const char* name : {"plain Page 001.PDF", "plain Page 002.PDF"}) {
+        EXPECT_TRUE(opens_with(out() / name, "open sesame")) << name;
+        EXPECT_FALSE(opens_with(out() / name, "")) << name;
+        EXPECT_EQ(read_encryption(out() / name, "open sesame").revision, 6) << name;
+    }
+    for (const auto& line : harness.lines) {
+        EXPECT_EQ(line.find("sesame"), std::string::npos) << line;
+    }
+}
+
+TEST_F(PdfRuns, PdfaOfAPageWithAnUnembeddedFontSaysWhy)
+{
+    const auto source = folder / "letter.pdf";
+    write_numbered_pdf(source, 1);
+    auto values = options_for(out(), "PDF (Multipage)");
+    values.set(OptionId::pdfversionnumber, 11); // "PDF/A 1b"
+    harness.run(values, {admitted_row(source)});
+    EXPECT_TRUE(has_line(harness.lines, "letter.PDF has been Saved"));
+    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
+        return line.rfind("letter.PDF does not conform to PDF/A 1b: page 1 ", 0) == 0 &&
+               line.find("Helvetica") != std::string::npos;
+    })) << ::testing::PrintToString(harness.lines);
+
+    // Pictures alone conform, and the validator agrees.
+    const auto scan = folder / "scan.tif";
+    make_tiff(scan, {TiffPage{.xres = 72, .yres = 72}});
+    harness.run(values, {admitted_row(scan)});
+    EXPECT_TRUE(has_line(harness.lines, "scan.PDF has been Saved"));
+    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
+                            [](const std::string& line) { return line.find("does not conform") != std::string::npos; }),
+              0);
+    const auto verdict = run_preflight_a1b(out() / "scan.PDF");
+    if (verdict.ran) {
+        EXPECT_EQ(verdict.status, 0) << verdict.output;
+    }
+}
+
+TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
+{
+    const auto source = folder / "notes.pdf";
+    write_numbered_pdf(source, 3);
+    harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
+    const fs::path written = out() / "notes.TXT";
+    std::ifstream file(written, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text, "Hello page 1\nHello page 2\nHello page 3\n");
+    EXPECT_EQ(harness.lines.back(), written.string() + " has been Saved");
+
+    const auto blank = folder / "blank.pdf";
+    write_pdf(blank, {PdfPageSpec{}, PdfPageSpec{}});
+    harness.run(options_for(out(), "TEXT"), {admitted_row(blank)});
+    EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
+    EXPECT_FALSE(fs::exists(out() / "blank.TXT"));
+}
+
+TEST_F(PdfRuns, PdfPagesRenderAtTheChosenResolution)
+{
+    const auto source = folder / "letter.pdf";
+    write_square_annotation_pdf(source, AnnotationForm::WithAppearance);
+    harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
+    const auto jpeg = read_jpeg(out() / "letter.JPG");
+    EXPECT_EQ(jpeg.image.width, 1275);
+    EXPECT_EQ(jpeg.image.height, 1650);
+    // The annotation is drawn: its rectangle starts 100 points in, at 150/72 pixels a point.
+    const auto inside = jpeg.image.rgb_at(312, 1650 - 312);
+    EXPECT_GT(inside[0], 180);
+    EXPECT_LT(inside[1], 90);
+}
+
+TEST_F(PdfRuns, ABrokenPageDoesNotStopTheOthers)
+{
+    const auto source = folder / "short.pdf";
+    write_numbered_pdf(source, 2);
+    auto values = options_for(out(), "PNG");
+    values.set(OptionId::usepageranges, true);
+    values.set(OptionId::DotsPerInch, std::string("20"));
+    auto row = admitted_row(source);
+    row.cells[4] = "1,5,2"; // page 5 is beyond the document
+    harness.run(values, {row});
+    EXPECT_TRUE(has_line(harness.lines, "short.pdf page 5 could not be converted: the document has 2 pages"));
+    EXPECT_TRUE(fs::exists(out() / "short Page 001.PNG"));
+    EXPECT_TRUE(fs::exists(out() / "short Page 002.PNG"));
+}
+
+} // namespace
+} // namespace qf::test

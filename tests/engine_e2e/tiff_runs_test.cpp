@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Whole runs over TIFF documents: names, pixels and log lines of what was written.
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/image_checks.h"
+#include "tests/support/tiff_fixtures.h"
+
+namespace qf::test {
+namespace {
+namespace fs = std::filesystem;
+using engine::OptionId;
+
+class TiffRuns : public ::testing::Test {
+protected:
+    TempFolder folder;
+    RunHarness harness;
+    fs::path out() const { return folder.path() / "out"; }
+};
+
+TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
+{
+    const auto source = folder / "scan.tif";
+    make_tiff(source, {TiffPage{.width = 64, .height = 48}, TiffPage{.width = 80, .height = 40},
+                       TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
+    auto values = options_for(out(), "JPEG");
+    values.set(OptionId::DotsPerInch, std::string("300"));
+    harness.run(values, {admitted_row(source)});
+
+    const std::vector<std::string> expected = {
+        "scan.tif is being Processed", "Page 1 is being Processed", "scan Page 001.JPG has been Saved",
+        "scan Page 002.JPG has been Saved", "scan Page 003.JPG has been Saved",
+    };
+    EXPECT_EQ(harness.lines, expected);
+    const struct {
+        const char* name;
+        int width, height;
+        std::array<std::uint8_t, 3> corner;
+    } pages[] = {
+        {"scan Page 001.JPG", 64, 48, {200, 30, 30}},
+        {"scan Page 002.JPG", 80, 40, {30, 160, 40}},
+        {"scan Page 003.JPG", 64, 48, {255, 255, 255}},
+    };
+    for (const auto& page : pages) {
+        const JpegFile jpeg = read_jpeg(out() / page.name);
+        EXPECT_TRUE(jpeg.progressive) << page.name;
+        EXPECT_EQ(jpeg.image.components, 3) << page.name;
+        EXPECT_EQ(jpeg.image.width, page.width) << page.name;
+        EXPECT_EQ(jpeg.image.height, page.height) << page.name;
+        EXPECT_EQ(jpeg.density_unit, 1) << page.name;
+        EXPECT_EQ(jpeg.x_density, 300) << page.name;
+        const auto corner = jpeg.image.rgb_at(page.width - 2, page.height - 2);
+        for (int c = 0; c < 3; ++c) {
+            EXPECT_NEAR(corner[c], page.corner[c], 12) << page.name;
+        }
+        EXPECT_LT(jpeg.image.rgb_at(page.width / 4, page.height / 4)[0], 40) << page.name;
+    }
+    EXPECT_EQ(harness.batch.failures(), 0);
+    EXPECT_EQ(harness.last_tick.statustext.rfind("All Done\n", 0), 0u);
+}
+
+TEST_F(TiffRuns, PngPagesAreEightBitRgbWithNoResolution)
+{
+    const auto source = folder / "g4.tif";
+    make_tiff(source, {TiffPage{.kind = TiffKind::Bilevel, .compression = 4, .xres = 300, .yres = 300},
+                       TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
+    auto values = options_for(out(), "PNG");
+    values.set(OptionId::ZeroPadding, 0); // width 1
+    harness.run(values, {admitted_row(source)});
+    for (const char* name : {"g4 Page 1.PNG", "g4 Page 2.PNG"}) {
+        const PngFile png = read_png(out() / name);
+        EXPECT_EQ(png.bit_depth, 8) << name;
+        EXPECT_EQ(png.color_type, 2) << name;
+        EXPECT_FALSE(png.has_phys) << name;
+        EXPECT_EQ(png.image.rgb_at(16, 12), (std::array<std::uint8_t, 3>{0, 0, 0})) << name;
+        EXPECT_EQ(png.image.rgb_at(60, 40), (std::array<std::uint8_t, 3>{255, 255, 255})) << name;
+    }
+}
+
+TEST_F(TiffRuns, SelectionsKeepTheirOrderAndNameByPageNumber)
+{
+    const auto source = folder / "book.tif";
+    make_tiff(source, {TiffPage{}, TiffPage{}, TiffPage{}, TiffPage{}});
+    auto values = options_for(out(), "PNG");
+    values.set(OptionId::usepageranges, true);
+    auto row = admitted_row(source);
+    row.cells[4] = "4,2";
+    harness.run(values, {row});
+    const std::vector<std::string> expected = {
+        "book.tif is being Processed", "Page 4 is being Processed", "book Page 004.PNG has been Saved",
+        "book Page 002.PNG has been Saved",
+    };
+    EXPECT_EQ(harness.lines, expected);
+    EXPECT_EQ(read_png(out() / "book Page 004.PNG").image.rgb_at(63, 47), (std::array<std::uint8_t, 3>{230, 200, 20}));
+}
+
+TEST_F(TiffRuns, OnePageDocumentsAndTiledFiles)
+{
+    const auto single = folder / "single.tif";
+    make_tiff(single, {TiffPage{}});
+    const auto tiled = folder / "tiled.tiff";
+    make_tiff(tiled, {TiffPage{.tiled = true}, TiffPage{.width = 32, .height = 32, .tiled = true}});
+    harness.run(options_for(out(), "JPEG"), {admitted_row(single), admitted_row(tiled)});
+    EXPECT_TRUE(fs::exists(out() / "single.JPG"));
+    // A tiled file is one page showing its second image.
+    EXPECT_EQ(read_jpeg(out() / "tiled.JPG").image.width, 32);
+}
+
+TEST_F(TiffRuns, BadDocumentsGetALineAndTheRunGoesOn)
+{
+    const auto good = folder / "good.tif";
+    make_tiff(good, {TiffPage{}});
+    const auto text = folder / "notes.tif";
+    std::ofstream(text) << "not an image";
+    const auto gone = folder / "gone.tif";
+    const auto cut = folder / "cut.tif";
+    make_tiff(cut, {TiffPage{.width = 300, .height = 300, .compression = 1}, TiffPage{}});
+    fs::resize_file(cut, fs::file_size(cut) / 2);
+
+    harness.run(options_for(out(), "PNG"), {raw_row(text, 1), raw_row(gone, 1), raw_row(cut, 2), admitted_row(good)});
+    const auto has_line = [&](const std::string& line) {
+        return std::find(harness.lines.begin(), harness.lines.end(), line) != harness.lines.end();
+    };
+    EXPECT_TRUE(has_line("gone.tif cannot be processed as it could have been moved or deleted"));
+    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
+        return line.rfind("notes.tif could not be opened: ", 0) == 0;
+    }));
+    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
+        return line.rfind("cut.tif", 0) == 0 && line.find("could not be") != std::string::npos;
+    }));
+    EXPECT_TRUE(has_line("good.PNG has been Saved"));
+    EXPECT_FALSE(has_line("notes.PNG has been Saved"));
+    EXPECT_GE(harness.batch.failures(), 3);
+    EXPECT_EQ(harness.last_tick.progress, harness.last_tick.progress_max);
+}
+
+TEST_F(TiffRuns, AnUnwritableFolderIsNeverReportedAsSaved)
+{
+    const auto source = folder / "scan.tif";
+    make_tiff(source, {TiffPage{}, TiffPage{}});
+    const auto blocked = folder / "blocked";
+    std::ofstream(blocked) << "a file where the folder should be";
+    harness.run(options_for(blocked / "out", "JPEG"), {admitted_row(source)});
+    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
+                            [](const std::string& line) { return line.find("has been Saved") != std::string::npos; }),
+              0);
+    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
+                            [](const std::string& line) { return line.find("could not be saved: ") != std::string::npos; }),
+              2);
+}
+
+TEST_F(TiffRuns, StopBeforeTheFirstDocumentWritesNothing)
+{
+    const auto source = folder / "scan.tif";
+    make_tiff(source, {TiffPage{}});
+    harness.batch.prepare(options_for(out(), "PNG"), {admitted_row(source)});
+    harness.batch.stop();
+    harness.batch.processall();
+    const auto tick = harness.batch.Timer1_Action();
+    EXPECT_EQ(harness.lines, std::vector<std::string>{"Processing Terminated by User "});
+    EXPECT_EQ(tick.statustext, "All Done\nProcessing Terminated by User \n");
+    EXPECT_FALSE(fs::exists(out() / "scan.PNG"));
+
+    // A Stop outside a run has no effect on the next one.
+    harness.batch.stop();
+    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
+    EXPECT_TRUE(fs::exists(out() / "scan.PNG"));
+}
+
+TEST_F(TiffRuns, TextOfATiffIsNoTextFoundAndReplacesTheLog)
+{
+    const auto source = folder / "scan.tif";
+    make_tiff(source, {TiffPage{}, TiffPage{}});
+    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
+    harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
+    EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
+    EXPECT_FALSE(fs::exists(out() / "scan Page 001 to 002.TXT"));
+    EXPECT_FALSE(fs::exists(out() / "scan.TXT"));
+}
+
+TEST_F(TiffRuns, TheLogGrowsAcrossRunsNewestFirst)
+{
+    const auto source = folder / "scan.tif";
+    make_tiff(source, {TiffPage{}});
+    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
+    const std::string first = harness.batch.texttoadd();
+    harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
+    EXPECT_EQ(harness.batch.texttoadd(), "scan.JPG has been Saved\nPage 1 is being Processed\nscan.tif is being Processed\n" + first);
+}
+
+TEST_F(TiffRuns, MultipageTiffsHoldTheSelectionOnceEvenWithRepeats)
+{
+    const auto source = folder / "doc.tif";
+    make_tiff(source, {TiffPage{}, TiffPage{}, TiffPage{}});
+    auto values = options_for(out(), "TIFF (Multipage)");
+    values.set(OptionId::usepageranges, true);
+    auto row = admitted_row(source);
+    row.cells[4] = "2,3,2";
+    harness.run(values, {row});
+    const auto images = read_tiff(out() / "doc Page 002 to 002.TIF");
+    ASSERT_EQ(images.size(), 3u);
+    EXPECT_EQ(images[1].image.rgb_at(63, 47), (std::array<std::uint8_t, 3>{40, 60, 210}));
+    EXPECT_EQ(std::count(harness.lines.begin(), harness.lines.end(), "Close TIFF"), 1);
+}
+
+TEST_F(TiffRuns, CombinedTiffRunsAppendEveryDocument)
+{
+    const auto first = folder / "a.tif";
+    const auto second = folder / "b.tif";
+    make_tiff(first, {TiffPage{}, TiffPage{}});
+    make_tiff(second, {TiffPage{.width = 20, .height = 10}});
+    auto values = options_for(out(), "TIFF (Multipage)");
+    values.set(OptionId::combineall, true);
+    values.set(OptionId::combinedfilename, std::string("All"));
+    harness.run(values, {admitted_row(first), admitted_row(second)});
+    const auto images = read_tiff(out() / "All.tif");
+    ASSERT_EQ(images.size(), 3u);
+    EXPECT_EQ(images[2].width, 20);
+    EXPECT_EQ(harness.lines.back(), "b.TIF has been Saved");
+    EXPECT_FALSE(fs::exists(out() / "a.TIF"));
+}
+
+} // namespace
+} // namespace qf::test
