@@ -259,6 +259,7 @@ void BatchRun::prepare_page(Document& doc, PageWork& page)
         wants_picture = true;
     } else if (holds_pdf(format)) {
         wants_picture = !doc.ispdf; // PDF pages are copied, not rendered
+        request.compressed_ok = true; // a PDF page carries G4 data as the TIFF holds it
     }
     try {
         if (page.pageno < 1 || page.pageno > doc.source->page_count()) {

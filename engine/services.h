@@ -23,6 +23,9 @@ struct RenderRequest {
     int zoom = 1;
     bool jpeg_order = false;
     bool flatten = true;    // annotations and form fields drawn into the page
+    // The caller takes the source's compressed data instead of pixels where there is some
+    // (a PDF page can carry CCITT G4 as it is); pixels may then be left out.
+    bool compressed_ok = false;
 };
 
 // What a TIFF document says of itself: tags of the image read first (image 1 of a tiled

@@ -77,7 +77,7 @@ public:
 
     std::string text(int) override { return {}; }
 
-    PagePicture picture(int pageno, const engine::RenderRequest&) override
+    PagePicture picture(int pageno, const engine::RenderRequest& request) override
     {
         select_image(tiled_ ? tiled_index() : pageno - 1, pageno);
         std::uint32_t width = 0;
@@ -94,6 +94,16 @@ public:
         }
         std::uint16_t bits = 1;
         TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        if (request.compressed_ok) {
+            if (auto compressed = read_g4_strip()) {
+                PagePicture picture;
+                picture.width = static_cast<int>(width);
+                picture.height = static_cast<int>(height);
+                picture.format = PixelFormat::Bilevel;
+                picture.compressed = std::move(compressed);
+                return picture;
+            }
+        }
         if (bits < 2) {
             PagePicture bilevel;
             if (read_bilevel(width, height, bilevel)) {
@@ -143,6 +153,46 @@ private:
         }
         tags_.copyright = tag_text(tif_, TIFFTAG_COPYRIGHT);
         tags_.document_name = tag_text(tif_, TIFFTAG_DOCUMENTNAME);
+    }
+
+    // The CCITT G4 data of the current image as it stands in the file, when a PDF can carry it
+    // unchanged: one strip, grey, top row first, no uncompressed mode. Null otherwise.
+    std::shared_ptr<const engine::CompressedImage> read_g4_strip()
+    {
+        std::uint16_t compression = 0;
+        std::uint16_t samples = 1;
+        std::uint16_t bits = 1;
+        std::uint16_t photometric = 0;
+        std::uint16_t orientation = ORIENTATION_TOPLEFT;
+        std::uint16_t fill_order = FILLORDER_MSB2LSB;
+        std::uint32_t options = 0;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_COMPRESSION, &compression);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_SAMPLESPERPIXEL, &samples);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_ORIENTATION, &orientation);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_FILLORDER, &fill_order);
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_GROUP4OPTIONS, &options);
+        if (compression != COMPRESSION_CCITTFAX4 || samples != 1 || bits != 1 || TIFFIsTiled(tif_) ||
+            orientation != ORIENTATION_TOPLEFT || (options & GROUP4OPT_UNCOMPRESSED) != 0 ||
+            TIFFGetField(tif_, TIFFTAG_PHOTOMETRIC, &photometric) != 1 ||
+            (photometric != PHOTOMETRIC_MINISWHITE && photometric != PHOTOMETRIC_MINISBLACK) ||
+            TIFFNumberOfStrips(tif_) != 1) {
+            return nullptr;
+        }
+        const tmsize_t size = TIFFRawStripSize(tif_, 0);
+        if (size <= 0) {
+            return nullptr;
+        }
+        auto image = std::make_shared<engine::CompressedImage>();
+        image->data.resize(static_cast<std::size_t>(size));
+        if (TIFFReadRawStrip(tif_, 0, image->data.data(), size) != size) {
+            return nullptr;
+        }
+        if (fill_order == FILLORDER_LSB2MSB) {
+            TIFFReverseBits(image->data.data(), size);
+        }
+        image->black_is_1 = photometric == PHOTOMETRIC_MINISWHITE;
+        return image;
     }
 
     // 1-bit grey images stay 1-bit, top row first. False when the image is of another kind.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
+#include <tiffio.h>
 
 #include "sources/pdf_source.h"
 #include "tests/engine_e2e/run_harness.h"
@@ -209,6 +210,52 @@ TEST_F(PdfRuns, ABrokenPageDoesNotStopTheOthers)
     EXPECT_TRUE(has_line(harness.lines, "short.pdf page 5 could not be converted: the document has 2 pages"));
     EXPECT_TRUE(fs::exists(out() / "short Page 001.PNG"));
     EXPECT_TRUE(fs::exists(out() / "short Page 002.PNG"));
+}
+
+} // namespace
+} // namespace qf::test
+
+namespace qf::test {
+namespace {
+
+TEST_F(PdfRuns, G4ScansPassIntoThePdfUnchangedAndShowTheSamePixels)
+{
+    const auto scan = folder / "scan.tif";
+    make_tiff(scan, {TiffPage{.width = 160, .height = 120, .kind = TiffKind::Bilevel, .compression = 4, .xres = 72, .yres = 72},
+                     TiffPage{.width = 160, .height = 120, .kind = TiffKind::BilevelMinIsBlack, .compression = 4}});
+    harness.run(options_for(out(), "PDF (Multipage)"), {admitted_row(scan)});
+    QPDF written;
+    open_pdf(written, out() / "scan.PDF");
+    const auto pages = QPDFPageDocumentHelper(written).getAllPages();
+    ASSERT_EQ(pages.size(), 2u);
+    TIFF* tif = TIFFOpen(scan.c_str(), "r");
+    ASSERT_NE(tif, nullptr);
+    for (std::size_t index = 0; index < pages.size(); ++index) {
+        auto images = page_images(pages[index]);
+        ASSERT_EQ(images.size(), 1u);
+        EXPECT_EQ(images[0].getDict().getKey("/Filter").getName(), "/CCITTFaxDecode");
+        EXPECT_EQ(images[0].getDict().getKey("/BitsPerComponent").getIntValue(), 1);
+        // The stream holds the file's own G4 strip, byte for byte.
+        TIFFSetDirectory(tif, static_cast<tdir_t>(index));
+        std::string strip(static_cast<std::size_t>(TIFFRawStripSize(tif, 0)), '\0');
+        TIFFReadRawStrip(tif, 0, strip.data(), static_cast<tmsize_t>(strip.size()));
+        EXPECT_EQ(images[0].getRawStreamData()->getBuffer() == nullptr ? std::string()
+                      : std::string(reinterpret_cast<const char*>(images[0].getRawStreamData()->getBuffer()),
+                                    images[0].getRawStreamData()->getSize()),
+                  strip)
+            << "page " << index + 1;
+    }
+    TIFFClose(tif);
+    // Drawn at one pixel a point: the black square shows black and the rest white, both polarities.
+    auto source = sources::open_pdf_source({out() / "scan.PDF", "", engine::kTiledNo});
+    for (int page = 1; page <= 2; ++page) {
+        const auto picture = source->picture(page, {.dpi = 72, .zoom = 1});
+        ASSERT_EQ(picture.width, 160);
+        const auto at = [&](int x, int y) { return picture.pixels[picture.stride() * y + 3 * x]; };
+        EXPECT_LT(at(40, 30), 60) << page;
+        EXPECT_GT(at(150, 110), 200) << page;
+        EXPECT_GT(at(5, 5), 200) << page;
+    }
 }
 
 } // namespace

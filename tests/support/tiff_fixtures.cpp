@@ -36,12 +36,13 @@ std::vector<std::uint8_t> page_bytes(const TiffPage& page, int index, std::size_
         }
         break;
     case TiffKind::Bilevel:
+    case TiffKind::BilevelMinIsBlack:
         stride = (static_cast<std::size_t>(page.width) + 7) / 8;
-        bytes.assign(stride * page.height, 0);
+        bytes.assign(stride * page.height, page.kind == TiffKind::Bilevel ? 0 : 0xFF);
         for (int y = 0; y < page.height; ++y) {
             for (int x = 0; x < page.width; ++x) {
                 if (in_black_square(x, y, page)) {
-                    bytes[stride * y + x / 8] |= static_cast<std::uint8_t>(0x80 >> (x % 8));
+                    bytes[stride * y + x / 8] ^= static_cast<std::uint8_t>(0x80 >> (x % 8));
                 }
             }
         }
@@ -89,9 +90,11 @@ void write_page(TIFF* tif, const TiffPage& page, int index)
         TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
         break;
     case TiffKind::Bilevel:
+    case TiffKind::BilevelMinIsBlack:
         TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
         TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC,
+                     page.kind == TiffKind::Bilevel ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK);
         break;
     case TiffKind::Gray16:
         TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);

@@ -17,6 +17,7 @@ struct Rgb {
 enum class TiffKind {
     Rgb,      // 8-bit RGB: the page's colour with a black square in its top-left quarter
     Bilevel,  // 1-bit MinIsWhite: white with the same black square
+    BilevelMinIsBlack, // the same picture stored 1-bit MinIsBlack
     Gray16,   // 16-bit grey of the page colour's red value, same black square
     RgbAlpha, // RGB with unassociated alpha: left half opaque colour, right half clear
 };

@@ -231,7 +231,15 @@ QPDFObjectHandle image_xobject(QPDF &pdf, const std::shared_ptr<ImageSpool> &spo
                     QPDFObjectHandle::newName(bilevel ? "/DeviceGray" : "/DeviceRGB"));
     dict.replaceKey("/BitsPerComponent", QPDFObjectHandle::newInteger(bilevel ? 1 : 8));
     if (bilevel) {
-        const auto extent = spool->append(encode_g4(picture));
+        // A source's own G4 data goes in as it is; CCITT's black runs are the source's 1 bits,
+        // which are white in a MinIsBlack image, hence the inverted decode there.
+        const bool passthrough = picture.compressed && picture.compressed->codec == engine::CompressedImage::Codec::CcittG4;
+        const auto extent = passthrough ? spool->append(std::string(picture.compressed->data.begin(),
+                                                                    picture.compressed->data.end()))
+                                        : spool->append(encode_g4(picture));
+        if (passthrough && !picture.compressed->black_is_1) {
+            dict.replaceKey("/Decode", QPDFObjectHandle::parse("[1 0]"));
+        }
         QPDFObjectHandle parms = QPDFObjectHandle::newDictionary();
         parms.replaceKey("/K", QPDFObjectHandle::newInteger(-1));
         parms.replaceKey("/Columns", QPDFObjectHandle::newInteger(picture.width));
