@@ -194,3 +194,34 @@ TEST_F(Cli, HelpListsEveryOptionFromTheTable)
 
 } // namespace
 } // namespace qf::test
+
+namespace qf::test {
+namespace {
+
+TEST_F(Cli, ProfilesLoadBeforeTheFlagsAndSaveTheEffectiveOptions)
+{
+    make_tiff(folder / "in" / "scan.tif", {TiffPage{}, TiffPage{}});
+    const std::string profile = (folder / "png.qfk").string();
+    const auto saved = cli({"--format", "png", "--zeropadding", "1", "--pdfpassword", " secret ", "--save-profile", profile});
+    EXPECT_EQ(saved.status, 0) << saved.err;
+    EXPECT_EQ(saved.out, std::vector<std::string>{"Settings File png.qfk Saved"});
+    const std::string xml = slurp(profile);
+    EXPECT_NE(xml.find("QUIREFOLDSETTINGS"), std::string::npos);
+    EXPECT_NE(xml.find("c2VjcmV0"), std::string::npos); // "secret", trimmed, in Base64
+    EXPECT_EQ(xml.find("secret"), std::string::npos);
+
+    // The profile's PNG and padding apply; a flag given after it still wins over it.
+    const auto used = cli({"--profile", profile, "--zeropadding", "2", "-o", (folder / "out").string(),
+                           (folder / "in" / "scan.tif").string()});
+    EXPECT_EQ(used.status, 0) << used.err;
+    EXPECT_EQ(used.out.front(), "Settings Loaded");
+    EXPECT_TRUE(fs::exists(folder / "out" / "scan Page 01.PNG"));
+
+    std::ofstream(folder / "bad.qfk") << "this is not xml <";
+    const auto bad = cli({"--profile", (folder / "bad.qfk").string(), (folder / "in" / "scan.tif").string()});
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("bad.qfk"), std::string::npos) << bad.err;
+}
+
+} // namespace
+} // namespace qf::test
