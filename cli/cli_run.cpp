@@ -88,6 +88,9 @@ Admission admit(const CliRequest& request)
 int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int problems)
 {
     engine::BatchRun run(make_run_services(resources_folder()));
+    if (request.jobs > 0) {
+        run.set_jobs(request.jobs);
+    }
     ProgressBar bar;
     std::mutex output;
     run.set_log_listener([&](const engine::LogEvent& event) {

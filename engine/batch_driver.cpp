@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // processall: the worker's walk over the documents and their selected pages.
 #include <cstdio>
+#include <deque>
+#include <future>
 #include <system_error>
 
 #include "engine/batch_run.h"
@@ -130,21 +132,52 @@ void BatchRun::run_document(int row)
         doc.work_subfolder = scratch_->path() / ("document-" + std::to_string(row + 1));
         fs::create_directories(doc.work_subfolder, error);
     }
+    // Pages are prepared (decoded, rendered, read) ahead on other threads, a bounded number at
+    // a time, and committed here strictly in selection order.
     const int selectedcount = static_cast<int>(doc.pagesarray.size());
+    const int window = jobs_ <= 1 ? 1 : jobs_ + 1;
+    std::deque<std::future<PageWork>> ahead;
+    int next = 1;
     for (int pageindex = 1; pageindex <= selectedcount; ++pageindex) {
-        run_page(doc, pageindex);
+        while (next <= selectedcount && next < pageindex + window) {
+            PageWork page = page_at(doc, next++);
+            if (jobs_ <= 1) {
+                prepare_page(doc, page);
+                std::promise<PageWork> ready;
+                ready.set_value(std::move(page));
+                ahead.push_back(ready.get_future());
+            } else {
+                ahead.push_back(std::async(std::launch::async, [this, &doc, page = std::move(page)]() mutable {
+                    prepare_page(doc, page);
+                    return std::move(page);
+                }));
+            }
+        }
+        PageWork page = ahead.front().get();
+        ahead.pop_front();
+        run_page(doc, page);
     }
     document_end(doc);
 }
 
-void BatchRun::run_page(Document& doc, int pageindex)
+BatchRun::PageWork BatchRun::page_at(const Document& doc, int pageindex) const
 {
     PageWork page;
     page.pageindex = pageindex;
     page.pageno = doc.pagesarray[static_cast<std::size_t>(pageindex - 1)];
     page.first = pageindex == 1;
     page.last = pageindex == static_cast<int>(doc.pagesarray.size());
+    return page;
+}
+
+void BatchRun::run_page(Document& doc, PageWork& page)
+{
     theimageformat_ = snapshot_.mimageformat;
+    if (!doc.ispdf) {
+        // The source's tags, as the last TIFF read left them, for the writers and the stamp.
+        ccopyright_ = doc.tags.copyright;
+        cdocumentname_ = doc.tags.document_name;
+    }
     ++totalpage_;
 
     const NamingRequest naming{snapshot_,
@@ -172,7 +205,6 @@ void BatchRun::run_page(Document& doc, int pageindex)
         doc.outpdf = services_.pdf_assembler ? services_.pdf_assembler(doc.outputpath, snapshot_) : nullptr;
     }
 
-    prepare_page(doc, page);
     if (page.first) {
         log_.line(doc.name() + " is being Processed");
     }
@@ -239,12 +271,12 @@ void BatchRun::run_page(Document& doc, int pageindex)
     }
 }
 
-void BatchRun::prepare_page(Document& doc, PageWork& page)
+void BatchRun::prepare_page(const Document& doc, PageWork& page) const
 {
     RenderRequest request;
     request.dpi = whole_val(snapshot_.mdotsperinch);
     request.zoom = zoom_;
-    const std::string& format = theimageformat_;
+    const std::string& format = snapshot_.mimageformat;
     bool wants_picture = false;
     if (format == kJpeg) {
         request.jpeg_order = true;
@@ -266,10 +298,6 @@ void BatchRun::prepare_page(Document& doc, PageWork& page)
             throw Error(ErrorKind::BadInput, "the document has " + std::to_string(doc.source->page_count()) +
                                                  (doc.source->page_count() == 1 ? " page" : " pages"));
         }
-        if (!doc.ispdf) {
-            ccopyright_ = doc.tags.copyright;
-            cdocumentname_ = doc.tags.document_name;
-        }
         if (wants_picture) {
             page.picture = doc.source->picture(page.pageno, request);
         } else if (format == kText && doc.ispdf) {
@@ -281,6 +309,9 @@ void BatchRun::prepare_page(Document& doc, PageWork& page)
     } catch (const std::bad_alloc&) {
         page.failed = true;
         page.text = "not enough memory for the page";
+    } catch (const std::exception& e) {
+        page.failed = true;
+        page.text = e.what();
     }
 }
 

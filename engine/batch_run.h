@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <memory>
@@ -54,6 +55,10 @@ public:
     // and does the end-of-run handling once the worker has finished.
     PumpTick Timer1_Action();
 
+    // Pages prepared at once (decoded, rendered) while the run commits them in order; 1 does
+    // everything on the worker thread. Output is the same whatever the number.
+    void set_jobs(int jobs) { jobs_ = jobs < 1 ? 1 : jobs; }
+
     // Called on the worker thread for every log line as it is written.
     void set_log_listener(LogListener listener) { log_.set_listener(std::move(listener)); }
 
@@ -71,8 +76,10 @@ private:
     struct PageWork;   // one page under way
 
     void run_document(int row);
-    void run_page(Document& doc, int pageindex);
-    void prepare_page(Document& doc, PageWork& page);
+    PageWork page_at(const Document& doc, int pageindex) const;
+    void run_page(Document& doc, PageWork& page);
+    // Decodes, renders or reads one page; touches nothing shared, so it runs on any thread.
+    void prepare_page(const Document& doc, PageWork& page) const;
     void output_stage(Document& doc, PageWork& page);
     void pdf_page_end(Document& doc, PageWork& page);
     void document_end(Document& doc);
@@ -109,6 +116,7 @@ private:
     std::string theimageformat_;
 
     int zoom_ = 1;
+    int jobs_ = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     std::unique_ptr<MultipageTiffWriter> multitiff_;
     std::unique_ptr<Stamper> stamper_;
     std::unique_ptr<ScratchFolder> scratch_;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <string>
 #include <tiffio.h>
 #include <vector>
@@ -79,6 +80,8 @@ public:
 
     PagePicture picture(int pageno, const engine::RenderRequest& request) override
     {
+        // One libtiff handle: callers on several threads take turns.
+        const std::lock_guard lock(mutex_);
         select_image(tiled_ ? tiled_index() : pageno - 1, pageno);
         std::uint32_t width = 0;
         std::uint32_t height = 0;
@@ -317,6 +320,7 @@ private:
     }
 
     std::filesystem::path path_;
+    std::mutex mutex_;
     TiffMessages messages_;
     struct CloseTiff {
         void operator()(TIFF* tif) const { TIFFClose(tif); }
