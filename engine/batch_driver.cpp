@@ -30,6 +30,8 @@ struct BatchRun::Document {
     std::unique_ptr<PdfAssembler> outpdf;
     bool issinglepage = false;
     std::string pagetext;
+    std::string copyright;     // the Copyright and DocumentName tags its pages are written with:
+    std::string document_name; // its own for a TIFF, the last TIFF's before it for a PDF
     fs::path outputpath;
     fs::path work_subfolder; // a combined PDF's per-document scratch folder
 
@@ -44,6 +46,10 @@ struct BatchRun::PageWork {
     bool failed = false;
     PagePicture picture;
     std::string text;
+    // A picture file written ahead under a temporary name beside its final one, or why not.
+    fs::path encoded;
+    std::string save_error;
+    std::string deep_colour_error;
 };
 
 namespace {
@@ -123,6 +129,8 @@ void BatchRun::run_document(int row)
         if (!doc.ispdf) {
             doc.tags = doc.source->tags();
         }
+        doc.copyright = doc.ispdf ? ccopyright_ : doc.tags.copyright;
+        doc.document_name = doc.ispdf ? cdocumentname_ : doc.tags.document_name;
     } catch (const std::exception& e) {
         const auto* error_with_reason = dynamic_cast<const Error*>(&e);
         fail(doc.name() + " could not be opened: " + (error_with_reason ? error_with_reason->reason() : e.what()));
@@ -300,6 +308,7 @@ void BatchRun::prepare_page(const Document& doc, PageWork& page) const
         }
         if (wants_picture) {
             page.picture = doc.source->picture(page.pageno, request);
+            encode_ahead(doc, page);
         } else if (format == kText && doc.ispdf) {
             page.text = doc.source->text(page.pageno);
         }
@@ -322,11 +331,11 @@ void BatchRun::output_stage(Document& doc, PageWork& page)
     if (holds_pdf(format)) {
         log_.line("Page " + index + " Added to PDF");
     } else if (format == kJpeg) {
-        write_picture_file(doc, page, services_.write_jpeg, "JPEG", true, false);
+        write_picture_file(doc, page, true);
     } else if (format == kPng) {
-        write_picture_file(doc, page, services_.write_png, "PNG", false, false);
+        write_picture_file(doc, page, false);
     } else if (format == kTiffSinglePage) {
-        write_picture_file(doc, page, services_.write_tiff_single, "TIFF", true, snapshot_.mcolordepth48);
+        write_picture_file(doc, page, true);
     } else if (format == kTiffMultipage) {
         try {
             if (!multitiff_) {
@@ -354,24 +363,70 @@ void BatchRun::output_stage(Document& doc, PageWork& page)
     }
 }
 
-void BatchRun::write_picture_file(Document& doc, PageWork& page, const PictureFileWriter& writer,
-                                  const char* format_name, bool stamp_it, bool deep_colour)
+void BatchRun::encode_ahead(const Document& doc, PageWork& page) const
 {
+    const std::string& format = snapshot_.mimageformat;
+    const PictureFileWriter* writer = format == kJpeg              ? &services_.write_jpeg
+                                      : format == kPng             ? &services_.write_png
+                                      : format == kTiffSinglePage ? &services_.write_tiff_single
+                                                                   : nullptr;
+    if (writer == nullptr) {
+        return;
+    }
+    if (!*writer) {
+        page.save_error = (format == kTiffSinglePage ? std::string("TIFF") : format) + " output is not available in this build";
+        return;
+    }
+    // The name depends on nothing the commit changes, so the file can be written ahead under
+    // a temporary name beside it; the commit only renames it.
+    const NamingRequest naming{snapshot_,
+                               *doc.data,
+                               filelist_.front(),
+                               format,
+                               page.pageno,
+                               page.first,
+                               doc.pagesarray.front(),
+                               doc.pagesarray.back(),
+                               doc.whole_document,
+                               {},
+                               &source_paths_,
+                               doc.work_subfolder};
+    const fs::path target = name_output(naming).outputpath;
+    fs::path temp;
     try {
-        if (!writer) {
-            throw Error(ErrorKind::Unsupported, std::string(format_name) + " output is not available in this build");
+        temp = sibling_temp_name(target);
+        (*writer)(page.picture, temp, write_context(snapshot_, doc.tiffcode, doc.copyright, doc.document_name));
+        if (format == kTiffSinglePage && snapshot_.mcolordepth48 && services_.writergb48) {
+            try {
+                services_.writergb48(temp);
+            } catch (const Error& e) {
+                page.deep_colour_error = e.reason();
+            }
         }
-        writer(page.picture, doc.outputpath, write_context(snapshot_, doc.tiffcode, ccopyright_, cdocumentname_));
+        page.encoded = temp;
+    } catch (const Error& e) {
+        if (!temp.empty()) {
+            discard_temp(temp);
+        }
+        page.save_error = e.reason();
+    }
+    page.picture = {}; // the file holds it now
+}
+
+void BatchRun::write_picture_file(Document& doc, PageWork& page, bool stamp_it)
+{
+    if (!page.save_error.empty() || page.encoded.empty()) {
+        fail(outputname_ + " could not be saved: " + (page.save_error.empty() ? "nothing was written" : page.save_error));
+        return;
+    }
+    try {
+        commit_temp(page.encoded, doc.outputpath);
     } catch (const Error& e) {
         fail(outputname_ + " could not be saved: " + e.reason());
         return;
     }
-    if (deep_colour && services_.writergb48) {
-        try {
-            services_.writergb48(doc.outputpath);
-        } catch (const Error& e) {
-            log_.line(outputname_ + " could not be rewritten at 16 bits: " + e.reason());
-        }
+    if (!page.deep_colour_error.empty()) {
+        log_.line(outputname_ + " could not be rewritten at 16 bits: " + page.deep_colour_error);
     }
     if (stamp_it) {
         stamp(doc.outputpath);

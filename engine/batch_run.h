@@ -83,8 +83,9 @@ private:
     void output_stage(Document& doc, PageWork& page);
     void pdf_page_end(Document& doc, PageWork& page);
     void document_end(Document& doc);
-    void write_picture_file(Document& doc, PageWork& page, const PictureFileWriter& writer, const char* format_name,
-                            bool stamp, bool deep_colour);
+    // Writes a JPEG, PNG or single-page TIFF page under a temporary name; part of preparing.
+    void encode_ahead(const Document& doc, PageWork& page) const;
+    void write_picture_file(Document& doc, PageWork& page, bool stamp);
     void save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, bool secure);
     void open_combined_tiff();
     void combined_tail();
