@@ -120,7 +120,7 @@ int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int pr
             const std::lock_guard lock(output);
             bar.draw(tick.progress, tick.progress_max);
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        run.wait_for_worker(std::chrono::milliseconds(100));
     }
     bar.clear();
     print_line("All Done");

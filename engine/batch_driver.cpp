@@ -92,7 +92,11 @@ void BatchRun::processall()
     multitiff_.reset();
     stamper_.reset();
     scratch_.reset();
-    boliao_ = true;
+    {
+        const std::lock_guard lock(finished_mutex_);
+        boliao_ = true;
+    }
+    finished_.notify_all();
 }
 
 void BatchRun::run_document(int row)

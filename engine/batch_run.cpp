@@ -97,6 +97,12 @@ PumpTick BatchRun::Timer1_Action()
     return tick;
 }
 
+bool BatchRun::wait_for_worker(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(finished_mutex_);
+    return finished_.wait_for(lock, timeout, [this] { return boliao_.load(); });
+}
+
 void BatchRun::fail(const std::string& line)
 {
     ++failures_;

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -61,6 +64,9 @@ public:
 
     // Called on the worker thread for every log line as it is written.
     void set_log_listener(LogListener listener) { log_.set_listener(std::move(listener)); }
+
+    // Waits until the worker has finished or the time is up; true when it has finished.
+    bool wait_for_worker(std::chrono::milliseconds timeout);
 
     bool isrunning() const { return isrunning_; }
     bool boliao() const { return boliao_; }
@@ -123,6 +129,8 @@ private:
     std::unique_ptr<ScratchFolder> scratch_;
     std::filesystem::path combined_tiff_path_;
     std::thread worker_;
+    std::mutex finished_mutex_;
+    std::condition_variable finished_;
 };
 
 } // namespace qf::engine
