@@ -1,0 +1,238 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Quirefold beside general-purpose tools (poppler, MuPDF, Ghostscript, libtiff, img2pdf, qpdf,
+# GraphicsMagick) on the bench corpus, in one run and at equal settings where the tools allow.
+# Each case is the best of REPEATS runs (fewer on the slow cases) timed with GNU time for wall
+# seconds and peak resident memory. Prints a table and writes bench/RESULTS.md.
+#
+#   bench/bench_all.sh                 needs a built tree (build/cli/quirefold-cli, build/tools)
+#   REPEATS=1 bench/bench_all.sh       quicker, noisier
+#   RESULTS=/tmp/r.md bench/bench_all.sh
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${BUILD:-$root/build}
+corpus=${CORPUS:-$root/bench/corpus}
+results=${RESULTS:-$root/bench/RESULTS.md}
+repeats=${REPEATS:-3}
+slow_repeats=${SLOW_REPEATS:-2}
+cli=$build/cli/quirefold-cli
+
+[ -x "$cli" ] || { echo "needs a built tree: $cli is missing" >&2; exit 2; }
+[ -x /usr/bin/time ] || { echo "needs GNU time: apt-get install time" >&2; exit 2; }
+missing=()
+for tool in pdftocairo pdftoppm pdftotext mutool gs tiff2pdf img2pdf qpdf gm; do
+    command -v "$tool" >/dev/null || missing+=("$tool")
+done
+if [ "${#missing[@]}" -gt 0 ]; then
+    echo "missing tools: ${missing[*]}" >&2
+    echo "apt-get install poppler-utils mupdf-tools ghostscript libtiff-tools img2pdf qpdf graphicsmagick" >&2
+    exit 2
+fi
+
+"$build/tools/make_bench_corpus" "$corpus" >/dev/null
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export XDG_DATA_HOME=$work/data
+mkdir -p "$XDG_DATA_HOME" "$work/logs"
+started=$(date +%s)
+
+rows=()        # Markdown rows of the results table
+failures=()    # commands that exited non-zero
+qf_seconds=""  # best seconds of the latest Quirefold case, for the ratios of its peers
+
+# measure KIND CASE TOOL PAGES RUNS COMMAND...
+#   KIND is qf (Quirefold; later peers are compared with it), peer, or info (no ratio).
+#   Runs the command RUNS times into an empty $work/out (the command's working folder), keeps
+#   the fastest run, and records seconds, pages per second, peak MiB and the outputs' size.
+measure() {
+    local kind=$1 case=$2 tool=$3 pages=$4 runs=$5
+    shift 5
+    local best="" kib_best="" status=0 run seconds kib
+    local log=$work/logs/$(printf '%s' "$case-$tool" | tr -c 'A-Za-z0-9._-' '_')
+    for ((run = 1; run <= runs; run++)); do
+        rm -rf "$work/out" && mkdir -p "$work/out"
+        if ! (cd "$work/out" && /usr/bin/time -f "%e %M" -o "$work/time" "$@" >"$log.out" 2>"$log.err"); then
+            status=$(sed -n 's/.*exited with non-zero status \([0-9]*\).*/\1/p' "$work/time")
+            status=${status:-1}
+        fi
+        read -r seconds kib < <(tail -n 1 "$work/time")
+        if [ -z "$best" ] || awk "BEGIN{exit !($seconds < $best)}"; then
+            best=$seconds
+            kib_best=$kib
+        fi
+        [ "$status" -eq 0 ] || break
+    done
+    local files size_kib rate ratio="" mib note=""
+    files=$(find "$work/out" -type f | wc -l)
+    size_kib=$(du -sk "$work/out" | cut -f1)
+    mib=$((kib_best / 1024))
+    rate=$(awk "BEGIN{ s = $best; if (s < 0.01) s = 0.01; printf \"%.1f\", $pages / s }")
+    if [ "$status" -ne 0 ]; then
+        note="FAILED, exit $status"
+        failures+=("$case / $tool: exit $status: $*"$'\n'"$(tail -n 5 "$log.err")")
+    fi
+    case $kind in
+    qf) qf_seconds=$best ;;
+    peer)
+        if [ -n "$qf_seconds" ]; then
+            ratio=$(awk "BEGIN{ q = $qf_seconds; if (q < 0.01) q = 0.01; printf \"%.2f\", $best / q }")
+        fi
+        ;;
+    esac
+    printf '%-34s %-40s %7.2f s %7s p/s %6s %5d MiB %3d files %8d KiB %s\n' \
+        "$(printf '%s' "$case" | sed 's/→/->/g; s/×/x/g')" "$tool" "$best" "$rate" "${ratio:+${ratio}x}" "$mib" "$files" "$size_kib" "$note"
+    rows+=("| $case | $tool | $runs | $pages | $best | $rate | ${ratio:+$ratio} | $mib | $files | $size_kib | $note |")
+}
+
+echo "Quirefold beside peers: best of $repeats (slow cases $slow_repeats), $(nproc) cores"
+printf '%-34s %-40s %9s %11s %6s %9s\n' case tool seconds pages/s "qf÷" peak
+qf=("$cli" --zoomfactor 1 -o "$work/out")
+text=$corpus/text-200.pdf
+mixed=$corpus/mixed-40.pdf
+
+# --- PDF to JPEG, 150 dpi, quality 75 (progressive where the tool has the choice) ----------------
+for input in text-200 mixed-40; do
+    pages=${input##*-}
+    measure qf "PDF→JPEG 150dpi q75 $input" "quirefold" "$pages" "$repeats" \
+        "${qf[@]}" --format jpeg --dpi 150 --jpgquality 75 "$corpus/$input.pdf"
+    measure peer "PDF→JPEG 150dpi q75 $input" "pdftocairo -jpeg" "$pages" "$repeats" \
+        pdftocairo -jpeg -jpegopt quality=75,progressive=y -r 150 "$corpus/$input.pdf" out
+    measure peer "PDF→JPEG 150dpi q75 $input" "pdftoppm -jpeg" "$pages" "$repeats" \
+        pdftoppm -jpeg -jpegopt quality=75,progressive=y -r 150 "$corpus/$input.pdf" out
+    # mutool draw has no JPEG writer in MuPDF 1.21 (-F jpeg is refused; out%d.jpg gets PNG data),
+    # so mutool is compared on PNG below only.
+done
+
+# --- PDF to PNG, 150 dpi ------------------------------------------------------------------------
+measure qf "PDF→PNG 150dpi text-200" "quirefold" 200 "$slow_repeats" \
+    "${qf[@]}" --format png --dpi 150 "$text"
+measure peer "PDF→PNG 150dpi text-200" "pdftoppm -png" 200 "$slow_repeats" \
+    pdftoppm -png -r 150 "$text" out
+measure peer "PDF→PNG 150dpi text-200" "mutool draw png" 200 "$slow_repeats" \
+    mutool draw -q -r 150 -o out%d.png "$text"
+measure qf "PDF→PNG 150dpi mixed-40" "quirefold" 40 "$slow_repeats" \
+    "${qf[@]}" --format png --dpi 150 "$mixed"
+measure peer "PDF→PNG 150dpi mixed-40" "pdftoppm -png" 40 "$slow_repeats" \
+    pdftoppm -png -r 150 "$mixed" out
+measure peer "PDF→PNG 150dpi mixed-40" "mutool draw png" 40 "$slow_repeats" \
+    mutool draw -q -r 150 -o out%d.png "$mixed"
+
+# --- PDF to TIFF, 150 dpi -----------------------------------------------------------------------
+measure qf "PDF→TIFF LZW 150dpi text-200" "quirefold" 200 "$slow_repeats" \
+    "${qf[@]}" --imageformat "TIFF (Single Page)" --tiffcompression lzw --dpi 150 "$text"
+measure peer "PDF→TIFF LZW 150dpi text-200" "pdftoppm -tiff lzw" 200 "$slow_repeats" \
+    pdftoppm -tiff -tiffcompression lzw -r 150 "$text" out
+measure qf "PDF→TIFF G4 150dpi text-200" "quirefold" 200 "$slow_repeats" \
+    "${qf[@]}" --imageformat "TIFF (Single Page)" --tiffcompression g4 --dpi 150 "$text"
+measure peer "PDF→TIFF G4 150dpi text-200" "gs tiffg4" 200 "$slow_repeats" \
+    gs -q -dNOPAUSE -dBATCH -sDEVICE=tiffg4 -r150 -o out%d.tif "$text"
+
+# --- TIFF to PDF --------------------------------------------------------------------------------
+measure qf "TIFF→PDF scan-g4-100" "quirefold" 100 "$repeats" \
+    "${qf[@]}" --format pdf "$corpus/scan-g4-100.tif"
+measure peer "TIFF→PDF scan-g4-100" "tiff2pdf" 100 "$repeats" \
+    tiff2pdf -o out.pdf "$corpus/scan-g4-100.tif"
+measure peer "TIFF→PDF scan-g4-100" "img2pdf" 100 "$repeats" \
+    img2pdf -o out.pdf "$corpus/scan-g4-100.tif"
+
+# --- TIFF to PNG and JPEG (as bench/bench_tiff_images.sh) ---------------------------------------
+for input in scan-g4-100 colour-lzw-5; do
+    pages=${input##*-}
+    for format in png jpeg; do
+        extension=$format
+        [ "$format" = jpeg ] && extension=jpg
+        measure qf "TIFF→${format^^} $input" "quirefold" "$pages" "$slow_repeats" \
+            "${qf[@]}" --format "$format" --jpgquality 75 "$corpus/$input.tif"
+        measure peer "TIFF→${format^^} $input" "gm convert" "$pages" "$slow_repeats" \
+            gm convert "$corpus/$input.tif" +adjoin -quality 75 "out-%03d.$extension"
+    done
+done
+
+# --- PDF merge and encryption -------------------------------------------------------------------
+mkdir -p "$work/split"
+qpdf --split-pages=20 "$text" "$work/split/part-%d.pdf"
+parts=("$work/split"/part-*.pdf)
+measure qf "merge 10×20-page PDFs" "quirefold --combineall" 200 "$repeats" \
+    "${qf[@]}" --format pdf --combineall "$work/split"
+measure peer "merge 10×20-page PDFs" "qpdf --empty --pages" 200 "$repeats" \
+    qpdf --empty --pages "${parts[@]}" -- out.pdf
+measure qf "AES-256 text-200 (not same job*)" "quirefold --encryptionlevel aes-256" 200 "$repeats" \
+    "${qf[@]}" --format pdf --pdfpassword x --pdffullpassword y --encryptionlevel aes-256 "$text"
+measure peer "AES-256 text-200 (not same job*)" "qpdf --encrypt x y 256" 200 "$repeats" \
+    qpdf --encrypt x y 256 -- "$text" out.pdf
+
+# --- Text ---------------------------------------------------------------------------------------
+measure qf "PDF→text text-200" "quirefold" 200 "$repeats" \
+    "${qf[@]}" --format text "$text"
+measure peer "PDF→text text-200" "pdftotext" 200 "$repeats" \
+    pdftotext "$text" out.txt
+
+# --- Quirefold's memory against document length -------------------------------------------------
+measure info "memory: JPEG 150dpi text-200 p1-10" "quirefold --pages 1-10" 10 "$repeats" \
+    "${qf[@]}" --format jpeg --dpi 150 --jpgquality 75 --pages 1-10 "$text"
+measure info "memory: JPEG 150dpi text-200 all" "quirefold (all 200 pages)" 200 1 \
+    "${qf[@]}" --format jpeg --dpi 150 --jpgquality 75 "$text"
+
+# --- Information: pdftoppm in two processes over page halves ------------------------------------
+# Quirefold already prepares pages on every core (-j defaults to one per core); this shows what a
+# single-threaded peer reaches when split by hand. Peak MiB is the largest single process.
+measure info "info: PDF→JPEG text-200, -P 2" "xargs -P 2 pdftoppm -jpeg" 200 "$slow_repeats" \
+    sh -c 'printf "1 100\n101 200\n" | xargs -P 2 -L 1 sh -c '\''pdftoppm -jpeg -jpegopt quality=75,progressive=y -r 150 -f "$1" -l "$2" "$0" "out-$1"'\'' "$1"' _ "$text"
+measure info "info: PDF→JPEG mixed-40, -P 2" "xargs -P 2 pdftoppm -jpeg" 40 "$slow_repeats" \
+    sh -c 'printf "1 20\n21 40\n" | xargs -P 2 -L 1 sh -c '\''pdftoppm -jpeg -jpegopt quality=75,progressive=y -r 150 -f "$1" -l "$2" "$0" "out-$1"'\'' "$1"' _ "$mixed"
+
+elapsed=$(($(date +%s) - started))
+echo "bench run took ${elapsed} s"
+
+# --- bench/RESULTS.md ---------------------------------------------------------------------------
+version() { "$@" 2>&1 | head -n 1 || true; }
+{
+    echo "# Quirefold beside general tools"
+    echo
+    echo "Measured by \`bench/bench_all.sh\` on $(date -u '+%Y-%m-%d %H:%M UTC'):"
+    echo "$(nproc) cores (\`nproc\`), $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1),"
+    echo "$(awk '/MemTotal/ {printf "%.1f GiB", $2 / 1048576}' /proc/meminfo) RAM, $(uname -sr). Whole run: ${elapsed} s."
+    echo "Other work (compiles) shared the machine during the run, so the figures are noisy."
+    echo
+    echo "Seconds are wall time of the fastest of *runs*; peak MiB is the maximum resident set of"
+    echo "that run (GNU time). **qf÷tool** is the tool's seconds divided by Quirefold's seconds on"
+    echo "the same case: above 1 Quirefold is faster, below 1 Quirefold is slower. Output is the"
+    echo "count and total size of the files written."
+    echo
+    echo "| case | tool | runs | pages | seconds | pages/s | qf÷tool | peak MiB | files | output KiB | note |"
+    echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---|"
+    printf '%s\n' "${rows[@]}"
+    echo
+    echo "Notes"
+    echo
+    echo "- Quirefold runs with \`--zoomfactor 1\`, its own data folder and \`-j\` at its default"
+    echo "  (one page under way per core); pdftoppm, pdftocairo, mutool draw, gs, tiff2pdf, img2pdf,"
+    echo "  qpdf and gm run one process each. The \`-P 2\` rows split pdftoppm by page halves by hand."
+    echo "- PDF→JPEG: mutool draw is absent because MuPDF $(mutool -v 2>&1 | sed -n 's/.*version //p' | head -n 1)"
+    echo "  has no JPEG writer (\`-F jpeg\` is refused and \`out%d.jpg\` receives PNG data)."
+    echo "  Quirefold's JPEG is at quality 75; the poppler tools write progressive JPEG at quality 75."
+    echo "- PDF→TIFF: pdftoppm writes 24-bit RGB LZW, gs tiffg4 writes 1-bit G4 from its own"
+    echo "  threshold; the outputs differ in content, not only in speed."
+    echo "- TIFF→PNG/JPEG: gm convert is given \`-quality 75\`, Quirefold \`--jpgquality 75\` (as in"
+    echo "  bench/bench_tiff_images.sh for gm)."
+    echo "- *AES-256: Quirefold's PDF output copies the pages into a new document and then secures it;"
+    echo "  qpdf only rewrites the file encrypted. They are not the identical job."
+    echo "- Tool versions: $(version pdftoppm -v); $(version mutool -v); gs $(gs --version);"
+    echo "  $(version qpdf --version); img2pdf $(img2pdf --version 2>&1 | awk '{print $NF}');"
+    echo "  $(version gm version); tiff2pdf from $(dpkg-query -W -f='libtiff-tools ${Version}' libtiff-tools 2>/dev/null || echo libtiff-tools)."
+    if [ "${#failures[@]}" -gt 0 ]; then
+        echo
+        echo "Failed runs (last lines of stderr)"
+        echo
+        for failure in "${failures[@]}"; do
+            echo '```'
+            echo "$failure"
+            echo '```'
+        done
+    fi
+} >"$results"
+echo "wrote $results"
+if [ "${#failures[@]}" -gt 0 ]; then
+    printf 'FAILED: %s\n' "${failures[@]}" >&2
+fi
