@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <cstdio>
 #include <exception>
+#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,10 @@
 int main(int argc, char** argv)
 {
     using namespace qf::cli;
+    // Page buffers are megabytes each: keep freed ones for the next page instead of handing them
+    // back to the system and faulting fresh zeroed memory in for every page.
+    mallopt(M_MMAP_THRESHOLD, 512 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 1024 * 1024 * 1024);
     try {
         const CliRequest request = parse_arguments(std::vector<std::string>(argv + 1, argv + argc));
         if (request.help) {
