@@ -10,7 +10,7 @@
 #include "tests/engine_e2e/run_harness.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/pdf_inspect.h"
+#include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_security_checks.h"
 #include "tests/support/tiff_fixtures.h"
 

@@ -10,7 +10,7 @@
 
 #include "engine/error.h"
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/pdf_inspect.h"
+#include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_security_checks.h"
 #include "tests/support/tiff_fixtures.h"
 #include "writers/pdf/pdf_assembler.h"

@@ -8,7 +8,7 @@
 #include <qpdf/QPDFWriter.hh>
 
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/pdf_inspect.h"
+#include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_security_checks.h"
 #include "tests/support/tiff_fixtures.h"
 #include "writers/pdf/pdf_assembler.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tests/support/pdf_inspect.h"
+#include "tests/support/pdf_examine.h"
 
 #include <algorithm>
 #include <cstdlib>
