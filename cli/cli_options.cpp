@@ -184,12 +184,12 @@ CliRequest parse_arguments(const std::vector<std::string>& arguments)
                 throw UsageError("--jobs takes a whole number of 1 or more, not \"" + jobs + "\"");
             }
             request.jobs = std::stoi(jobs);
-        } else if (name.rfind("no-", 0) == 0 && find_flag(name.substr(3)) != nullptr &&
-                   find_flag(name.substr(3))->kind == OptionKind::Check) {
+        } else if (const OptionSpec* negated = name.rfind("no-", 0) == 0 ? find_flag(name.substr(3)) : nullptr;
+                   negated != nullptr && negated->kind == OptionKind::Check) {
             if (inline_value) {
                 throw UsageError("--" + name + " takes no value");
             }
-            request.values.set(find_flag(name.substr(3))->id, false);
+            request.values.set(negated->id, false);
         } else if (const OptionSpec* spec = find_flag(name)) {
             if (spec->kind == OptionKind::Check) {
                 if (inline_value) {

@@ -182,6 +182,23 @@ BatchRun::PageWork BatchRun::page_at(const Document& doc, int pageindex) const
     return page;
 }
 
+NamingRequest BatchRun::naming_request(const Document& doc, const PageWork& page, const std::string& format,
+                                       const std::string& outputname) const
+{
+    return NamingRequest{snapshot_,
+                         *doc.data,
+                         filelist_.front(),
+                         format,
+                         page.pageno,
+                         page.first,
+                         doc.pagesarray.front(),
+                         doc.pagesarray.back(),
+                         doc.whole_document,
+                         outputname,
+                         &source_paths_,
+                         doc.work_subfolder};
+}
+
 void BatchRun::run_page(Document& doc, PageWork& page)
 {
     theimageformat_ = snapshot_.mimageformat;
@@ -192,19 +209,7 @@ void BatchRun::run_page(Document& doc, PageWork& page)
     }
     ++totalpage_;
 
-    const NamingRequest naming{snapshot_,
-                               *doc.data,
-                               filelist_.front(),
-                               theimageformat_,
-                               page.pageno,
-                               page.first,
-                               doc.pagesarray.front(),
-                               doc.pagesarray.back(),
-                               doc.whole_document,
-                               outputname_,
-                               &source_paths_,
-                               doc.work_subfolder};
-    const NamingResult named = name_output(naming);
+    const NamingResult named = name_output(naming_request(doc, page, theimageformat_, outputname_));
     outputname_ = named.outputname;
     doc.outputpath = named.outputpath;
     doc.issinglepage = named.issinglepage;
@@ -383,19 +388,7 @@ void BatchRun::encode_ahead(const Document& doc, PageWork& page) const
     }
     // The name depends on nothing the commit changes, so the file can be written ahead under
     // a temporary name beside it; the commit only renames it.
-    const NamingRequest naming{snapshot_,
-                               *doc.data,
-                               filelist_.front(),
-                               format,
-                               page.pageno,
-                               page.first,
-                               doc.pagesarray.front(),
-                               doc.pagesarray.back(),
-                               doc.whole_document,
-                               {},
-                               &source_paths_,
-                               doc.work_subfolder};
-    const fs::path target = name_output(naming).outputpath;
+    const fs::path target = name_output(naming_request(doc, page, format, {})).outputpath;
     fs::path temp;
     try {
         temp = sibling_temp_name(target);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "engine/options.h"
+#include "engine/output_naming.h"
 #include "engine/run_log.h"
 #include "engine/run_model.h"
 #include "engine/services.h"
@@ -83,6 +84,9 @@ private:
 
     void run_document(int row);
     PageWork page_at(const Document& doc, int pageindex) const;
+    // What naming needs of a page; outputname is the name carried from the pages before.
+    NamingRequest naming_request(const Document& doc, const PageWork& page, const std::string& format,
+                                 const std::string& outputname) const;
     void run_page(Document& doc, PageWork& page);
     // Decodes, renders or reads one page; touches nothing shared, so it runs on any thread.
     void prepare_page(const Document& doc, PageWork& page) const;

@@ -4,17 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "cli/cli_services.h"
 #include "intake/admission.h"
-#include "sources/pdf_source.h"
-#include "sources/tiff_source.h"
-#include "writers/deep_colour.h"
-#include "writers/exif_stamper.h"
-#include "writers/jpeg_writer.h"
-#include "writers/pdf/pdf_assembler.h"
-#include "writers/pdf/pdf_merge.h"
-#include "writers/pdf/security_pass.h"
-#include "writers/png_writer.h"
-#include "writers/tiff_writer.h"
 
 namespace qf::test {
 namespace fs = std::filesystem;
@@ -40,20 +31,7 @@ private:
 
 engine::RunServices real_services()
 {
-    const fs::path resources = fs::path(QF_SOURCE_DIR) / "resources";
-    engine::RunServices services;
-    services.open_tiff = sources::open_tiff_source;
-    services.open_pdf = sources::open_pdf_source;
-    services.write_jpeg = writers::write_jpeg;
-    services.write_png = writers::write_png;
-    services.write_tiff_single = writers::write_tiff_single;
-    services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
-    services.pdf_assembler = writers::pdf::pdf_assembler_factory(resources);
-    services.encryptpdfnow = writers::pdf::encryptpdfnow;
-    services.merge_pdfs = writers::pdf::merge_pdfs;
-    services.stamper = [resources] { return writers::make_exif_stamper(resources); };
-    services.writergb48 = writers::writergb48;
-    return services;
+    return cli::make_run_services(fs::path(QF_SOURCE_DIR) / "resources");
 }
 
 engine::ListRow admitted_row(const fs::path& file, const std::string& password)
