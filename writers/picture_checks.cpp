@@ -2,6 +2,7 @@
 #include "writers/picture_checks.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "engine/error.h"
 
@@ -27,6 +28,33 @@ const engine::PagePicture& rgb_pixels(const engine::PagePicture& picture,
     return storage;
 }
 
+namespace {
+
+// 1 where a pixel's luminance (weights 0.299, 0.587, 0.114) is below mid-grey. Integer form of
+// the threshold: 299 r + 587 g + 114 b < 128000.
+inline bool is_dark(const std::uint8_t* rgb)
+{
+    return 299u * rgb[0] + 587u * rgb[1] + 114u * rgb[2] < 128000u;
+}
+
+// One output byte from eight RGB pixels. Pages are mostly white paper, so a group of eight
+// white pixels is recognised by comparing its 24 bytes at once.
+inline std::uint8_t dark_bits(const std::uint8_t* rgb)
+{
+    static constexpr std::uint8_t kWhite[24] = {255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255,
+                                                255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255};
+    if (std::memcmp(rgb, kWhite, sizeof kWhite) == 0) {
+        return 0;
+    }
+    unsigned bits = 0;
+    for (int i = 0; i < 8; ++i) {
+        bits = (bits << 1) | (is_dark(rgb + 3 * i) ? 1u : 0u);
+    }
+    return static_cast<std::uint8_t>(bits);
+}
+
+} // namespace
+
 engine::PagePicture to_bilevel(const engine::PagePicture& picture)
 {
     if (picture.format == engine::PixelFormat::Bilevel) {
@@ -38,16 +66,20 @@ engine::PagePicture to_bilevel(const engine::PagePicture& picture)
     bilevel.format = engine::PixelFormat::Bilevel;
     const std::size_t out_stride = bilevel.stride();
     const std::size_t in_stride = picture.stride();
-    bilevel.pixels.assign(out_stride * static_cast<std::size_t>(bilevel.height), 0);
+    bilevel.pixels.resize(out_stride * static_cast<std::size_t>(bilevel.height));
+    const int whole_bytes = picture.width / 8;
     for (int y = 0; y < picture.height; ++y) {
         const std::uint8_t* in = picture.pixels.data() + in_stride * static_cast<std::size_t>(y);
         std::uint8_t* out = bilevel.pixels.data() + out_stride * static_cast<std::size_t>(y);
-        for (int x = 0; x < picture.width; ++x) {
-            const unsigned luminance =
-                (299u * in[3 * x] + 587u * in[3 * x + 1] + 114u * in[3 * x + 2]) / 1000u;
-            if (luminance < 128) {
-                out[x >> 3] |= static_cast<std::uint8_t>(0x80u >> (x & 7));
+        for (int i = 0; i < whole_bytes; ++i) {
+            out[i] = dark_bits(in + 24 * i);
+        }
+        if (whole_bytes < static_cast<int>(out_stride)) {
+            unsigned bits = 0;
+            for (int x = whole_bytes * 8; x < picture.width; ++x) {
+                bits |= (is_dark(in + 3 * x) ? 0x80u : 0u) >> (x & 7);
             }
+            out[whole_bytes] = static_cast<std::uint8_t>(bits);
         }
     }
     return bilevel;

@@ -9,6 +9,7 @@
 #include "engine/error.h"
 #include "tests/support/image_checks.h"
 #include "writers/jpeg_writer.h"
+#include "writers/picture_checks.h"
 #include "writers/png_writer.h"
 #include "writers/tiff_writer.h"
 
@@ -224,6 +225,36 @@ TEST(PictureWriters, WriteReplacesAnEarlierFile)
     EXPECT_EQ(test::read_png(folder / "again.png").image.width, 64);
     EXPECT_EQ(test::read_tiff(folder / "again.tif").at(0).width, 64);
     EXPECT_EQ(folder.entries().size(), 3u);
+}
+
+// The threshold is taken eight pixels at a time with a shortcut for white; every width's tail,
+// pixels just either side of mid-grey and saturated colours must come out as the luminance says.
+TEST(PictureWriters, BilevelThresholdFollowsLuminanceAtEveryWidth)
+{
+    const std::array<Rgb, 8> palette{{kWhite, {0, 0, 0}, {128, 128, 128}, {127, 128, 128}, kRed, kGreen,
+                                      kBlue, {255, 255, 254}}};
+    for (const int width : {1, 7, 8, 9, 16, 23, 64, 101}) {
+        const auto colour_at = [&](int x, int y) {
+            // mostly white, so the shortcut is taken, with runs of other colours
+            return (x / 3 + y) % 4 == 0 ? palette[static_cast<std::size_t>((x * 7 + y * 3) % 8)] : kWhite;
+        };
+        const PagePicture rgb = test::make_rgb_picture(width, 5, colour_at);
+        const PagePicture bilevel = to_bilevel(rgb);
+        ASSERT_EQ(bilevel.format, engine::PixelFormat::Bilevel);
+        ASSERT_EQ(bilevel.pixels.size(), bilevel.stride() * 5);
+        for (int y = 0; y < 5; ++y) {
+            for (int x = 0; x < static_cast<int>(bilevel.stride()) * 8; ++x) {
+                const bool black = (bilevel.pixels[bilevel.stride() * y + x / 8] >> (7 - x % 8)) & 1;
+                if (x >= width) {
+                    EXPECT_FALSE(black) << "padding bit " << x << " of width " << width;
+                    continue;
+                }
+                const Rgb c = colour_at(x, y);
+                const double luminance = (299 * c[0] + 587 * c[1] + 114 * c[2]) / 1000.0; // exact in thousandths
+                EXPECT_EQ(black, luminance < 128) << "pixel " << x << "," << y << " of width " << width;
+            }
+        }
+    }
 }
 
 } // namespace
