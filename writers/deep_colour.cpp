@@ -4,17 +4,18 @@
 #include <cstdarg>
 #include <fstream>
 #include <iterator>
-#include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include <Magick++.h>
+#include <dlfcn.h>
 #include <tiffio.h>
 
 #include "engine/error.h"
 #include "engine/file_ops.h"
+#include "writers/magick/magick_deep_tiff.h"
 
 namespace qf::writers {
 namespace {
@@ -24,23 +25,17 @@ int quiet_tiff(TIFF*, void*, const char*, const char*, va_list)
     return 1;
 }
 
-void initialise_magick()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { Magick::InitializeMagick(nullptr); });
-}
-
 // The compression each image keeps, from the file's own Compression tags (the image library
 // reports Packbits and CCITT RLE alike as none). JPEG and the fax codes have no 16-bit form;
 // they, and anything unknown, become LZW, which is lossless and which every reader has.
-std::vector<MagickLib::CompressionType> deep_compressions(const std::filesystem::path& file)
+std::vector<int> deep_compressions(const std::filesystem::path& file)
 {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     TIFFOpenOptionsSetErrorHandlerExtR(options, quiet_tiff, nullptr);
     TIFFOpenOptionsSetWarningHandlerExtR(options, quiet_tiff, nullptr);
     TIFF* tif = TIFFOpenExt(file.c_str(), "r", options);
     TIFFOpenOptionsFree(options);
-    std::vector<MagickLib::CompressionType> compressions;
+    std::vector<int> compressions;
     if (tif == nullptr) {
         return compressions;
     }
@@ -48,11 +43,11 @@ std::vector<MagickLib::CompressionType> deep_compressions(const std::filesystem:
         std::uint16_t code = COMPRESSION_NONE;
         TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &code);
         switch (code) {
-        case COMPRESSION_NONE: compressions.push_back(MagickLib::NoCompression); break;
+        case COMPRESSION_NONE: compressions.push_back(kQfDeepNone); break;
         case COMPRESSION_ADOBE_DEFLATE:
-        case COMPRESSION_DEFLATE: compressions.push_back(MagickLib::ZipCompression); break;
-        case COMPRESSION_PACKBITS: compressions.push_back(MagickLib::RLECompression); break;
-        default: compressions.push_back(MagickLib::LZWCompression);
+        case COMPRESSION_DEFLATE: compressions.push_back(kQfDeepDeflate); break;
+        case COMPRESSION_PACKBITS: compressions.push_back(kQfDeepPackbits); break;
+        default: compressions.push_back(kQfDeepLzw);
         }
     } while (TIFFReadDirectory(tif));
     TIFFClose(tif);
@@ -69,50 +64,66 @@ std::string read_whole_file(const std::filesystem::path& file)
     return bytes;
 }
 
-// The file's images, read from memory so that no character of its name means anything to
-// the image library.
-std::list<Magick::Image> read_frames(const std::filesystem::path& file)
+// The 16-bit module's two entry points, or why it could not be loaded.
+struct DeepModule {
+    decltype(&qf_deep_tiff) rewrite = nullptr;
+    decltype(&qf_deep_tiff_free) release = nullptr;
+    std::string problem;
+};
+
+// Installed beside the program (<prefix>/lib/quirefold), else where this build made it.
+std::vector<std::filesystem::path> module_candidates()
 {
-    const std::string bytes = read_whole_file(file);
-    std::list<Magick::Image> frames;
-    try {
-        Magick::readImages(&frames, Magick::Blob(bytes.data(), bytes.size()));
-    } catch (const Magick::Warning&) {
-        // A warning (an unknown tag, say) still delivers the images.
-    } catch (const Magick::Exception&) {
-        throw engine::Error(engine::ErrorKind::Output, "not a readable TIFF file", file);
+    std::vector<std::filesystem::path> candidates;
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        candidates.push_back(program.parent_path().parent_path() / "lib" / "quirefold" / "qf_magick.so");
     }
-    if (frames.empty()) {
-        throw engine::Error(engine::ErrorKind::Output, "the file holds no image", file);
-    }
-    return frames;
+#ifdef QF_MAGICK_MODULE
+    candidates.emplace_back(QF_MAGICK_MODULE);
+#endif
+    return candidates;
 }
 
-Magick::Blob encode_frames(std::list<Magick::Image>& frames, const std::filesystem::path& file)
+const DeepModule& deep_module()
 {
-    const std::vector<MagickLib::CompressionType> compressions = deep_compressions(file);
-    std::size_t index = 0;
-    for (Magick::Image& frame : frames) {
-        frame.magick("TIFF");
-        frame.depth(16);
-        frame.type(Magick::TrueColorType);
-        frame.compressType(index < compressions.size() ? compressions[index]
-                                                       : MagickLib::LZWCompression);
-        ++index;
+    static const DeepModule module = [] {
+        DeepModule loaded;
+        loaded.problem = "the 16-bit module was not found";
+        for (const auto& candidate : module_candidates()) {
+            std::error_code error;
+            if (!std::filesystem::is_regular_file(candidate, error)) {
+                continue;
+            }
+            // Kept loaded for the rest of the process; its library cannot be unloaded cleanly.
+            void* handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+            if (handle == nullptr) {
+                const char* reason = ::dlerror();
+                loaded.problem = std::string("the 16-bit module could not be loaded: ") +
+                                 (reason != nullptr ? reason : "unknown reason");
+                continue;
+            }
+            loaded.rewrite = reinterpret_cast<decltype(&qf_deep_tiff)>(::dlsym(handle, "qf_deep_tiff"));
+            loaded.release = reinterpret_cast<decltype(&qf_deep_tiff_free)>(::dlsym(handle, "qf_deep_tiff_free"));
+            if (loaded.rewrite != nullptr && loaded.release != nullptr) {
+                loaded.problem.clear();
+                break;
+            }
+            loaded.problem = "the 16-bit module is incomplete";
+        }
+        return loaded;
+    }();
+    return module;
+}
+
+std::string deep_failure(int result)
+{
+    switch (result) {
+    case kQfDeepUnreadable: return "not a readable TIFF file";
+    case kQfDeepNoImage: return "the file holds no image";
+    default: return "the 16-bit image could not be encoded";
     }
-    Magick::Blob blob;
-    try {
-        Magick::writeImages(frames.begin(), frames.end(), &blob, true);
-    } catch (const Magick::Warning&) {
-        // The blob is complete; a warning only remarks on it.
-    } catch (const Magick::Exception&) {
-        blob = Magick::Blob();
-    }
-    if (blob.length() == 0) {
-        throw engine::Error(engine::ErrorKind::Output, "the 16-bit image could not be encoded",
-                            file);
-    }
-    return blob;
 }
 
 } // namespace
@@ -123,17 +134,29 @@ void writergb48(const std::filesystem::path& file)
     if (!std::filesystem::is_regular_file(file, error)) {
         return;
     }
-    initialise_magick();
-    std::list<Magick::Image> frames = read_frames(file);
-    const Magick::Blob blob = encode_frames(frames, file);
+    const DeepModule& module = deep_module();
+    if (!module.problem.empty()) {
+        throw engine::Error(engine::ErrorKind::Output, module.problem, file);
+    }
+    // The image is handed over in memory, so that no character of its name means anything to
+    // the image library.
+    const std::string bytes = read_whole_file(file);
+    const std::vector<int> compressions = deep_compressions(file);
+    unsigned char* encoded = nullptr;
+    std::size_t encoded_length = 0;
+    const int result =
+        module.rewrite(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), compressions.data(),
+                       compressions.size(), &encoded, &encoded_length);
+    if (result != kQfDeepDone) {
+        throw engine::Error(engine::ErrorKind::Output, deep_failure(result), file);
+    }
+    const std::unique_ptr<unsigned char, decltype(module.release)> blob(encoded, module.release);
     engine::write_atomically(file, [&](const std::filesystem::path& temp) {
         std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        out.write(static_cast<const char*>(blob.data()),
-                  static_cast<std::streamsize>(blob.length()));
+        out.write(reinterpret_cast<const char*>(blob.get()), static_cast<std::streamsize>(encoded_length));
         out.close();
         if (!out) {
-            throw engine::Error(engine::ErrorKind::Output,
-                                "the file could not be written completely", file);
+            throw engine::Error(engine::ErrorKind::Output, "the file could not be written completely", file);
         }
     });
 }

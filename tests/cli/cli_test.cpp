@@ -90,6 +90,22 @@ TEST_F(Cli, ConvertsAMultipageTiffToJpegPages)
     EXPECT_EQ(read_jpeg(folder / "out" / "scan Page 003.JPG").image.width, 64);
 }
 
+// The 16-bit rewrite lives in a module the program loads on first use; the installed program
+// must find it and the files must come out at 16 bits a sample.
+TEST_F(Cli, FortyEightBitTiffOutputLoadsItsModule)
+{
+    make_tiff(folder / "in" / "scan.tif", {TiffPage{}, TiffPage{}});
+    const auto result = cli({"--format", "tiff-single", "--colordepth48", "-o", (folder / "out").string(),
+                             (folder / "in" / "scan.tif").string()});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    for (const char* name : {"scan Page 001.TIF", "scan Page 002.TIF"}) {
+        const auto images = read_tiff(folder / "out" / name);
+        ASSERT_EQ(images.size(), 1u) << name;
+        EXPECT_EQ(images[0].bits_per_sample, 16) << name;
+    }
+}
+
 TEST_F(Cli, WithoutAFolderOutputsGoBesideTheFirstDocument)
 {
     fs::create_directories(folder / "in" / "sub");
