@@ -2,9 +2,11 @@
 #include "cli/cli_options.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <sys/prctl.h>
 
 #include "engine/run_model.h"
 #include "engine/text_rules.h"
@@ -173,7 +175,9 @@ CliRequest parse_arguments(const std::vector<std::string>& arguments)
             request.pages = value();
             request.pages_given = true;
         } else if (name == "password") {
+            const std::size_t holder = inline_value ? i : i + 1;
             request.passwords.push_back(value());
+            request.password_spans.emplace_back(holder, inline_value ? argument.find('=') + 1 : 0);
         } else if (name == "password-file") {
             for (auto& password : read_password_file(value())) {
                 request.passwords.push_back(std::move(password));
@@ -197,6 +201,10 @@ CliRequest parse_arguments(const std::vector<std::string>& arguments)
                 }
                 request.values.set(spec->id, true);
             } else {
+                if (spec->id == OptionId::pdfpassword || spec->id == OptionId::pdffullpassword) {
+                    request.password_spans.emplace_back(inline_value ? i : i + 1,
+                                                        inline_value ? argument.find('=') + 1 : 0);
+                }
                 set_option(request.values, *spec, name, value());
             }
         } else {
@@ -209,6 +217,28 @@ CliRequest parse_arguments(const std::vector<std::string>& arguments)
     return request;
 }
 
+void refuse_core_dumps()
+{
+    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+}
+
+void protect_passwords(const CliRequest& request, int argc, char** argv)
+{
+    if (!request.passwords.empty() || !request.values.text(OptionId::pdfpassword).empty() ||
+        !request.values.text(OptionId::pdffullpassword).empty()) {
+        refuse_core_dumps();
+    }
+    for (const auto& [index, offset] : request.password_spans) {
+        if (index + 1 < static_cast<std::size_t>(argc)) {
+            char* text = argv[index + 1];
+            const std::size_t length = std::strlen(text);
+            if (offset < length) {
+                std::memset(text + offset, 'x', length - offset);
+            }
+        }
+    }
+}
+
 std::string help_text()
 {
     std::string text =
@@ -219,8 +249,9 @@ std::string help_text()
         "  --format FORMAT                  same as --imageformat\n"
         "  --dpi N, --quality N             same as --dotsperinch, --jpgquality\n"
         "  --pages RANGE                    pages of every document, such as 1-3,8,12-8\n"
-        "  --password PW                    unlock password tried on encrypted PDFs (repeatable)\n"
-        "  --password-file FILE             unlock passwords, one a line\n"
+        "  --password PW                    unlock password tried on encrypted PDFs (repeatable); it is\n"
+        "                                   blanked out once read, but visible to other users until then\n"
+        "  --password-file FILE             unlock passwords, one a line: safer than --password\n"
         "  -r, --recursive                  walk sub-folders of the folders given\n"
         "  --profile FILE.qfk               load a settings profile before the other options\n"
         "  --save-profile FILE.qfk          write the effective options to a profile\n"

@@ -15,7 +15,9 @@
 #include "engine/batch_run.h"
 #include "engine/file_ops.h"
 #include "engine/page_selection.h"
+#include "engine/run_log.h"
 #include "engine/version.h"
+#include "engine/work_folder.h"
 #include "intake/admission.h"
 #include "intake/folder_walk.h"
 #include "settings/profile_file.h"
@@ -27,11 +29,12 @@ namespace {
 std::atomic<int> g_interrupts{0};
 
 // A first Ctrl-C asks the run to stop after the document under way; a second ends the program
-// at once, removing any file still being written.
+// at once, removing any file still being written and the run's scratch folder.
 extern "C" void on_interrupt(int)
 {
     if (g_interrupts.fetch_add(1) >= 1) {
         engine::remove_registered_temps();
+        engine::remove_scratch_folders();
         constexpr char kMessage[] = "\nStopped at once.\n";
         (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
         ::_exit(kExitUsage);
@@ -56,7 +59,7 @@ void report_dropped(const intake::AdmissionReport& report, bool quiet_about_othe
         if (quiet_about_other_files && !intake::has_document_extension(dropped.candidate.name)) {
             continue; // a folder's other files are simply not documents
         }
-        std::fprintf(stderr, "%s could not be opened: %s\n", dropped.candidate.name.c_str(), dropped.reason.c_str());
+        std::fprintf(stderr, "%s\n", engine::loggable(dropped.candidate.name + " could not be opened: " + dropped.reason).c_str());
         ++admission.problems;
     }
 }
@@ -71,7 +74,7 @@ Admission admit(const CliRequest& request)
         if (fs::is_directory(path, error)) {
             const intake::FolderWalk walk = intake::loadrecursive(path, request.recursive);
             for (const auto& message : walk.messages) {
-                std::fprintf(stderr, "%s\n", message.c_str());
+                std::fprintf(stderr, "%s\n", engine::loggable(message).c_str());
                 ++admission.problems;
             }
             for (const auto& table : walk.tables) {

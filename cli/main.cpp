@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     mallopt(M_TRIM_THRESHOLD, 1024 * 1024 * 1024);
     try {
         const CliRequest request = parse_arguments(std::vector<std::string>(argv + 1, argv + argc));
+        protect_passwords(request, argc, argv);
         if (request.help) {
             std::fputs(help_text().c_str(), stdout);
             return kExitAllWritten;

@@ -6,6 +6,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "cli/cli_options.h"
+
 namespace qf::cli {
 namespace {
 
@@ -56,6 +58,7 @@ intake::PromptAnswer CliPasswordPrompt::ask(const std::string& prompt_text, cons
     if (::isatty(STDIN_FILENO) == 0) {
         return intake::PromptAnswer::unanswered();
     }
+    refuse_core_dumps(); // the typed password stays in memory
     std::string answer;
     if (!read_masked_line(prompt_text + "\nPassword (Ctrl-D skips the file): ", answer)) {
         return intake::PromptAnswer::cancel();

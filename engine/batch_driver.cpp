@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // processall: the worker's walk over the documents and their selected pages.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <future>
 #include <system_error>
@@ -12,6 +14,7 @@
 #include "engine/page_selection.h"
 #include "engine/text_rules.h"
 #include "engine/work_folder.h"
+#include "engine/work_pool.h"
 
 namespace qf::engine {
 namespace fs = std::filesystem;
@@ -34,6 +37,14 @@ struct BatchRun::Document {
     std::string document_name; // its own for a TIFF, the last TIFF's before it for a PDF
     fs::path outputpath;
     fs::path work_subfolder; // a combined PDF's per-document scratch folder
+    // A private folder beside the output where its file is written (and secured) before it
+    // takes its name, so that a failure leaves an earlier file of that name as it was; empty
+    // when written in place.
+    fs::path claim;
+    bool claim_numbered = false; // the name is never to replace a file (the collision rule)
+
+    // The path the output is written to: outputpath, or the same name inside the claim.
+    fs::path write_path() const { return claim.empty() ? outputpath : claim / outputpath.filename(); }
 
     const std::string& name() const { return (*data)[column::name]; }
 };
@@ -78,6 +89,7 @@ void BatchRun::processall()
         fail(std::string("The work folder could not be prepared: ") + e.reason());
     }
     multitiff_ = services_.multipage_tiff ? services_.multipage_tiff() : nullptr;
+    pool_ = jobs_ > 1 ? std::make_unique<WorkPool>(jobs_) : nullptr;
     if (snapshot_.mimageformat == kTiffMultipage && snapshot_.mcombineall) {
         open_combined_tiff();
     }
@@ -89,6 +101,7 @@ void BatchRun::processall()
         run_document(row);
     }
     combined_tail();
+    pool_.reset();
     multitiff_.reset();
     stamper_.reset();
     scratch_.reset();
@@ -149,17 +162,29 @@ void BatchRun::run_document(int row)
     const int selectedcount = static_cast<int>(doc.pagesarray.size());
     const int window = jobs_ <= 1 ? 1 : jobs_ + 1;
     std::deque<std::future<PageWork>> ahead;
+    // Pages still being prepared refer to `doc`; however the loop is left, they finish first.
+    struct WaitForPages {
+        std::deque<std::future<PageWork>>& ahead;
+        ~WaitForPages()
+        {
+            for (auto& page : ahead) {
+                if (page.valid()) {
+                    page.wait();
+                }
+            }
+        }
+    } wait_for_pages{ahead};
     int next = 1;
     for (int pageindex = 1; pageindex <= selectedcount; ++pageindex) {
         while (next <= selectedcount && next < pageindex + window) {
             PageWork page = page_at(doc, next++);
-            if (jobs_ <= 1) {
+            if (!pool_) {
                 prepare_page(doc, page);
                 std::promise<PageWork> ready;
                 ready.set_value(std::move(page));
                 ahead.push_back(ready.get_future());
             } else {
-                ahead.push_back(std::async(std::launch::async, [this, &doc, page = std::move(page)]() mutable {
+                ahead.push_back(pool_->submit([this, &doc, page = std::move(page)]() mutable {
                     prepare_page(doc, page);
                     return std::move(page);
                 }));
@@ -213,13 +238,18 @@ void BatchRun::run_page(Document& doc, PageWork& page)
     outputname_ = named.outputname;
     doc.outputpath = named.outputpath;
     doc.issinglepage = named.issinglepage;
+    const bool opens_output = theimageformat_ == kPdfSinglePage || page.first;
+    const bool combined_pdf = snapshot_.mcombineall && theimageformat_ == kPdfMultipage;
+    if (opens_output && !combined_pdf && (holds_pdf(theimageformat_) || named.numbered_when_taken)) {
+        claim_output(doc, named.numbered_when_taken);
+    }
     if (snapshot_.mcombineall && theimageformat_ == kPdfMultipage && page.first) {
         countlist_.push_back(doc.outputpath);
     }
 
     // The open step: a new PDF for every page of a single-page document, once for a multipage one.
     if (holds_pdf(theimageformat_) && (theimageformat_ == kPdfSinglePage || page.first)) {
-        doc.outpdf = services_.pdf_assembler ? services_.pdf_assembler(doc.outputpath, snapshot_) : nullptr;
+        doc.outpdf = services_.pdf_assembler ? services_.pdf_assembler(doc.write_path(), snapshot_) : nullptr;
     }
 
     if (page.first) {
@@ -260,8 +290,10 @@ void BatchRun::run_page(Document& doc, PageWork& page)
         multitiff_->is_open()) {
         try {
             multitiff_->close();
-            log_.line("Close TIFF");
-            stamp(doc.outputpath);
+            if (publish(doc)) {
+                log_.line("Close TIFF");
+                stamp(doc.outputpath);
+            }
         } catch (const Error& e) {
             fail(outputname_ + " could not be saved: " + e.reason());
         }
@@ -271,16 +303,22 @@ void BatchRun::run_page(Document& doc, PageWork& page)
             log_.replace("No Text Found");
         } else {
             try {
-                write_atomically(doc.outputpath, [&](const fs::path& temp) {
+                write_atomically(doc.write_path(), [&](const fs::path& temp) {
                     std::FILE* file = std::fopen(temp.c_str(), "wb");
-                    const bool written = file != nullptr &&
-                                         std::fwrite(doc.pagetext.data(), 1, doc.pagetext.size(), file) ==
-                                             doc.pagetext.size();
-                    if (file == nullptr || std::fclose(file) != 0 || !written) {
-                        throw Error(ErrorKind::Output, "the text could not be written");
+                    if (file == nullptr) {
+                        throw Error(ErrorKind::Output, std::strerror(errno));
+                    }
+                    const bool written =
+                        std::fwrite(doc.pagetext.data(), 1, doc.pagetext.size(), file) == doc.pagetext.size() &&
+                        std::fflush(file) == 0;
+                    const int write_error = errno;
+                    if (std::fclose(file) != 0 || !written) {
+                        throw Error(ErrorKind::Output, std::strerror(written ? errno : write_error));
                     }
                 });
-                log_.line(doc.outputpath.string() + " has been Saved");
+                if (publish(doc)) {
+                    log_.line(doc.outputpath.string() + " has been Saved");
+                }
             } catch (const Error& e) {
                 fail(outputname_ + " could not be saved: " + e.reason());
             }
@@ -353,7 +391,7 @@ void BatchRun::output_stage(Document& doc, PageWork& page)
             const auto context = write_context(snapshot_, doc.tiffcode, ccopyright_, cdocumentname_);
             if (!snapshot_.mcombineall && page.first) {
                 try {
-                    multitiff_->open(doc.outputpath, context);
+                    multitiff_->open(doc.write_path(), context);
                 } catch (const Error& e) {
                     fail(outputname_ + " could not be saved: " + e.reason());
                     return;
@@ -438,6 +476,7 @@ void BatchRun::pdf_page_end(Document& doc, PageWork& page)
     }
     if (page.failed || !doc.outpdf) {
         doc.outpdf.reset();
+        drop_claim(doc);
         return;
     }
     save_pdf(doc, std::move(doc.outpdf), true);
@@ -452,7 +491,54 @@ void BatchRun::document_end(Document& doc)
         save_pdf(doc, std::move(doc.outpdf), secure);
         totalpage_ = 0;
     }
+    drop_claim(doc); // what a failed write left there
     progressb_ = doc.row + 1;
+}
+
+void BatchRun::claim_output(Document& doc, bool numbered)
+{
+    drop_claim(doc);
+    try {
+        doc.claim = sibling_temp_folder(doc.outputpath);
+        doc.claim_numbered = numbered;
+    } catch (const Error&) {
+        doc.claim.clear(); // written in place; a folder that cannot be written shows then
+    }
+}
+
+void BatchRun::drop_claim(Document& doc)
+{
+    if (!doc.claim.empty()) {
+        discard_temp_folder(doc.claim);
+        doc.claim.clear();
+    }
+}
+
+bool BatchRun::publish(Document& doc)
+{
+    if (doc.claim.empty()) {
+        return true;
+    }
+    const fs::path written = doc.write_path();
+    const std::string docbase = docbase_of(doc.name());
+    const std::string docext = docext_of(theimageformat_);
+    bool published = false;
+    try {
+        if (!doc.claim_numbered) {
+            commit_temp(written, doc.outputpath);
+        }
+        // Another program may have taken the name since it was chosen: the next free one then.
+        while (doc.claim_numbered && !commit_temp_if_free(written, doc.outputpath)) {
+            outputname_ = free_numbered_name(docbase, docext, doc.outputpath.parent_path(), source_paths_);
+            doc.outputpath = doc.outputpath.parent_path() / outputname_;
+        }
+        published = true;
+    } catch (const Error& e) {
+        fail(outputname_ + " could not be saved: " + e.reason());
+        discard_temp(written);
+    }
+    drop_claim(doc);
+    return published;
 }
 
 void BatchRun::save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, bool secure)
@@ -462,23 +548,34 @@ void BatchRun::save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, 
         notes = assembler->close();
     } catch (const Error& e) {
         fail(outputname_ + " could not be saved: " + e.reason());
+        drop_claim(doc);
         return;
     }
-    const std::string level(conformance_name(snapshot_.mpdfversionnumber));
-    for (auto& note : notes) {
-        note = outputname_ + " does not conform to " + level + ": " + note;
-    }
+    // The file is secured before it takes its name: a pass that fails delivers nothing and
+    // leaves an earlier file of that name as it was.
+    const std::string written_name = doc.write_path().filename().string();
+    std::vector<std::string> extra;
     if (secure && services_.encryptpdfnow) {
         try {
-            const auto extra = services_.encryptpdfnow(doc.outputpath, snapshot_);
-            notes.insert(notes.end(), extra.begin(), extra.end());
+            extra = services_.encryptpdfnow(doc.write_path(), snapshot_);
         } catch (const Error& e) {
             fail(outputname_ + " could not be secured: " + e.reason());
+            drop_claim(doc);
+            return;
         }
     }
+    if (!publish(doc)) {
+        return;
+    }
     log_.line(outputname_ + " has been Saved");
+    const std::string level(conformance_name(snapshot_.mpdfversionnumber));
     for (const auto& note : notes) {
-        log_.line(note);
+        log_.line(outputname_ + " does not conform to " + level + ": " + note);
+    }
+    for (const auto& line : extra) {
+        // The pass names the file as it was written; it may have taken a numbered name since.
+        const bool names_it = line.rfind(written_name + " ", 0) == 0;
+        log_.line(names_it ? outputname_ + line.substr(written_name.size()) : line);
     }
 }
 

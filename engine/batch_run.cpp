@@ -6,6 +6,7 @@
 #include "engine/output_naming.h"
 #include "engine/text_rules.h"
 #include "engine/work_folder.h"
+#include "engine/work_pool.h"
 
 namespace qf::engine {
 namespace fs = std::filesystem;

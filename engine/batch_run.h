@@ -21,6 +21,7 @@
 namespace qf::engine {
 
 class ScratchFolder;
+class WorkPool;
 
 // What one tick of the pump shows.
 struct PumpTick {
@@ -97,6 +98,14 @@ private:
     void encode_ahead(const Document& doc, PageWork& page) const;
     void write_picture_file(Document& doc, PageWork& page, bool stamp);
     void save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, bool secure);
+    // Makes the folder in which the document's next output is written before it takes its
+    // name; `numbered`: that name is never to replace a file.
+    void claim_output(Document& doc, bool numbered);
+    void drop_claim(Document& doc);
+    // Gives the file written in the claim its name: over an earlier file, or for a numbered
+    // name the next free number when another program took the name meanwhile. False, with a
+    // line, when it cannot.
+    bool publish(Document& doc);
     void open_combined_tiff();
     void combined_tail();
     void merge_tail();
@@ -128,6 +137,7 @@ private:
 
     int zoom_ = 1;
     int jobs_ = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    std::unique_ptr<WorkPool> pool_; // prepares pages ahead when there is more than one job
     std::unique_ptr<MultipageTiffWriter> multitiff_;
     std::unique_ptr<Stamper> stamper_;
     std::unique_ptr<ScratchFolder> scratch_;

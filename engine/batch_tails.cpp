@@ -5,6 +5,7 @@
 
 #include "engine/batch_run.h"
 #include "engine/error.h"
+#include "engine/file_ops.h"
 #include "engine/output_naming.h"
 #include "engine/text_rules.h"
 
@@ -108,28 +109,45 @@ void BatchRun::merge_tail()
     }
     // One finished document is still the combined file the user asked for.
     if (finished.empty()) {
+        if (!countlist_.empty()) {
+            fail(combinedname + " could not be saved: no document could be merged");
+        }
         return;
     }
     if (!services_.merge_pdfs) {
         fail(combinedname + " could not be saved: PDF output is not available in this build");
         return;
     }
+    // Merged and secured in a private folder beside it, the file takes its name only when
+    // complete: a failure leaves an earlier file of that name as it was.
+    fs::path claim;
     try {
-        services_.merge_pdfs(finished, combinedpath, snapshot_,
+        claim = sibling_temp_folder(combinedpath);
+        const fs::path written = claim / combinedpath.filename();
+        services_.merge_pdfs(finished, written, snapshot_,
                              [this](const fs::path& merged) { log_.line("Merging " + merged.string()); });
+        std::vector<std::string> lines;
+        if (services_.encryptpdfnow) {
+            try {
+                lines = services_.encryptpdfnow(written, snapshot_);
+            } catch (const Error& e) {
+                fail(combinedname + " could not be secured: " + e.reason());
+                discard_temp_folder(claim);
+                return;
+            }
+        }
+        commit_temp(written, combinedpath);
+        for (const auto& line : lines) {
+            log_.line(line);
+        }
     } catch (const Error& e) {
         fail(combinedname + " could not be saved: " + e.reason());
+        if (!claim.empty()) {
+            discard_temp_folder(claim);
+        }
         return;
     }
-    if (services_.encryptpdfnow) {
-        try {
-            for (const auto& line : services_.encryptpdfnow(combinedpath, snapshot_)) {
-                log_.line(line);
-            }
-        } catch (const Error& e) {
-            fail(combinedname + " could not be secured: " + e.reason());
-        }
-    }
+    discard_temp_folder(claim);
     for (const auto& path : countlist_) {
         std::error_code ignored;
         fs::remove(path, ignored);

@@ -4,7 +4,9 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +65,12 @@ void unregister_temp(const std::filesystem::path& temp) noexcept
 
 } // namespace
 
+std::string storage_failure(int error)
+{
+    const bool storage = error == EFBIG || error == ENOSPC || error == EDQUOT || error == EIO || error == EROFS;
+    return storage ? std::strerror(error) : std::string();
+}
+
 std::filesystem::path sibling_temp_name(const std::filesystem::path& target)
 {
     const auto folder = target.parent_path().empty() ? std::filesystem::path(".") : target.parent_path();
@@ -77,6 +85,30 @@ std::filesystem::path sibling_temp_name(const std::filesystem::path& target)
     return pattern;
 }
 
+std::filesystem::path sibling_temp_folder(const std::filesystem::path& target)
+{
+    const auto folder = target.parent_path().empty() ? std::filesystem::path(".") : target.parent_path();
+    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw Error(ErrorKind::Output, std::strerror(errno), target);
+    }
+    register_temp(pattern);
+    register_temp(std::filesystem::path(pattern) / target.filename());
+    return pattern;
+}
+
+void discard_temp_folder(const std::filesystem::path& folder) noexcept
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+    const std::string inside = folder.native() + "/";
+    for (auto& slot : g_slots) {
+        if (slot.state.load() == 2 && (folder.native() == slot.path || std::strncmp(slot.path, inside.c_str(), inside.size()) == 0)) {
+            slot.state.store(0);
+        }
+    }
+}
+
 void commit_temp(const std::filesystem::path& temp, const std::filesystem::path& target)
 {
     if (::rename(temp.c_str(), target.c_str()) != 0) {
@@ -85,6 +117,35 @@ void commit_temp(const std::filesystem::path& temp, const std::filesystem::path&
         throw Error(ErrorKind::Output, reason, target);
     }
     unregister_temp(temp);
+}
+
+bool commit_temp_if_free(const std::filesystem::path& temp, const std::filesystem::path& target)
+{
+    if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
+        unregister_temp(temp);
+        return true;
+    }
+    if (errno == EEXIST) {
+        return false;
+    }
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+        throw Error(ErrorKind::Output, std::strerror(errno), target);
+    }
+    // A file system without the flag: a hard link is refused as atomically when the name is
+    // taken. Failing that, only a look before the rename is left.
+    if (::link(temp.c_str(), target.c_str()) == 0) {
+        discard_temp(temp);
+        return true;
+    }
+    if (errno == EEXIST) {
+        return false;
+    }
+    struct stat existing {};
+    if (::lstat(target.c_str(), &existing) == 0) {
+        return false;
+    }
+    commit_temp(temp, target);
+    return true;
 }
 
 void discard_temp(const std::filesystem::path& temp) noexcept
@@ -97,14 +158,20 @@ void write_atomically(const std::filesystem::path& target,
                       const std::function<void(const std::filesystem::path& temp)>& write)
 {
     const auto temp = sibling_temp_name(target);
+    errno = 0;
     try {
         write(temp);
     } catch (const Error&) {
+        const std::string storage = storage_failure(errno);
         discard_temp(temp);
+        if (!storage.empty()) {
+            throw Error(ErrorKind::Output, storage, target);
+        }
         throw;
     } catch (const std::exception& e) {
+        const std::string storage = storage_failure(errno);
         discard_temp(temp);
-        throw Error(ErrorKind::Output, e.what(), target);
+        throw Error(ErrorKind::Output, storage.empty() ? e.what() : storage, target);
     }
     commit_temp(temp, target);
 }
@@ -114,6 +181,11 @@ void remove_registered_temps() noexcept
     for (auto& slot : g_slots) {
         if (slot.state.load() == 2) {
             ::unlink(slot.path);
+        }
+    }
+    for (auto& slot : g_slots) {
+        if (slot.state.load() == 2) {
+            ::rmdir(slot.path);
         }
     }
 }

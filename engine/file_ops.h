@@ -3,12 +3,26 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 
 namespace qf::engine {
+
+// The system's words for a failure of the storage itself (no room, a file size limit, an I/O
+// error), which encoding libraries report in their own ("non-recoverable state"); empty for any
+// other error number.
+std::string storage_failure(int error);
 
 // A free temporary name beside target: ".name.XXXXXX" in the same folder, so that a rename
 // onto target is atomic. The file is created empty and registered (see below).
 std::filesystem::path sibling_temp_name(const std::filesystem::path& target);
+
+// A private folder beside target (".name.XXXXXX"), in which a file is written under target's
+// own file name before commit_temp_if_free gives it target's place. The folder and the file
+// path inside it are registered like temporaries (see below).
+std::filesystem::path sibling_temp_folder(const std::filesystem::path& target);
+
+// Removes a folder of sibling_temp_folder with anything in it, and forgets it; never throws.
+void discard_temp_folder(const std::filesystem::path& folder) noexcept;
 
 // Writes target through a temporary beside it and renames it into place: a reader never sees
 // half a file, and a failure leaves an earlier file as it was. Throws Error(ErrorKind::Output)
@@ -19,11 +33,17 @@ void write_atomically(const std::filesystem::path& target,
 // Renames a finished temporary onto target; throws Error(ErrorKind::Output) on failure.
 void commit_temp(const std::filesystem::path& temp, const std::filesystem::path& target);
 
+// Renames a finished temporary onto target unless a file of that name exists: false, with
+// nothing changed, when one does (another program may have written it meanwhile). Throws
+// Error(ErrorKind::Output) on any other failure, the temporary staying where it is.
+bool commit_temp_if_free(const std::filesystem::path& temp, const std::filesystem::path& target);
+
 // Removes a temporary and forgets it; never throws.
 void discard_temp(const std::filesystem::path& temp) noexcept;
 
 // Temporaries under way, kept where a signal handler can reach them: an abrupt end of the
-// program removes them so that no half-written file is left behind. Safe in a signal handler.
+// program removes them (files first, then the emptied temporary folders) so that no
+// half-written file is left behind. Safe in a signal handler.
 void remove_registered_temps() noexcept;
 
 } // namespace qf::engine

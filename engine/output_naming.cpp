@@ -99,6 +99,12 @@ fs::path destination_folder(const OptionSnapshot& snapshot, const DocumentRow& f
     return fs::path(snapshot.msavein);
 }
 
+std::string free_numbered_name(const std::string& docbase, const std::string& docext, const fs::path& folder,
+                               const std::vector<fs::path>& sources)
+{
+    return numbered_name(docbase, docext, folder, true, sources);
+}
+
 bool is_source_path(const fs::path& path, const std::vector<fs::path>& sources)
 {
     const fs::path normal = path.lexically_normal();
@@ -146,6 +152,7 @@ NamingResult name_output(const NamingRequest& request)
     if (collision_rule && exists_quietly(destination / result.outputname)) {
         result.outputname = numbered_name(docbase, docext, destination, true, sources);
     }
+    result.numbered_when_taken = collision_rule;
     result.outputpath = place_output(request, result.outputname, docbase);
     if (is_source_path(result.outputpath, sources)) {
         result.outputname = numbered_name(docbase, docext, result.outputpath.parent_path(), collision_rule, sources);

@@ -52,6 +52,7 @@ struct NamingResult {
     std::string outputname;
     std::filesystem::path outputpath;
     bool issinglepage = false; // one output file per page of a longer document
+    bool numbered_when_taken = false; // the collision rule applies: never replace a file
 };
 
 // outputname and outputpath of a page. Creates the per-document subfolder when that rule
@@ -59,6 +60,11 @@ struct NamingResult {
 // selection in a multipage format, and any output whose path would be a source document's,
 // takes the first free name "docbase N.EXT".
 NamingResult name_output(const NamingRequest& request);
+
+// The first "docbase N.EXT" from 1 in `folder` that no file and no source takes.
+std::string free_numbered_name(const std::string& docbase, const std::string& docext,
+                               const std::filesystem::path& folder,
+                               const std::vector<std::filesystem::path>& sources);
 
 // True when path names the same file as one of the sources (lexically or on disk).
 bool is_source_path(const std::filesystem::path& path, const std::vector<std::filesystem::path>& sources);

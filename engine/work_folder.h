@@ -10,7 +10,8 @@ namespace qf::engine {
 std::filesystem::path work_folder();
 
 // A run's own scratch folder inside the work folder, so that two runs never share a file.
-// Removed with everything in it when the object goes.
+// Removed with everything in it when the object goes. It holds a lock for as long as it lives;
+// creating one first removes the folders of runs that ended without removing theirs.
 class ScratchFolder {
 public:
     ScratchFolder();
@@ -22,6 +23,15 @@ public:
 
 private:
     std::filesystem::path path_;
+    int lock_fd_ = -1; // open, locked while the run lives
 };
+
+// Removes the scratch folders in `work` whose runs have ended (their lock is free); those of
+// runs under way, here or in other programs, stay. Never throws.
+void remove_abandoned_scratch(const std::filesystem::path& work) noexcept;
+
+// Removes the scratch folders of every run under way in this process, for a program that ends
+// at once. Safe in a signal handler; never throws.
+void remove_scratch_folders() noexcept;
 
 } // namespace qf::engine

@@ -165,7 +165,9 @@ std::string ExifStamper::argument_lines(const std::filesystem::path& file,
         add("artist", engine::santitext(author));
         add("author", engine::santitext(author));
     }
-    lines += "-overwrite_original_in_place\n";
+    // The stamped copy is renamed over the file in one step; copying it back into the file
+    // instead could leave it half rewritten when the disk fills or the tool is killed.
+    lines += "-overwrite_original\n";
     lines += *path_line + "\n";
     return lines;
 }

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -55,19 +55,53 @@ ExifToolProcess::ExifToolProcess(const std::filesystem::path& tool)
         ::close(input_pair[1]);
         throw_errno(code, "pipe");
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input_pair[1], STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output_pipe[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output_pipe[1], STDERR_FILENO);
+    int exec_error[2]; // tells the parent why exec failed; closed by a successful exec
+    if (::pipe2(exec_error, O_CLOEXEC) != 0) {
+        const int code = errno;
+        for (const int fd : {input_pair[0], input_pair[1], output_pipe[0], output_pipe[1]}) {
+            ::close(fd);
+        }
+        throw_errno(code, "pipe");
+    }
     std::string program = tool.string();
     char stay_open[] = "-stay_open";
     char yes[] = "True";
     char argfile[] = "-@";
     char from_input[] = "-";
     char* argv[] = {program.data(), stay_open, yes, argfile, from_input, nullptr};
-    const int status = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv, environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t parent = ::getpid();
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        // Only calls that are safe after fork in a program with threads, up to exec. With
+        // -stay_open the tool polls its input for ever once it is closed, so it is told to end
+        // (as by Ctrl-C, which removes its temporary file) when the thread that started it
+        // ends: a program killed outright leaves no tool behind.
+        ::prctl(PR_SET_PDEATHSIG, SIGINT);
+        if (::getppid() != parent) {
+            ::_exit(127);
+        }
+        ::dup2(input_pair[1], STDIN_FILENO);
+        ::dup2(output_pipe[1], STDOUT_FILENO);
+        ::dup2(output_pipe[1], STDERR_FILENO);
+        ::execve(program.c_str(), argv, environ);
+        const int code = errno;
+        (void)!::write(exec_error[1], &code, sizeof code);
+        ::_exit(127);
+    }
+    int status = pid_ < 0 ? errno : 0;
+    ::close(exec_error[1]);
+    if (pid_ > 0) {
+        ssize_t got = 0;
+        do {
+            got = ::read(exec_error[0], &status, sizeof status);
+        } while (got < 0 && errno == EINTR);
+        if (got == sizeof status) {
+            ::waitpid(pid_, nullptr, 0);
+        } else {
+            status = 0;
+        }
+    }
+    ::close(exec_error[0]);
     ::close(input_pair[1]);
     ::close(output_pipe[1]);
     input_ = input_pair[0];
@@ -76,7 +110,7 @@ ExifToolProcess::ExifToolProcess(const std::filesystem::path& tool)
         pid_ = -1;
         close_fd(input_);
         close_fd(output_);
-        throw_errno(status, "posix_spawn");
+        throw_errno(status, "exec");
     }
 }
 

@@ -10,9 +10,10 @@
 namespace qf::writers {
 
 // A running "exiftool -stay_open True -@ -": argument lines go to its standard input, its
-// standard output and error come back through one pipe. Started with posix_spawn, no shell.
+// standard output and error come back through one pipe. Started with fork and exec, no shell.
 // A dead child never raises SIGPIPE here. The destructor asks the tool to end, waits a few
-// seconds for it, then kills it.
+// seconds for it, then kills it. The tool gets SIGINT when the thread that made the object
+// ends, so it never outlives a program ended abruptly: make and destroy it on one thread.
 class ExifToolProcess {
 public:
     // Throws std::system_error when the program cannot be started.

@@ -2,6 +2,7 @@
 #include "writers/tiff_writer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <optional>
@@ -294,11 +295,13 @@ void MultipageTiff::add_page(const engine::PagePicture& picture,
     const DirectoryTags tags =
         tags_for(context, context.snapshot.mtiffcopyright, context.snapshot.mtiffdocumentname);
     const PreparedPage page = prepare_page(picture, tags.compression, target_);
+    errno = 0;
     try {
         output_->write_page(page, tags);
     } catch (const engine::Error& error) {
-        spoiled_ = error.reason();
-        throw;
+        const std::string storage = engine::storage_failure(errno);
+        spoiled_ = storage.empty() ? error.reason() : storage;
+        throw engine::Error(engine::ErrorKind::Output, spoiled_, target_);
     }
     ++pages_;
 }

@@ -2,6 +2,7 @@
 #include "writers/pdf/pdf_assembler.h"
 
 #include <map>
+#include <mutex>
 #include <vector>
 
 #include <qpdf/QPDF.hh>
@@ -15,6 +16,7 @@
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/pdf_page_image.h"
+#include "writers/pdf/security_pass.h"
 
 namespace qf::writers::pdf {
 namespace {
@@ -72,22 +74,78 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
     return pdf;
 }
 
+// A flattened source with the page list read once: a page copy picks its page by index.
+struct OpenSource {
+    std::unique_ptr<QPDF> pdf;
+    std::vector<QPDFPageObjectHelper> pages;
+};
+
+// Sources opened for the assemblers of one factory. Each "PDF (Single Page)" file has an
+// assembler of its own, so without this every page would parse and flatten its whole source
+// again. The source used last stays open for the next assembler; a source whose file has
+// changed since (size or time) or that is asked for with another password is opened anew.
+class SourceCache
+{
+  public:
+    std::shared_ptr<OpenSource> open(const std::filesystem::path &path, const std::string &password)
+    {
+        const Stamp stamp = stamp_of(path);
+        const std::lock_guard lock(mutex_);
+        if (recent_ && recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
+            return recent_;
+        }
+        auto source = std::make_shared<OpenSource>();
+        source->pdf = open_source(path, password);
+        source->pages = QPDFPageDocumentHelper(*source->pdf).getAllPages();
+        recent_ = source;
+        recent_path_ = path;
+        recent_password_ = password;
+        recent_stamp_ = stamp;
+        return source;
+    }
+
+  private:
+    struct Stamp {
+        std::uintmax_t size = 0;
+        std::filesystem::file_time_type time{};
+        bool operator==(const Stamp &) const = default;
+    };
+
+    static Stamp stamp_of(const std::filesystem::path &path)
+    {
+        std::error_code error;
+        Stamp stamp;
+        stamp.size = std::filesystem::file_size(path, error);
+        stamp.time = std::filesystem::last_write_time(path, error);
+        return stamp;
+    }
+
+    std::mutex mutex_;
+    std::shared_ptr<OpenSource> recent_;
+    std::filesystem::path recent_path_;
+    std::string recent_password_;
+    Stamp recent_stamp_;
+};
+
 class QpdfAssembler : public engine::PdfAssembler
 {
   public:
     QpdfAssembler(std::filesystem::path target, const engine::OptionSnapshot &snapshot,
-                  std::filesystem::path resources)
-        : target_(std::move(target)), snapshot_(snapshot), resources_(std::move(resources))
+                  std::filesystem::path resources, std::shared_ptr<SourceCache> cache)
+        : target_(std::move(target)), snapshot_(snapshot), resources_(std::move(resources)),
+          cache_(std::move(cache))
     {
         output_.emptyPDF();
         output_.setSuppressWarnings(true);
+        // Info and XMP objects are made while the document is empty, where a new object is
+        // cheap; close() fills them in again.
+        applydocinfo(output_, snapshot_);
     }
 
     void add_pdf_page(const std::filesystem::path &source, const std::string &password,
                       int pageno) override
     {
-        QPDF &pdf = source_document(source, password);
-        const auto pages = QPDFPageDocumentHelper(pdf).getAllPages();
+        const auto &pages = source_document(source, password).pages;
         if (pageno < 1 || static_cast<std::size_t>(pageno) > pages.size()) {
             throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
                         source, pageno);
@@ -135,9 +193,8 @@ class QpdfAssembler : public engine::PdfAssembler
             request.fallback_title = target_.stem().string();
             result = applyconformance(output_, request);
             engine::write_atomically(target_, [&](const std::filesystem::path &temp) {
-                QPDFWriter writer(output_, temp.c_str());
-                configure_writer(writer, result);
-                writer.write();
+                write_pdf_file(output_, temp,
+                               [&](QPDFWriter &writer) { configure_writer(writer, result); });
             });
         } catch (...) {
             release();
@@ -148,11 +205,11 @@ class QpdfAssembler : public engine::PdfAssembler
     }
 
   private:
-    QPDF &source_document(const std::filesystem::path &path, const std::string &password)
+    const OpenSource &source_document(const std::filesystem::path &path, const std::string &password)
     {
         auto &slot = sources_[path.lexically_normal()];
         if (!slot) {
-            slot = open_source(path, password);
+            slot = cache_->open(path.lexically_normal(), password);
         }
         return *slot;
     }
@@ -169,7 +226,8 @@ class QpdfAssembler : public engine::PdfAssembler
     std::filesystem::path resources_;
     QPDF output_;
     // The output's copied pages read their data from these sources when it is written.
-    std::map<std::filesystem::path, std::unique_ptr<QPDF>> sources_;
+    std::map<std::filesystem::path, std::shared_ptr<OpenSource>> sources_;
+    std::shared_ptr<SourceCache> cache_;
     std::shared_ptr<ImageSpool> spool_;
     std::vector<bool> image_pages_; // by page: a picture page made here
     std::string minimum_version_ = "1.0";
@@ -198,7 +256,7 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
                                                          const engine::OptionSnapshot &snapshot,
                                                          const std::filesystem::path &resources)
 {
-    return std::make_unique<QpdfAssembler>(target, snapshot, resources);
+    return std::make_unique<QpdfAssembler>(target, snapshot, resources, std::make_shared<SourceCache>());
 }
 
 std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::path &target,
@@ -209,9 +267,10 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
 
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources)
 {
-    return [resources = std::move(resources)](const std::filesystem::path &target,
-                                              const engine::OptionSnapshot &snapshot) {
-        return make_pdf_assembler(target, snapshot, resources);
+    return [resources = std::move(resources), cache = std::make_shared<SourceCache>()](
+               const std::filesystem::path &target, const engine::OptionSnapshot &snapshot) {
+        return std::unique_ptr<engine::PdfAssembler>(
+            std::make_unique<QpdfAssembler>(target, snapshot, resources, cache));
     };
 }
 

@@ -28,7 +28,9 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
 std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::path &target,
                                                          const engine::OptionSnapshot &snapshot);
 
-// A factory bound to a resources folder, for the composition roots.
+// A factory bound to a resources folder, for the composition roots. Its assemblers share the
+// source they opened last, so consecutive one-page files of a document parse it once; that
+// source stays open until another is needed or the factory goes.
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources);
 
 } // namespace qf::writers::pdf

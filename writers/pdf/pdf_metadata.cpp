@@ -219,7 +219,14 @@ void write_xmp(QPDF &pdf, const XmpIdentification &id)
         document_id = new_uuid();
     }
     const std::string packet = build_xmp(info_dictionary(pdf), id, document_id);
-    QPDFObjectHandle stream = pdf.newStream(packet);
+    // A stream of this document's own is refilled: making a new object costs QPDF a walk over
+    // every object of the document, which for a long document is most of this call.
+    QPDFObjectHandle stream = pdf.getRoot().getKey("/Metadata");
+    if (stream.isStream() && stream.isIndirect() && stream.getOwningQPDF() == &pdf) {
+        stream.replaceStreamData(packet, QPDFObjectHandle::newNull(), QPDFObjectHandle::newNull());
+    } else {
+        stream = pdf.newStream(packet);
+    }
     QPDFObjectHandle dict = stream.getDict();
     dict.replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
     dict.replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));

@@ -269,14 +269,39 @@ ConformanceClaim conformance_claim(QPDF& pdf, int conformance_code)
     return claim;
 }
 
+void write_pdf_file(QPDF& pdf, const std::filesystem::path& file,
+                    const std::function<void(QPDFWriter&)>& configure)
+{
+    // QPDF leaves the last flush of a file it opens itself unchecked, so a write failing at
+    // the end (a full disk, a file size limit) would go unnoticed: the file is opened, flushed
+    // and closed here instead, each step checked.
+    std::FILE* out = std::fopen(file.c_str(), "wb");
+    if (out == nullptr) {
+        throw Error(ErrorKind::Output, std::strerror(errno), file);
+    }
+    try {
+        QPDFWriter writer(pdf);
+        writer.setOutputFile(file.c_str(), out, false);
+        configure(writer);
+        writer.write();
+    } catch (...) {
+        std::fclose(out);
+        throw;
+    }
+    const bool flushed = std::fflush(out) == 0 && std::ferror(out) == 0;
+    const int flush_error = errno;
+    const bool closed = std::fclose(out) == 0;
+    if (!flushed || !closed) {
+        throw Error(ErrorKind::Output, std::strerror(flushed ? errno : flush_error), file);
+    }
+}
+
 void write_pdf_atomically(QPDF& pdf, const std::filesystem::path& target,
                           const std::function<void(QPDFWriter&)>& configure)
 {
     engine::write_atomically(target, [&](const std::filesystem::path& temp) {
         try {
-            QPDFWriter writer(pdf, temp.c_str());
-            configure(writer);
-            writer.write();
+            write_pdf_file(pdf, temp, configure);
         } catch (const QPDFSystemError& e) {
             throw Error(ErrorKind::Output, std::strerror(e.getErrno()), target);
         } catch (const QPDFExc&) {

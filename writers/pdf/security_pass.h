@@ -29,6 +29,12 @@ struct ConformanceClaim {
 // pdfxid:GTS_PDFXVersion text).
 ConformanceClaim conformance_claim(QPDF& pdf, int conformance_code);
 
+// Writes `pdf` to `file` (replaced when present), `configure` setting the writer up first.
+// Every write is checked, the last flush included. Throws engine::Error(ErrorKind::Output)
+// with the system's reason when the file cannot be written; QPDF's exceptions pass through.
+void write_pdf_file(QPDF& pdf, const std::filesystem::path& file,
+                    const std::function<void(QPDFWriter&)>& configure);
+
 // Writes `pdf` to `target` through a temporary beside it, renamed into place only when
 // complete; `configure` sets the writer up first. An earlier file at `target` stays as it was
 // when anything fails. Throws engine::Error(ErrorKind::Output) with a reason a user reads.

@@ -66,6 +66,41 @@ TEST(PdfAssembler, CopiesSelectedPagesInSelectionOrder)
     }
 }
 
+// One-page files made one after another share their source's parse; a source that changes on
+// disk between them, or another document, must still be read as it now is.
+TEST(PdfAssembler, AssemblersOfOneFactoryReadEachSourceAsItIsNow)
+{
+    test::TempFolder folder;
+    test::write_numbered_pdf(folder / "source.pdf", 3);
+    test::write_numbered_pdf(folder / "other.pdf", 5);
+    const auto factory = pdf_assembler_factory(resources());
+    const auto one_page = [&](const std::filesystem::path &source, int pageno) {
+        const auto target = folder / "out.pdf";
+        auto assembler = factory(target, snapshot_for(7));
+        assembler->add_pdf_page(source, "", pageno);
+        EXPECT_TRUE(assembler->close().empty());
+        QPDF pdf;
+        test::open_pdf(pdf, target);
+        return test::page_labels(pdf);
+    };
+    using Labels = std::vector<std::string>;
+    EXPECT_EQ(one_page(folder / "source.pdf", 3), Labels{"Hello page 3"});
+    EXPECT_EQ(one_page(folder / "source.pdf", 1), Labels{"Hello page 1"});
+    EXPECT_EQ(one_page(folder / "other.pdf", 5), Labels{"Hello page 5"});
+    EXPECT_EQ(one_page(folder / "source.pdf", 2), Labels{"Hello page 2"});
+
+    // The same name now holds a longer document: its fifth page exists and is found.
+    test::write_numbered_pdf(folder / "source.pdf", 6);
+    EXPECT_EQ(one_page(folder / "source.pdf", 5), Labels{"Hello page 5"});
+    auto assembler = factory(folder / "bad.pdf", snapshot_for(7));
+    try {
+        assembler->add_pdf_page(folder / "other.pdf", "", 6);
+        ADD_FAILURE() << "a page past the end was accepted";
+    } catch (const engine::Error &e) {
+        EXPECT_EQ(e.kind(), ErrorKind::BadInput);
+    }
+}
+
 TEST(PdfAssembler, ImagePagesMeasurePixelsTimesPageScale)
 {
     const struct
