@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 
@@ -26,6 +27,13 @@ PixelSize render_size(double width_pt, double height_pt, int rotation, int dpi, 
 // kMaxRenderBytes bytes of RGB.
 inline constexpr int kMaxRenderSide = 100000;
 inline constexpr std::size_t kMaxRenderBytes = 1'000'000'000;
+
+// The longest the drawing or the text of one page may take; past it the page is abandoned
+// with Error(Unsupported) and MuPDF's memory of it is freed. Two minutes, unless the
+// environment variable QUIREFOLD_PAGE_SECONDS (read once, decimal seconds) says otherwise;
+// set_page_time_limit changes it for the whole process from then on. Thread-safe.
+std::chrono::milliseconds page_time_limit();
+void set_page_time_limit(std::chrono::milliseconds limit);
 
 // Opens a PDF for pictures and text of its pages; matches engine::SourceOpener. The document
 // is read once here and kept open. Throws Error(BadInput) when there is no such file,

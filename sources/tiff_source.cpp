@@ -158,6 +158,15 @@ private:
         tags_.document_name = tag_text(tif_, TIFFTAG_DOCUMENTNAME);
     }
 
+    // A damaged file can claim a strip far larger than itself; memory is not sized by that claim.
+    bool strip_within_file(tmsize_t size) const
+    {
+        std::error_code ec;
+        const std::uintmax_t file_size = std::filesystem::file_size(path_, ec);
+        const std::uint64_t offset = TIFFGetStrileOffset(tif_, 0);
+        return !ec && offset <= file_size && static_cast<std::uint64_t>(size) <= file_size - offset;
+    }
+
     // The CCITT G4 data of the current image as it stands in the file, when a PDF can carry it
     // unchanged: one strip, grey, top row first, no uncompressed mode. Null otherwise.
     std::shared_ptr<const engine::CompressedImage> read_g4_strip()
@@ -183,7 +192,7 @@ private:
             return nullptr;
         }
         const tmsize_t size = TIFFRawStripSize(tif_, 0);
-        if (size <= 0) {
+        if (size <= 0 || !strip_within_file(size)) {
             return nullptr;
         }
         auto image = std::make_shared<engine::CompressedImage>();
