@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
+#include <vector>
 
 #include "sources/pdf_source.h"
 
@@ -175,32 +176,102 @@ void reset_mupdf_memory_refused()
     t_refused = false;
 }
 
-PageWatchdog::PageWatchdog(int *abort_flag, std::chrono::milliseconds limit)
+namespace {
+
+// The one thread that watches every page under way: it sleeps until the nearest deadline or
+// until a watchdog comes.
+class Watcher
 {
-    thread_ = std::thread([this, abort_flag, limit] {
-        std::unique_lock lock(mutex_);
-        if (!wake_.wait_for(lock, limit, [this] { return done_; })) {
-            fired_ = true;
-            // MuPDF reads the flag as a plain int between operators.
-            std::atomic_ref<int>(*abort_flag).store(1);
+  public:
+    static Watcher &instance()
+    {
+        static Watcher watcher;
+        return watcher;
+    }
+
+    void add(PageWatchdog *watchdog)
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            watched_.push_back(watchdog);
         }
-    });
+        wake_.notify_one();
+    }
+
+    void remove(PageWatchdog *watchdog)
+    {
+        const std::lock_guard lock(mutex_);
+        watched_.erase(std::remove(watched_.begin(), watched_.end(), watchdog), watched_.end());
+    }
+
+    bool fired(const PageWatchdog *watchdog)
+    {
+        const std::lock_guard lock(mutex_);
+        return watchdog->fired_;
+    }
+
+  private:
+    Watcher() : thread_([this] { watch(); }) {}
+
+    ~Watcher()
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            closing_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+
+    void watch()
+    {
+        std::unique_lock lock(mutex_);
+        while (!closing_) {
+            const auto now = std::chrono::steady_clock::now();
+            auto next = std::chrono::steady_clock::time_point::max();
+            for (PageWatchdog *watchdog : watched_) {
+                if (watchdog->fired_) {
+                    continue;
+                }
+                if (watchdog->deadline <= now) {
+                    watchdog->fired_ = true;
+                    // MuPDF reads the flag as a plain int between operators.
+                    std::atomic_ref<int>(*watchdog->abort_flag).store(1);
+                } else {
+                    next = std::min(next, watchdog->deadline);
+                }
+            }
+            if (next == std::chrono::steady_clock::time_point::max()) {
+                wake_.wait(lock);
+            } else {
+                wake_.wait_until(lock, next);
+            }
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::vector<PageWatchdog *> watched_;
+    bool closing_ = false;
+    std::thread thread_; // last, so that it starts once the rest is ready
+};
+
+} // namespace
+
+PageWatchdog::PageWatchdog(int *abort_flag, std::chrono::milliseconds limit)
+    : deadline(std::chrono::steady_clock::now() + limit), abort_flag(abort_flag)
+{
+    Watcher::instance().add(this);
 }
 
 PageWatchdog::~PageWatchdog()
 {
-    {
-        const std::lock_guard lock(mutex_);
-        done_ = true;
-    }
-    wake_.notify_one();
-    thread_.join();
+    Watcher::instance().remove(this);
 }
 
 bool PageWatchdog::fired() const
 {
-    const std::lock_guard lock(mutex_);
-    return fired_;
+    return Watcher::instance().fired(this);
 }
 
 } // namespace qf::sources

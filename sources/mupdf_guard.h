@@ -29,7 +29,8 @@ bool mupdf_memory_refused();
 void reset_mupdf_memory_refused();
 
 // Sets *abort_flag to 1 from another thread when `limit` passes before the watchdog goes.
-// The flag is MuPDF's fz_cookie.abort, which its interpreter reads between operators.
+// The flag is MuPDF's fz_cookie.abort, which its interpreter reads between operators. All
+// watchdogs share one thread, started with the first, so a page costs no thread of its own.
 class PageWatchdog
 {
   public:
@@ -41,12 +42,10 @@ class PageWatchdog
     // True when the limit passed and the flag was set.
     bool fired() const;
 
-  private:
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    bool done_ = false;
+    // Guarded by the shared thread's mutex.
+    std::chrono::steady_clock::time_point deadline;
+    int *abort_flag = nullptr;
     bool fired_ = false;
-    std::thread thread_;
 };
 
 } // namespace qf::sources
