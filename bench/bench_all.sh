@@ -18,16 +18,26 @@ repeats=${REPEATS:-3}
 slow_repeats=${SLOW_REPEATS:-2}
 cli=$build/cli/quirefold-cli
 
-[ -x "$cli" ] || { echo "needs a built tree: $cli is missing" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "needs GNU time: apt-get install time" >&2; exit 2; }
+[ -x "$cli" ] || { echo "needs a built tree: $cli is missing (scripts/setup.sh builds one)" >&2; exit 2; }
+
+# The peers and GNU time, installed from Debian when missing.
+declare -A package_of=(
+    [pdftocairo]=poppler-utils [pdftoppm]=poppler-utils [pdftotext]=poppler-utils
+    [mutool]=mupdf-tools [gs]=ghostscript [tiff2pdf]=libtiff-tools [img2pdf]=img2pdf
+    [qpdf]=qpdf [gm]=graphicsmagick [/usr/bin/time]=time
+)
 missing=()
-for tool in pdftocairo pdftoppm pdftotext mutool gs tiff2pdf img2pdf qpdf gm; do
-    command -v "$tool" >/dev/null || missing+=("$tool")
+for tool in "${!package_of[@]}"; do
+    command -v "$tool" >/dev/null || missing+=("${package_of[$tool]}")
 done
 if [ "${#missing[@]}" -gt 0 ]; then
-    echo "missing tools: ${missing[*]}" >&2
-    echo "apt-get install poppler-utils mupdf-tools ghostscript libtiff-tools img2pdf qpdf graphicsmagick" >&2
-    exit 2
+    mapfile -t missing < <(printf '%s\n' "${missing[@]}" | sort -u)
+    echo "Installing: ${missing[*]}"
+    sudo=()
+    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+    export DEBIAN_FRONTEND=noninteractive
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
 "$build/tools/make_bench_corpus" "$corpus" >/dev/null
@@ -37,7 +47,9 @@ export XDG_DATA_HOME=$work/data
 mkdir -p "$XDG_DATA_HOME" "$work/logs"
 started=$(date +%s)
 
+load_before=$(cut -d' ' -f1 /proc/loadavg)
 rows=()        # Markdown rows of the results table
+declare -A seconds_of peak_of # by "case|tool": best seconds and peak KiB, for the targets
 failures=()    # commands that exited non-zero
 qf_seconds=""  # best seconds of the latest Quirefold case, for the ratios of its peers
 
@@ -83,6 +95,30 @@ measure() {
     printf '%-34s %-40s %7.2f s %7s p/s %6s %5d MiB %3d files %8d KiB %s\n' \
         "$(printf '%s' "$case" | sed 's/→/->/g; s/×/x/g')" "$tool" "$best" "$rate" "${ratio:+${ratio}x}" "$mib" "$files" "$size_kib" "$note"
     rows+=("| $case | $tool | $runs | $pages | $best | $rate | ${ratio:+$ratio} | $mib | $files | $size_kib | $note |")
+    seconds_of["$case|$tool"]=$best
+    peak_of["$case|$tool"]=$kib_best
+}
+
+targets=() # Markdown rows of the targets table
+
+# target NAME NEEDED MEASURED HOW: one row of the targets table; met when MEASURED >= NEEDED.
+target() {
+    local name=$1 needed=$2 measured=$3 how=$4 verdict
+    if [ -z "$measured" ]; then
+        verdict="not measured"
+    elif awk "BEGIN{exit !($measured >= $needed)}"; then
+        verdict="met"
+    else
+        verdict="**not met**"
+    fi
+    targets+=("| $name | $needed | ${measured:--} | $verdict | $how |")
+}
+
+# speedup CASE PEER [QFTOOL]: the peer's seconds over Quirefold's on CASE.
+speedup() {
+    local q=${seconds_of["$1|${3:-quirefold}"]:-} p=${seconds_of["$1|$2"]:-}
+    [ -n "$q" ] && [ -n "$p" ] || return 0
+    awk -v q="$q" -v p="$p" 'BEGIN{ if (q < 0.01) q = 0.01; printf "%.2f", p / q }'
 }
 
 echo "Quirefold beside peers: best of $repeats (slow cases $slow_repeats), $(nproc) cores"
@@ -127,6 +163,12 @@ measure qf "PDF→TIFF G4 150dpi text-200" "quirefold" 200 "$slow_repeats" \
     "${qf[@]}" --imageformat "TIFF (Single Page)" --tiffcompression g4 --dpi 150 "$text"
 measure peer "PDF→TIFF G4 150dpi text-200" "gs tiffg4" 200 "$slow_repeats" \
     gs -q -dNOPAUSE -dBATCH -sDEVICE=tiffg4 -r150 -o out%d.tif "$text"
+
+# --- PDF to PDF, one file per page ---------------------------------------------------------------
+measure qf "PDF→PDF one file a page text-200" "quirefold" 200 "$repeats" \
+    "${qf[@]}" --format pdf-single "$text"
+measure peer "PDF→PDF one file a page text-200" "qpdf --split-pages" 200 "$repeats" \
+    qpdf --split-pages "$text" out.pdf
 
 # --- TIFF to PDF --------------------------------------------------------------------------------
 measure qf "TIFF→PDF scan-g4-100" "quirefold" 100 "$repeats" \
@@ -184,6 +226,26 @@ measure info "info: PDF→JPEG mixed-40, -P 2" "xargs -P 2 pdftoppm -jpeg" 40 "$
 
 elapsed=$(($(date +%s) - started))
 echo "bench run took ${elapsed} s"
+load_after=$(cut -d' ' -f1 /proc/loadavg)
+
+# --- Targets ------------------------------------------------------------------------------------
+target "PDF→JPEG text-200: ≥ 1.5× pdftocairo" 1.5 "$(speedup "PDF→JPEG 150dpi q75 text-200" "pdftocairo -jpeg")" "pdftocairo s ÷ quirefold s"
+target "PDF→JPEG mixed-40: ≥ 1.5× pdftocairo" 1.5 "$(speedup "PDF→JPEG 150dpi q75 mixed-40" "pdftocairo -jpeg")" "pdftocairo s ÷ quirefold s"
+target "PDF→PNG text-200: ≥ 1.5× mutool draw" 1.5 "$(speedup "PDF→PNG 150dpi text-200" "mutool draw png")" "mutool s ÷ quirefold s"
+target "PDF→PNG mixed-40: ≥ 1.5× mutool draw" 1.5 "$(speedup "PDF→PNG 150dpi mixed-40" "mutool draw png")" "mutool s ÷ quirefold s"
+target "PDF→G4 TIFF: ≥ gs tiffg4" 1.0 "$(speedup "PDF→TIFF G4 150dpi text-200" "gs tiffg4")" "gs s ÷ quirefold s"
+target "G4 TIFF→PDF: within 2× tiff2pdf" 0.5 "$(speedup "TIFF→PDF scan-g4-100" "tiff2pdf")" "tiff2pdf s ÷ quirefold s"
+target "G4 TIFF→PDF: faster than img2pdf" 1.0 "$(speedup "TIFF→PDF scan-g4-100" "img2pdf")" "img2pdf s ÷ quirefold s"
+target "Merge: within 1.5× qpdf" 0.67 "$(speedup "merge 10×20-page PDFs" "qpdf --empty --pages" "quirefold --combineall")" "qpdf s ÷ quirefold s"
+target "AES-256: within 1.5× qpdf" 0.67 "$(speedup "AES-256 text-200 (not same job*)" "qpdf --encrypt x y 256" "quirefold --encryptionlevel aes-256")" "qpdf s ÷ quirefold s"
+target "Text: ≥ pdftotext" 1.0 "$(speedup "PDF→text text-200" "pdftotext")" "pdftotext s ÷ quirefold s"
+peak_10=${peak_of["memory: JPEG 150dpi text-200 p1-10|quirefold --pages 1-10"]:-}
+peak_200=${peak_of["memory: JPEG 150dpi text-200 all|quirefold (all 200 pages)"]:-}
+memory_ratio=""
+if [ -n "$peak_10" ] && [ -n "$peak_200" ]; then
+    memory_ratio=$(awk "BEGIN{ printf \"%.2f\", $peak_10 * 1.2 / $peak_200 }")
+fi
+target "Peak memory, 200 pages ≤ 1.2× 10 pages" 1.0 "$memory_ratio" "1.2 × peak(10) ÷ peak(200)"
 
 # --- bench/RESULTS.md ---------------------------------------------------------------------------
 version() { "$@" 2>&1 | head -n 1 || true; }
@@ -193,7 +255,18 @@ version() { "$@" 2>&1 | head -n 1 || true; }
     echo "Measured by \`bench/bench_all.sh\` on $(date -u '+%Y-%m-%d %H:%M UTC'):"
     echo "$(nproc) cores (\`nproc\`), $(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1),"
     echo "$(awk '/MemTotal/ {printf "%.1f GiB", $2 / 1048576}' /proc/meminfo) RAM, $(uname -sr). Whole run: ${elapsed} s."
-    echo "Other work (compiles) shared the machine during the run, so the figures are noisy."
+    echo "Load average (1 min) $load_before at the start and $load_after at the end of the run."
+    echo
+    echo "## Targets"
+    echo
+    echo "Each figure is a ratio of wall times measured side by side in this run; a target is met"
+    echo "when the figure reaches the one needed."
+    echo
+    echo "| target | needed | measured | verdict | figure |"
+    echo "|---|---:|---:|---|---|"
+    printf '%s\n' "${targets[@]}"
+    echo
+    echo "## All cases"
     echo
     echo "Seconds are wall time of the fastest of *runs*; peak MiB is the maximum resident set of"
     echo "that run (GNU time). **qf÷tool** is the tool's seconds divided by Quirefold's seconds on"
@@ -221,6 +294,7 @@ version() { "$@" 2>&1 | head -n 1 || true; }
     echo "- Tool versions: $(version pdftoppm -v); $(version mutool -v); gs $(gs --version);"
     echo "  $(version qpdf --version); img2pdf $(img2pdf --version 2>&1 | awk '{print $NF}');"
     echo "  $(version gm version); tiff2pdf from $(dpkg-query -W -f='libtiff-tools ${Version}' libtiff-tools 2>/dev/null || echo libtiff-tools)."
+    cat "$root/bench/WHERE-THE-TIME-GOES.md"
     if [ "${#failures[@]}" -gt 0 ]; then
         echo
         echo "Failed runs (last lines of stderr)"
