@@ -11,6 +11,8 @@
 #include <qpdf/QPDFPageDocumentHelper.hh>
 #include <tiffio.h>
 
+#include "tests/support/image_checks.h"
+
 namespace qf::test {
 
 std::string pdf_header_version(const std::filesystem::path &path)
@@ -127,42 +129,20 @@ engine::PagePicture decode_g4(const std::string &data, int width, int height,
 
 engine::PagePicture patterned_bilevel(int width, int height)
 {
-    engine::PagePicture picture;
-    picture.width = width;
-    picture.height = height;
-    picture.format = engine::PixelFormat::Bilevel;
-    picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const bool border = x < 3 || y < 3 || x >= width - 3 || y >= height - 3;
-            const bool band = ((x + 2 * y) / 9) % 4 == 0;
-            if (border || band) {
-                picture.pixels[picture.stride() * static_cast<std::size_t>(y) +
-                               static_cast<std::size_t>(x / 8)] |=
-                    static_cast<std::uint8_t>(0x80 >> (x % 8));
-            }
-        }
-    }
-    return picture;
+    return make_bilevel_picture(width, height, [&](int x, int y) {
+        const bool border = x < 3 || y < 3 || x >= width - 3 || y >= height - 3;
+        const bool band = ((x + 2 * y) / 9) % 4 == 0;
+        return border || band;
+    });
 }
 
 engine::PagePicture gradient_rgb(int width, int height)
 {
-    engine::PagePicture picture;
-    picture.width = width;
-    picture.height = height;
-    picture.format = engine::PixelFormat::Rgb8;
-    picture.pixels.resize(picture.stride() * static_cast<std::size_t>(height));
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            auto *pixel = picture.pixels.data() + picture.stride() * static_cast<std::size_t>(y) +
-                          3 * static_cast<std::size_t>(x);
-            pixel[0] = static_cast<std::uint8_t>(x * 255 / std::max(1, width - 1));
-            pixel[1] = static_cast<std::uint8_t>(y * 255 / std::max(1, height - 1));
-            pixel[2] = static_cast<std::uint8_t>((x + y) % 256);
-        }
-    }
-    return picture;
+    return make_rgb_picture(width, height, [&](int x, int y) {
+        return std::array<std::uint8_t, 3>{static_cast<std::uint8_t>(x * 255 / std::max(1, width - 1)),
+                                           static_cast<std::uint8_t>(y * 255 / std::max(1, height - 1)),
+                                           static_cast<std::uint8_t>((x + y) % 256)};
+    });
 }
 
 PreflightVerdict run_preflight_a1b(const std::filesystem::path &pdf)
