@@ -12,6 +12,7 @@ void take_snapshot(const OptionValues& values, int list_rows, OptionSnapshot& s)
     s.mcolordepth48 = values.flag(colordepth48);
     s.mcombinedfilename = values.text(combinedfilename);
     s.mimageformat = row_text(values, imageformat);
+    s.mformat = output_format(values.row(imageformat));
     s.mshowpdf = row_text(values, showpdf);
     s.mtiffcompression = row_text(values, tiffcompression);
     s.msavein = values.text(savein);
@@ -37,6 +38,12 @@ void take_snapshot(const OptionValues& values, int list_rows, OptionSnapshot& s)
     }
     s.mpdfversionnumber = conformance_code(row_text(values, pdfversionnumber));
     s.thedpi = resolution_with_floor(s.mdotsperinch);
+}
+
+OutputFormat output_format(int imageformat_row)
+{
+    const bool known = imageformat_row >= 0 && imageformat_row < static_cast<int>(kImageFormatRows.size());
+    return known ? static_cast<OutputFormat>(imageformat_row) : OutputFormat::PdfMultipage;
 }
 
 int resolution_with_floor(const std::string& dots_per_inch)

@@ -34,12 +34,17 @@ struct ListRow {
     std::string tag;
 };
 
+// The output format of a run: the imageformat rows in their stored order.
+enum class OutputFormat { PdfMultipage, PdfSinglePage, Jpeg, Png, TiffMultipage, TiffSinglePage, Text };
+static_assert(kImageFormatRows.size() == 7, "one OutputFormat per imageformat row");
+
 // The option snapshot a run works from, copied from the option values by preprocesscheck.
 struct OptionSnapshot {
     bool mcombineall = false;
     bool mcolordepth48 = false;
     std::string mcombinedfilename;
-    std::string mimageformat;
+    std::string mimageformat;   // the row text, for the log, profiles and preferences
+    OutputFormat mformat = OutputFormat::PdfMultipage; // what the driver decides by
     std::string mshowpdf;
     std::string mtiffcompression;
     std::string msavein;
@@ -69,6 +74,10 @@ struct OptionSnapshot {
 // list_rows is the number of documents; combining needs two or more. enlvl keeps its value
 // when the encryption row is not one of the four.
 void take_snapshot(const OptionValues& values, int list_rows, OptionSnapshot& snapshot);
+
+// The format of an imageformat row index; PDF (Multipage), the first row, for an index outside
+// the rows.
+OutputFormat output_format(int imageformat_row);
 
 // The floor of 72 on the output resolution.
 int resolution_with_floor(const std::string& dots_per_inch);
