@@ -196,18 +196,6 @@ fz_context* new_context()
     return ctx;
 }
 
-// A PDF number as written: MuPDF keeps numbers as float, and the shortest decimal that gives
-// back the same float is the number in the file for any value of up to seven digits, which
-// keeps 595.2 from becoming 595.2000122 before the pixel sizes are truncated.
-double as_written(float value)
-{
-    char text[32];
-    const auto printed = std::to_chars(text, text + sizeof text, value);
-    double result = value;
-    std::from_chars(text, printed.ptr, result);
-    return result;
-}
-
 int snap_rotation(int rotate)
 {
     rotate %= 360;
@@ -391,8 +379,7 @@ MupdfPage MupdfDocument::load_page(int index)
         throw Error(ErrorKind::Damaged, damaged_reason("unreadable page", message), path_,
                     index + 1);
     }
-    const PageBox page_box{as_written(box.x1) - as_written(box.x0),
-                           as_written(box.y1) - as_written(box.y0), snap_rotation(rotate)};
+    const PageBox page_box{box.x0, box.y0, box.x1, box.y1, snap_rotation(rotate)};
     return MupdfPage(std::move(handles), page_box);
 }
 

@@ -12,11 +12,17 @@
 namespace qf::sources {
 
 // A page's box as MuPDF lays it out: the CropBox clipped to the MediaBox, in points, before
-// /Rotate is applied; rotation is /Rotate brought to 0, 90, 180 or 270.
+// /Rotate is applied, x0 <= x1 and y0 <= y1; rotation is /Rotate brought to 0, 90, 180 or
+// 270. MuPDF reads PDF numbers as float, so an edge may be off the file's number by a float's
+// precision.
 struct PageBox {
-    double width = 0;
-    double height = 0;
+    double x0 = 0;
+    double y0 = 0;
+    double x1 = 0;
+    double y1 = 0;
     int rotation = 0;
+    double width() const { return x1 - x0; }
+    double height() const { return y1 - y0; }
 };
 
 class MupdfPage;

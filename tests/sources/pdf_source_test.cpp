@@ -168,6 +168,37 @@ TEST(PdfSource, RendersPagesAtTheirPixelSize)
     }
 }
 
+// Box edges count as the file writes them, in double precision: a float reading would make
+// 611.99999 into 612, and its shortest decimal would make 680.400024 - 248.400009 fall short
+// of 432.000015.
+TEST(PdfSource, SizesPagesFromTheBoxAsWritten)
+{
+    ScratchDir dir;
+    const struct {
+        test::PdfBoxesSpec page;
+        int dpi, width, height;
+    } cases[] = {
+        {{"[0 0 1000 1000]", "[248.400009 100 680.400024 400]"}, 36, 216, 150},
+        {{"[0 0 1000 1000]", "[248.400009 0 680.400024 100]", 90}, 36, 50, 216},
+        {{"[0 0 611.99999 792]", ""}, 72, 611, 792},
+        {{"[0 0 432.3 100]", ""}, 720, 4323, 1000},
+        {{"[0 0 432.000015 300]", "[-10 -10 1000 1000]"}, 36, 216, 150}, // clipped to the MediaBox
+    };
+    std::vector<test::PdfBoxesSpec> pages;
+    for (const auto& c : cases) {
+        pages.push_back(c.page);
+    }
+    const fs::path file = dir / "boxes.pdf";
+    test::write_boxed_pdf(file, pages);
+
+    const auto source = open(file);
+    for (int i = 0; i < source->page_count(); ++i) {
+        const PagePicture picture = source->picture(i + 1, at_dpi(cases[i].dpi));
+        EXPECT_EQ(picture.width, cases[i].width) << "page " << i + 1;
+        EXPECT_EQ(picture.height, cases[i].height) << "page " << i + 1;
+    }
+}
+
 // A page whose lower-left quarter is red: the red must land in the pixels' lower-left
 // quarter (or where /Rotate turns it), whatever the MediaBox origin, with white elsewhere.
 TEST(PdfSource, PlacesContentWhereThePageShowsIt)

@@ -267,4 +267,24 @@ void write_garbage_pdf(const std::filesystem::path& target)
     }
 }
 
+void write_boxed_pdf(const std::filesystem::path& target, const std::vector<PdfBoxesSpec>& pages)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    QPDFPageDocumentHelper pages_helper(pdf);
+    for (const auto& spec : pages) {
+        auto page = QPDFObjectHandle::parse("<< /Type /Page /MediaBox " + spec.media_box +
+                                            " /Resources << >> >>");
+        if (!spec.crop_box.empty()) {
+            page.replaceKey("/CropBox", QPDFObjectHandle::parse(spec.crop_box));
+        }
+        if (spec.rotate != 0) {
+            page.replaceKey("/Rotate", QPDFObjectHandle::newInteger(spec.rotate));
+        }
+        page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, ""));
+        pages_helper.addPage(QPDFPageObjectHelper(pdf.makeIndirectObject(page)), false);
+    }
+    write_document(pdf, target);
+}
+
 } // namespace qf::test

@@ -94,4 +94,13 @@ void write_truncated_copy(const std::filesystem::path& source, const std::filesy
 // A file that begins like a PDF ("%PDF-1.4") and holds nothing a reader can use.
 void write_garbage_pdf(const std::filesystem::path& target);
 
+// Blank pages whose boxes are written exactly as given, such as "[0 0 680.400024 300]"; an
+// empty crop_box writes no CropBox.
+struct PdfBoxesSpec {
+    std::string media_box;
+    std::string crop_box;
+    int rotate = 0;
+};
+void write_boxed_pdf(const std::filesystem::path& target, const std::vector<PdfBoxesSpec>& pages);
+
 } // namespace qf::test
