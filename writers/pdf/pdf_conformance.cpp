@@ -148,6 +148,9 @@ class ConformancePass
             }
         }
         if (level_.standard == Standard::PdfA) {
+            // A thumbnail is an image of its own colour space that no content paints, so it
+            // is neither surveyed nor given a default space; viewers draw their own.
+            object.removeKey("/Thumb");
             for (auto &image : survey.images) {
                 for (const char *key : {"/Interpolate", "/Alternates", "/OPI"}) {
                     image.getDict().removeKey(key);

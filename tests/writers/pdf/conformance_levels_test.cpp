@@ -310,6 +310,52 @@ TEST(Conformance, ReportsWhatKeepsCopiedPagesFromConforming)
     }
 }
 
+// A gray page with a CMYK thumbnail of 7 x 5 pixels.
+void write_thumbnail_pdf(const std::filesystem::path &target)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    QPDFObjectHandle thumb = pdf.newStream(std::string(7 * 5 * 4, '\x40'));
+    thumb.getDict().replaceKey("/Width", QPDFObjectHandle::newInteger(7));
+    thumb.getDict().replaceKey("/Height", QPDFObjectHandle::newInteger(5));
+    thumb.getDict().replaceKey("/ColorSpace", QPDFObjectHandle::newName("/DeviceCMYK"));
+    thumb.getDict().replaceKey("/BitsPerComponent", QPDFObjectHandle::newInteger(8));
+    QPDFObjectHandle page = QPDFObjectHandle::parse(
+        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << >> >>");
+    page.replaceKey("/Contents", pdf.newStream("0.5 g 20 20 100 100 re f\n"));
+    page.replaceKey("/Thumb", thumb);
+    pdf.addPage(pdf.makeIndirectObject(page), false);
+    QPDFWriter writer(pdf, target.c_str());
+    writer.write();
+}
+
+// The thumbnail's colour space need not fit the output intent, so PDF/A files go without:
+// neither the page nor any other object of the file keeps it.
+TEST(Conformance, PdfADropsPageThumbnails)
+{
+    const struct
+    {
+        int code;
+        bool kept;
+    } cases[] = {{14, false}, {18, false}, {21, false}, {15, true}, {4, true}};
+    test::TempFolder folder;
+    write_thumbnail_pdf(folder / "thumbnailed.pdf");
+    for (const auto &c : cases) {
+        const auto target = folder / "out.pdf";
+        EXPECT_TRUE(assemble(target, c.code, {Content::Copied}, folder / "thumbnailed.pdf").empty());
+        QPDF pdf;
+        test::open_pdf(pdf, target);
+        QPDFObjectHandle page = pdf.getAllPages().at(0);
+        EXPECT_EQ(page.hasKey("/Thumb"), c.kept) << c.code;
+        int thumbnails = 0;
+        for (auto &object : pdf.getAllObjects()) {
+            thumbnails += object.isStream() && object.getDict().getKey("/Width").isInteger() &&
+                          object.getDict().getKey("/Width").getIntValue() == 7;
+        }
+        EXPECT_EQ(thumbnails, c.kept ? 1 : 0) << c.code;
+    }
+}
+
 TEST(Conformance, PdfA1bFromPicturesPassesPreflight)
 {
     test::TempFolder folder;
