@@ -73,10 +73,7 @@ class ConformancePass
             rgb = rgb || surveys.back().device_rgb;
             cmyk = cmyk || surveys.back().device_cmyk;
         }
-        const Profile intent = level_.standard == Standard::PdfX ? Profile::Cmyk
-                               : rgb                             ? Profile::Rgb
-                               : cmyk                            ? Profile::Cmyk
-                                                                 : Profile::Gray;
+        const Profile intent = intent_for(rgb, cmyk);
         for (std::size_t i = 0; i < pages.size(); ++i) {
             const int pageno = static_cast<int>(i) + 1;
             adjust_page(pages[i], surveys[i], intent);
@@ -89,7 +86,36 @@ class ConformancePass
         identify();
     }
 
+    // For a document put together from files of their own output intents: one output intent
+    // that every page fits, chosen as for a new document, with the device colours it does not
+    // describe tied to profiles of their own. Nothing else of the pages changes.
+    void fit_intent()
+    {
+        auto pages = QPDFPageDocumentHelper(pdf_).getAllPages();
+        std::vector<PageSurvey> surveys;
+        bool rgb = false;
+        bool cmyk = false;
+        for (auto &page : pages) {
+            surveys.push_back(survey_page(page));
+            rgb = rgb || surveys.back().device_rgb;
+            cmyk = cmyk || surveys.back().device_cmyk;
+        }
+        const Profile intent = intent_for(rgb, cmyk);
+        for (std::size_t i = 0; i < pages.size(); ++i) {
+            tie_device_colours(pages[i].getObjectHandle(), surveys[i], intent);
+        }
+        add_output_intent(intent);
+    }
+
   private:
+    Profile intent_for(bool rgb, bool cmyk) const
+    {
+        return level_.standard == Standard::PdfX ? Profile::Cmyk
+               : rgb                             ? Profile::Rgb
+               : cmyk                            ? Profile::Cmyk
+                                                 : Profile::Gray;
+    }
+
     void report(int pageno, const std::string &reason)
     {
         if (reported_.insert(reason).second) {
@@ -166,6 +192,11 @@ class ConformancePass
                 }
             }
         }
+        tie_device_colours(object, survey, intent);
+    }
+
+    void tie_device_colours(QPDFObjectHandle object, PageSurvey &survey, Profile intent)
+    {
         const bool needs_rgb = survey.device_rgb && intent != Profile::Rgb;
         const bool needs_cmyk = survey.device_cmyk && intent != Profile::Cmyk;
         if (needs_rgb || needs_cmyk) {
@@ -320,7 +351,129 @@ class ConformancePass
     std::array<QPDFObjectHandle, 3> profiles_;
 };
 
+// Whether every resource dictionary the page's content reaches gives `key` a device
+// independent colour space of `components` components.
+bool defaults_everywhere(const PageSurvey &survey, const char *key, int components)
+{
+    if (survey.resources.empty()) {
+        return false;
+    }
+    for (QPDFObjectHandle resources : survey.resources) {
+        QPDFObjectHandle spaces = resources.getKey("/ColorSpace");
+        QPDFObjectHandle space =
+            spaces.isDictionary() ? spaces.getKey(key) : QPDFObjectHandle::newNull();
+        if (!space.isArray() || space.getArrayNItems() < 2) {
+            return false;
+        }
+        QPDFObjectHandle family = space.getArrayItem(0);
+        QPDFObjectHandle profile = space.getArrayItem(1);
+        const bool icc = family.isNameAndEquals("/ICCBased") && profile.isStream() &&
+                         profile.getDict().getKey("/N").isInteger() &&
+                         profile.getDict().getKey("/N").getIntValue() == components;
+        const bool calibrated = family.isNameAndEquals(components == 1   ? "/CalGray"
+                                                       : components == 3 ? "/CalRGB"
+                                                                         : "/Lab") &&
+                                components != 4;
+        if (!icc && !calibrated) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Components of the profile of the file's output intent for `standard`; 0 when it has none.
+int intent_components(QPDF &pdf, Standard standard)
+{
+    QPDFObjectHandle intents = pdf.getRoot().getKey("/OutputIntents");
+    if (!intents.isArray()) {
+        return 0;
+    }
+    for (auto &intent : intents.aitems()) {
+        if (!intent.isDictionary() ||
+            !intent.getKey("/S").isNameAndEquals(standard == Standard::PdfX ? "/GTS_PDFX"
+                                                                            : "/GTS_PDFA1")) {
+            continue;
+        }
+        QPDFObjectHandle profile = intent.getKey("/DestOutputProfile");
+        QPDFObjectHandle n = profile.isStream() ? profile.getDict().getKey("/N")
+                                                : QPDFObjectHandle::newNull();
+        return n.isInteger() ? static_cast<int>(n.getIntValue()) : 0;
+    }
+    return 0;
+}
+
 } // namespace
+
+ConformanceLevel claimed_level(QPDF &pdf, int code)
+{
+    ConformanceLevel level = conformance_level(code);
+    if (level.standard != Standard::None) {
+        return level;
+    }
+    const XmpIdentification id = read_identification(pdf);
+    if (!id.pdfa_part.empty()) {
+        level.standard = Standard::PdfA;
+        level.part = id.pdfa_part[0] - '0';
+        level.level = id.pdfa_conformance.empty() ? 'B' : id.pdfa_conformance[0];
+    } else if (!id.pdfx_version.empty()) {
+        level.standard = Standard::PdfX;
+    }
+    return level;
+}
+
+void fit_output_intent(QPDF &pdf, const ConformanceLevel &level,
+                       const std::filesystem::path &icc_folder)
+{
+    if (level.standard == Standard::None) {
+        return;
+    }
+    ConformanceRequest request;
+    request.icc_folder = icc_folder;
+    ConformanceResult result;
+    result.level = level;
+    ConformancePass(pdf, request, result).fit_intent();
+}
+
+std::vector<std::string> output_intent_misfits(QPDF &pdf, const ConformanceLevel &level)
+{
+    std::vector<std::string> reasons;
+    if (level.standard == Standard::None) {
+        return reasons;
+    }
+    const int components = intent_components(pdf, level.standard);
+    if (components == 0) {
+        return reasons;
+    }
+    const struct
+    {
+        const char *space;
+        const char *key;
+        int components;
+        bool PageSurvey::*used;
+    } families[] = {{"DeviceGray", "/DefaultGray", 1, &PageSurvey::device_gray},
+                    {"DeviceRGB", "/DefaultRGB", 3, &PageSurvey::device_rgb},
+                    {"DeviceCMYK", "/DefaultCMYK", 4, &PageSurvey::device_cmyk}};
+    std::set<std::string> reported;
+    int pageno = 0;
+    for (auto &page : QPDFPageDocumentHelper(pdf).getAllPages()) {
+        ++pageno;
+        const PageSurvey survey = survey_page(page);
+        for (const auto &family : families) {
+            const bool described = family.components == 1 ? components > 0
+                                                          : components == family.components;
+            if (!(survey.*family.used) || described ||
+                defaults_everywhere(survey, family.key, family.components)) {
+                continue;
+            }
+            const std::string reason = std::string("uses ") + family.space +
+                                       " colour, which the output intent does not describe";
+            if (reported.insert(reason).second) {
+                reasons.push_back("page " + std::to_string(pageno) + " " + reason);
+            }
+        }
+    }
+    return reasons;
+}
 
 ConformanceLevel conformance_level(int code)
 {

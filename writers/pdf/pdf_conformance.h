@@ -52,6 +52,25 @@ struct ConformanceResult
 // each, at the first page that shows it. Throws Error(Output) when a profile is missing.
 ConformanceResult applyconformance(QPDF &pdf, const ConformanceRequest &request);
 
+// The level a file claims: that of `code` when it is a PDF/A or PDF/X row, else what the
+// file's XMP identification says.
+ConformanceLevel claimed_level(QPDF &pdf, int code);
+
+// For a document put together from files with output intents of their own (a merge): gives
+// it the one output intent of `level` that fits every page, chosen as applyconformance
+// chooses it, and ties each device colour family the intent does not describe to a profile
+// of its own through the default colour spaces of the page's resources. Does nothing when
+// `level` is no standard. Throws Error(Output) when a profile is missing.
+void fit_output_intent(QPDF &pdf, const ConformanceLevel &level,
+                       const std::filesystem::path &icc_folder);
+
+// What keeps the output intent of a PDF/A or PDF/X file from describing its pages: for each
+// device colour family painted where neither the intent's profile nor a device independent
+// default space of every resource dictionary involved describes it, "page N REASON" at the
+// first page that shows it. Empty when the level is no standard, the file has no output
+// intent of that standard to judge, or everything fits.
+std::vector<std::string> output_intent_misfits(QPDF &pdf, const ConformanceLevel &level);
+
 // Settings of a writer for a document of that result: the header version, object streams
 // only where the version allows them and never for PDF/A-1, the stream layout PDF/A needs.
 void configure_writer(QPDFWriter &writer, const ConformanceResult &result);

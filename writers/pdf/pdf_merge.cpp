@@ -8,6 +8,8 @@
 #include <qpdf/QPDFWriter.hh>
 
 #include "engine/error.h"
+#include "writers/pdf/pdf_assembler.h"
+#include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/security_pass.h"
 
@@ -102,6 +104,16 @@ void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
     // its one file stays open until the merged file is written.
     StayOpen base_open(*opened.front().source);
     const ConformanceClaim claim = conformance_claim(base, snapshot.mpdfversionnumber);
+    try {
+        // Each input chose the output intent its own pages needed. The first one's stays when
+        // it fits every merged page; otherwise the merged file takes one that fits them all.
+        // Should that fail, the security pass says which page does not fit.
+        const ConformanceLevel level = claimed_level(base, snapshot.mpdfversionnumber);
+        if (!output_intent_misfits(base, level).empty()) {
+            fit_output_intent(base, level, default_resources_folder() / "icc");
+        }
+    } catch (const std::exception&) {
+    }
     try {
         applydocinfo(base, snapshot);
     } catch (const Error&) {

@@ -10,8 +10,11 @@
 namespace qf::writers::pdf {
 
 // Merges the pages of `inputs`, in order, into one PDF at `target`. The merged file keeps the
-// first merged input's header version, catalog XMP metadata and OutputIntents, so a combined
-// PDF/A run stays PDF/A, and gets the snapshot's document information. No security pass
+// first merged input's header version and catalog XMP metadata, so a combined PDF/A run stays
+// PDF/A, and gets the snapshot's document information. Its OutputIntents are the first
+// input's when they fit every merged page; otherwise a PDF/A or PDF/X file gets the one
+// output intent that fits them all, device colours it does not describe tied to profiles of
+// their own (the profiles of the default resources folder). No security pass
 // happens here. A missing input is passed over in silence; one that cannot be read is passed
 // over too. `merged` is called with each input once its pages are in.
 // Input files are opened one at a time and closed between reads, so any number of inputs

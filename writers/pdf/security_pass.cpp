@@ -14,6 +14,7 @@
 #include "engine/file_ops.h"
 #include "engine/options.h"
 #include "engine/text_rules.h"
+#include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 
 namespace qf::writers::pdf {
@@ -321,6 +322,16 @@ std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
     QPDF document;
     open_delivered(document, pdf);
     const ConformanceClaim claim = conformance_claim(document, snapshot.mpdfversionnumber);
+    std::vector<std::string> lines;
+    try {
+        for (const auto& reason : output_intent_misfits(
+                 document, claimed_level(document, snapshot.mpdfversionnumber))) {
+            lines.push_back(pdf.filename().string() + " does not conform to " + claim.level +
+                            ": " + reason);
+        }
+    } catch (const std::exception&) {
+        // A page tree that cannot be walked fails the rewrite below with its own reason.
+    }
     try {
         applydocinfo(document, snapshot);
     } catch (const Error&) {
@@ -353,7 +364,6 @@ std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
         }
     });
 
-    std::vector<std::string> lines;
     if (encrypt && !claim.level.empty()) {
         lines.push_back(pdf.filename().string() + " is encrypted and no longer conforms to " +
                         claim.level);

@@ -50,8 +50,9 @@ void write_pdf_atomically(QPDF& pdf, const std::filesystem::path& target,
 // owner password becomes a random one, so refused rights hold for whoever opens the file.
 // Passwords are UTF-8 text; they are never part of a message.
 // The file is replaced only when the new one is complete. Returns the log lines the pass
-// adds: "NAME is encrypted and no longer conforms to LEVEL" when a PDF/A or PDF/X file gets
-// encrypted. Throws engine::Error(ErrorKind::Output); the file then stays as it was.
+// adds: "NAME does not conform to LEVEL: page N REASON" for each device colour family of a
+// PDF/A or PDF/X file that its output intent does not describe (output_intent_misfits), and
+// "NAME is encrypted and no longer conforms to LEVEL" when such a file gets encrypted. Throws engine::Error(ErrorKind::Output); the file then stays as it was.
 std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
                                        const engine::OptionSnapshot& snapshot);
 

@@ -12,6 +12,8 @@
 #include "tests/support/pdf_security_checks.h"
 #include "tests/support/tiff_fixtures.h"
 #include "writers/pdf/pdf_assembler.h"
+#include "writers/pdf/pdf_merge.h"
+#include "writers/pdf/security_pass.h"
 
 namespace qf::writers::pdf {
 namespace {
@@ -387,6 +389,98 @@ TEST(Conformance, BilevelOnlyPdfA1bPassesPreflight)
         GTEST_SKIP() << "java or Apache PDFBox Preflight is not installed";
     }
     EXPECT_EQ(verdict.status, 0) << verdict.output;
+}
+
+// A page painted in DeviceCMYK or DeviceRGB by its content, with no font.
+void write_device_colour_pdf(const std::filesystem::path &target, const std::string &paint)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    QPDFObjectHandle page = QPDFObjectHandle::parse(
+        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << >> >>");
+    page.replaceKey("/Contents", pdf.newStream(paint + " 20 20 100 100 re f\n"));
+    pdf.addPage(pdf.makeIndirectObject(page), false);
+    QPDFWriter writer(pdf, target.c_str());
+    writer.write();
+}
+
+int intent_components(const std::filesystem::path &file)
+{
+    QPDF pdf;
+    test::open_pdf(pdf, file);
+    return static_cast<int>(pdf.getRoot()
+                                .getKey("/OutputIntents")
+                                .getArrayItem(0)
+                                .getKey("/DestOutputProfile")
+                                .getDict()
+                                .getKey("/N")
+                                .getIntValue());
+}
+
+// Each PDF/A-1b input took the output intent of its own pages (gray and RGB: RGB; CMYK:
+// CMYK; gray: Gray); the merged file has one that fits every page, whichever comes first.
+TEST(Conformance, CombinedPdfAHasAnOutputIntentThatFitsEveryPage)
+{
+    test::TempFolder folder;
+    write_device_colour_pdf(folder / "cmyk-source.pdf", "0 1 1 0 k");
+    const auto rgb = folder / "rgb.pdf", cmyk = folder / "cmyk.pdf", gray = folder / "gray.pdf";
+    ASSERT_TRUE(assemble(rgb, 14, {Content::Bilevel, Content::Colour}).empty());
+    ASSERT_TRUE(assemble(cmyk, 14, {Content::Copied}, folder / "cmyk-source.pdf").empty());
+    ASSERT_TRUE(assemble(gray, 14, {Content::Bilevel}).empty());
+    const struct
+    {
+        std::vector<std::filesystem::path> inputs;
+        int components;
+    } cases[] = {{{rgb, cmyk}, 3}, {{cmyk, rgb}, 3}, {{gray, cmyk, gray}, 4}, {{gray, gray}, 1}};
+    for (const auto &c : cases) {
+        const auto target = folder / "Combine.PDF";
+        merge_pdfs(c.inputs, target, snapshot_for(14), [](const std::filesystem::path &) {});
+        EXPECT_EQ(encryptpdfnow(target, snapshot_for(14)), std::vector<std::string>{})
+            << c.inputs[0].filename();
+        EXPECT_EQ(intent_components(target), c.components) << c.inputs[0].filename();
+        const auto verdict = test::run_preflight_a1b(target);
+        EXPECT_TRUE(!verdict.ran || verdict.status == 0)
+            << c.inputs[0].filename() << verdict.output;
+    }
+}
+
+// A file whose output intent leaves a page's device colours undescribed says so.
+TEST(Conformance, SecurityPassNamesThePageTheOutputIntentDoesNotFit)
+{
+    const struct
+    {
+        int code;
+        std::vector<const char *> paints;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {14, {"0.5 g", "1 0 0 rg", "0 0 1 rg"},
+         {"gray.pdf does not conform to PDF/A 1b: page 2 uses DeviceRGB colour, which the "
+          "output intent does not describe"}},
+        {18, {"0.5 g", "0 1 1 0 k"},
+         {"gray.pdf does not conform to PDF/A 2b: page 2 uses DeviceCMYK colour, which the "
+          "output intent does not describe"}},
+        {14, {"0.5 g", "0.2 g"}, {}},
+    };
+    test::TempFolder folder;
+    for (const auto &c : cases) {
+        // A gray document given its Gray output intent, then the other pages appended.
+        const auto target = folder / "gray.pdf";
+        write_device_colour_pdf(folder / "page.pdf", c.paints[0]);
+        assemble(target, c.code, {Content::Copied}, folder / "page.pdf");
+        QPDF pdf;
+        test::open_pdf(pdf, target);
+        for (std::size_t i = 1; i < c.paints.size(); ++i) {
+            QPDFObjectHandle page = QPDFObjectHandle::parse(
+                "<< /Type /Page /MediaBox [0 0 200 200] /Resources << >> >>");
+            page.replaceKey("/Contents",
+                            pdf.newStream(std::string(c.paints[i]) + " 0 0 9 9 re f\n"));
+            pdf.addPage(pdf.makeIndirectObject(page), false);
+        }
+        QPDFWriter writer(pdf, (folder / "gray.pdf.new").c_str());
+        writer.write();
+        std::filesystem::rename(folder / "gray.pdf.new", target);
+        EXPECT_EQ(encryptpdfnow(target, snapshot_for(c.code)), c.lines) << c.code;
+    }
 }
 
 } // namespace
