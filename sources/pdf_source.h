@@ -44,8 +44,10 @@ void set_page_time_limit(std::chrono::milliseconds limit);
 // document has only N pages"), Unsupported for a render beyond the limits above or with a
 // side below one pixel, Damaged when a page cannot be drawn or read. picture() draws the
 // page with its annotations and form widgets, missing field appearances made from their
-// values, onto white; request.flatten does not change that. Several threads may call the
-// members at once: each call works on a parse of the document that no other call is using.
+// values, onto white; request.flatten does not change that. Its pixel size is render_size of
+// the page's box (CropBox clipped to MediaBox) with the box's numbers read as the file writes
+// them, in double precision. Several threads may call the members at once: each call works
+// on a parse of the document that no other call is using.
 std::unique_ptr<engine::PageSource> open_pdf_source(const engine::DocumentToOpen& document);
 
 } // namespace qf::sources

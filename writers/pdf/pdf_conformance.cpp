@@ -370,11 +370,10 @@ bool defaults_everywhere(const PageSurvey &survey, const char *key, int componen
         const bool icc = family.isNameAndEquals("/ICCBased") && profile.isStream() &&
                          profile.getDict().getKey("/N").isInteger() &&
                          profile.getDict().getKey("/N").getIntValue() == components;
-        const bool calibrated = family.isNameAndEquals(components == 1   ? "/CalGray"
-                                                       : components == 3 ? "/CalRGB"
-                                                                         : "/Lab") &&
-                                components != 4;
-        if (!icc && !calibrated) {
+        const char *calibrated = components == 1   ? "/CalGray"
+                                 : components == 3 ? "/CalRGB"
+                                                   : nullptr;
+        if (!icc && !(calibrated && family.isNameAndEquals(calibrated))) {
             return false;
         }
     }
