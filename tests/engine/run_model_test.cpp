@@ -72,13 +72,13 @@ TEST(RunLog, NewestFirstAndNoTextFoundReplacesAll)
 {
     RunLog log;
     std::vector<std::string> heard;
-    log.set_listener([&](const LogEvent& event) { heard.push_back(event.text); });
-    log.line("one");
-    log.line("two");
+    log.set_listener([&](const RunEvent& event) { heard.push_back(event.line); });
+    log.write({.line = "one"});
+    log.write({.line = "two"});
     EXPECT_EQ(log.texttoadd(), "two\none\n");
-    log.replace("No Text Found");
+    log.replace({.kind = RunEventKind::NoTextFound, .line = "No Text Found"});
     EXPECT_EQ(log.texttoadd(), "No Text Found");
-    log.line("three");
+    log.write({.line = "three"});
     EXPECT_EQ(log.texttoadd(), "three\nNo Text Found");
     EXPECT_EQ(heard, (std::vector<std::string>{"one", "two", "No Text Found", "three"}));
 }

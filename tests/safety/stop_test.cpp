@@ -67,9 +67,11 @@ TEST_F(StopDuringACombinedRun, EngineStopAtAnyPointLeavesWholeFiles)
             const fs::path out = folder / "out";
             fs::remove_all(out);
             RunHarness harness;
-            harness.batch.set_log_listener([&](const engine::LogEvent &event) {
-                harness.lines.push_back(event.text);
-                if (event.text == point.line) {
+            harness.batch.set_listener([&](const engine::RunEvent &event) {
+                if (!event.line.empty()) {
+                    harness.lines.push_back(event.line);
+                }
+                if (event.line == point.line) {
                     harness.batch.stop();
                 }
             });
