@@ -100,7 +100,7 @@ std::string unexpected_reason(std::exception_ptr error)
         }
     } catch (...) {
     }
-    return "an unexpected error stopped it";
+    return "an unexpected internal error";
 }
 
 } // namespace
@@ -347,6 +347,13 @@ void BatchRun::run_page(Document& doc, PageWork& page)
         say(about(RunEventKind::PageStarted, &doc, page.pageno), "Page " + std::to_string(page.pageno) + " is being Processed ");
     } else if (page.first) {
         say(about(RunEventKind::PageStarted, &doc, page.pageno), "Page " + std::to_string(page.pageno) + " is being Processed");
+    }
+    if (aborted_) {
+        // Abandoned before it is committed; its document is dropped.
+        if (!page.encoded.empty()) {
+            discard_temp(page.encoded);
+        }
+        return;
     }
     if (page.failed) {
         fail_page(doc, page.pageno, page.text);
