@@ -23,7 +23,6 @@ namespace qf::engine {
 
 class ScratchFolder;
 class WorkPool;
-class BatchRun;
 
 // What the shown status text is to become at one tick of the pump.
 struct StatusChange {
@@ -214,16 +213,24 @@ public:
     // preprocesscheck: takes the snapshot, builds filelist and starts the worker. Returns at
     // once. Does nothing while a run is under way.
     void start(const OptionValues& values, const std::vector<ListRow>& rows);
+    // The Stop command, however often: the run ends before the next document.
     void stop();
+    // Quitting: the run ends before the next page, the page under way is abandoned and its
+    // document delivers nothing more.
     void abort();
     // Aborts a run under way and waits for it at most `wait`. A worker still busy after that is
-    // left to finish on its own, its scratch folder removed and its events no longer delivered.
-    // Returns true when the worker had finished. Never throws.
+    // left to finish on its own, its scratch folder removed and its events no longer delivered;
+    // until it ends, temporaries of its own may stand beside the outputs, so a program that
+    // exits then removes them with remove_registered_temps(). Returns true when the worker had
+    // finished. Never throws.
     bool shutdown(std::chrono::milliseconds wait = std::chrono::seconds(5)) noexcept;
 
+    // Every event of the run, on a thread of the run's, never the caller's. Once this returns,
+    // a listener it replaced is not called again.
     void set_listener(RunListener listener);
     void set_jobs(int jobs) { run_->set_jobs(jobs); }
 
+    // The pump, on the caller's thread.
     PumpTick Timer1_Action();
     bool wait_for_worker(std::chrono::milliseconds timeout) { return run_->wait_for_worker(timeout); }
 
