@@ -28,17 +28,30 @@ namespace {
 
 std::atomic<int> g_interrupts{0};
 
-// A first Ctrl-C asks the run to stop after the document under way; a second ends the program
-// at once, removing any file still being written and the run's scratch folder.
+// A first Ctrl-C asks the run to stop after the document under way; a second aborts the page
+// under way and ends the program. Should the run not give way in time, or the interrupt come
+// while nothing can be asked of it, the handler itself removes any file still being written
+// and the run's scratch folder, and ends the program.
+void remove_and_exit() noexcept
+{
+    engine::remove_registered_temps();
+    engine::remove_scratch_folders();
+    constexpr char kMessage[] = "\nStopped at once.\n";
+    (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+    ::_exit(kExitUsage);
+}
+
 extern "C" void on_interrupt(int)
 {
-    if (g_interrupts.fetch_add(1) >= 1) {
-        engine::remove_registered_temps();
-        engine::remove_scratch_folders();
-        constexpr char kMessage[] = "\nStopped at once.\n";
-        (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
-        ::_exit(kExitUsage);
+    if (g_interrupts.fetch_add(1) >= 2) {
+        remove_and_exit();
     }
+}
+
+void stop_at_once(engine::RunSession& run)
+{
+    run.shutdown(std::chrono::seconds(2));
+    remove_and_exit();
 }
 
 struct Admission {
@@ -90,22 +103,25 @@ Admission admit(const CliRequest& request)
 
 int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int problems)
 {
-    engine::BatchRun run(make_run_services(resources_folder()));
+    engine::RunSession run(make_run_services(resources_folder()));
     if (request.jobs > 0) {
         run.set_jobs(request.jobs);
     }
     ProgressBar bar;
     std::mutex output;
-    run.set_log_listener([&](const engine::LogEvent& event) {
+    run.set_listener([&](const engine::RunEvent& event) {
+        if (event.line.empty()) {
+            return;
+        }
         const std::lock_guard lock(output);
         bar.clear();
-        print_line(event.text);
+        print_line(event.line);
     });
     g_interrupts = 0;
     std::signal(SIGINT, on_interrupt);
     std::signal(SIGTERM, on_interrupt);
 
-    run.preprocesscheck(request.values, rows);
+    run.start(request.values, rows);
     bool stop_asked = false;
     for (;;) {
         const engine::PumpTick tick = run.Timer1_Action();
@@ -115,6 +131,9 @@ int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int pr
             const std::lock_guard lock(output);
             bar.clear();
             std::fputs("Stopping after the document under way (Ctrl-C again to stop at once)\n", stderr);
+        }
+        if (g_interrupts > 1) {
+            stop_at_once(run);
         }
         if (tick.ended || !tick.running) {
             break;

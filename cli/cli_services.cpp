@@ -12,6 +12,7 @@
 #include "writers/pdf/pdf_merge.h"
 #include "writers/pdf/security_pass.h"
 #include "writers/png_writer.h"
+#include "writers/text_writer.h"
 #include "writers/tiff_writer.h"
 
 namespace qf::cli {
@@ -38,6 +39,7 @@ engine::RunServices make_run_services(const fs::path& resources)
     services.write_jpeg = writers::write_jpeg;
     services.write_png = writers::write_png;
     services.write_tiff_single = writers::write_tiff_single;
+    services.write_text = writers::write_text;
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
     services.pdf_assembler = writers::pdf::pdf_assembler_factory(resources);
     services.encryptpdfnow = writers::pdf::encryptpdfnow;

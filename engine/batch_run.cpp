@@ -10,16 +10,27 @@
 
 namespace qf::engine {
 namespace fs = std::filesystem;
+namespace {
+
+constexpr std::string_view kAllDone = "All Done\n";
+
+} // namespace
+
+void apply(const StatusChange& change, std::string& shown)
+{
+    if (change.whole) {
+        shown = change.text;
+        return;
+    }
+    if (change.drop_all_done && shown.compare(0, kAllDone.size(), kAllDone) == 0) {
+        shown.erase(0, kAllDone.size());
+    }
+    shown.insert(0, change.text);
+}
 
 BatchRun::BatchRun(RunServices services) : services_(std::move(services)) {}
 
-BatchRun::~BatchRun()
-{
-    pleasestop_ = true;
-    if (worker_.joinable()) {
-        worker_.join();
-    }
-}
+BatchRun::~BatchRun() = default;
 
 std::string BatchRun::start_refusal(std::size_t row_count, const OptionValues& values)
 {
@@ -36,6 +47,8 @@ void BatchRun::prepare(const OptionValues& values, const std::vector<ListRow>& r
 {
     take_snapshot(values, static_cast<int>(rows.size()), snapshot_);
     pleasestop_ = false;
+    aborted_ = false;
+    abort_flag_ = 0;
     progressb_ = 0;
     failures_ = 0;
     if (!saves_to_source_folder(snapshot_.msavein)) {
@@ -55,16 +68,11 @@ void BatchRun::prepare(const OptionValues& values, const std::vector<ListRow>& r
     isrunning_ = true;
 }
 
-void BatchRun::preprocesscheck(const OptionValues& values, const std::vector<ListRow>& rows)
+void BatchRun::abort()
 {
-    if (isrunning_) {
-        return;
-    }
-    if (worker_.joinable()) {
-        worker_.join();
-    }
-    prepare(values, rows);
-    worker_ = std::thread([this] { processall(); });
+    aborted_ = true;
+    pleasestop_ = true;
+    abort_flag_ = 1;
 }
 
 PumpTick BatchRun::Timer1_Action()
@@ -75,17 +83,25 @@ PumpTick BatchRun::Timer1_Action()
         return tick;
     }
     tick.running = true;
-    tick.statustext = log_.texttoadd();
     tick.progress = progressb_;
-    if (!boliao_) {
-        return tick;
+    const bool ending = boliao_;
+    const LogChanges changes = log_.changes_since(shown_version_);
+    if (changes.version != shown_version_ || all_done_shown_ || ending) {
+        tick.status_changed = true;
+        tick.status.whole = changes.replaced;
+        tick.status.drop_all_done = all_done_shown_;
+        tick.status.text = changes.added;
+        shown_version_ = changes.version;
+        all_done_shown_ = false;
     }
-    if (worker_.joinable()) {
-        worker_.join();
+    if (!ending) {
+        return tick;
     }
     isrunning_ = false;
     tick.progress = tick.progress_max;
-    tick.statustext = "All Done\n" + tick.statustext;
+    // "All Done" is shown, not logged: the next run's log goes on below the lines before it.
+    tick.status.text.insert(0, kAllDone);
+    all_done_shown_ = true;
     boliao_ = false;
     filelist_.assign(1, DocumentRow{});
     // The merge removes what it merged; whatever a failed step left behind goes here.
@@ -101,13 +117,13 @@ PumpTick BatchRun::Timer1_Action()
 bool BatchRun::wait_for_worker(std::chrono::milliseconds timeout)
 {
     std::unique_lock lock(finished_mutex_);
-    return finished_.wait_for(lock, timeout, [this] { return boliao_.load(); });
+    return finished_.wait_for(lock, timeout, [this] { return boliao_.load() || !isrunning_.load(); });
 }
 
-void BatchRun::fail(const std::string& line)
+fs::path BatchRun::scratch_path() const
 {
-    ++failures_;
-    log_.line(line);
+    const std::lock_guard lock(scratch_mutex_);
+    return scratch_ ? scratch_->path() : fs::path();
 }
 
 void BatchRun::stamp(const fs::path& file)
@@ -121,6 +137,73 @@ void BatchRun::stamp(const fs::path& file)
     if (stamper_) {
         stamper_->updatedpinonstore(file, {snapshot_.mdotsperinch, ccopyright_, snapshot_.mpdfauthorname});
     }
+}
+
+// ---- RunSession
+
+RunSession::RunSession(RunServices services) : run_(std::make_shared<BatchRun>(std::move(services))) {}
+
+RunSession::~RunSession()
+{
+    shutdown();
+}
+
+void RunSession::start(const OptionValues& values, const std::vector<ListRow>& rows)
+{
+    if (run_->isrunning()) {
+        return;
+    }
+    if (worker_.joinable()) {
+        worker_.join();
+    }
+    run_->prepare(values, rows);
+    worker_ = std::thread([run = run_] { run->processall(); });
+}
+
+void RunSession::stop()
+{
+    run_->stop();
+}
+
+void RunSession::abort()
+{
+    run_->abort();
+}
+
+void RunSession::set_listener(RunListener listener)
+{
+    run_->set_listener(std::move(listener));
+}
+
+PumpTick RunSession::Timer1_Action()
+{
+    PumpTick tick = run_->Timer1_Action();
+    if (tick.ended && worker_.joinable()) {
+        worker_.join();
+    }
+    return tick;
+}
+
+bool RunSession::shutdown(std::chrono::milliseconds wait) noexcept
+{
+    if (!worker_.joinable()) {
+        return true;
+    }
+    run_->abort();
+    if (run_->wait_for_worker(wait)) {
+        worker_.join();
+        return true;
+    }
+    // The page under way does not give way: the worker is left to end on its own, keeping the
+    // run alive through its own reference, and tells nobody any more.
+    run_->set_listener({});
+    const fs::path scratch = run_->scratch_path();
+    worker_.detach();
+    if (!scratch.empty()) {
+        std::error_code ignored;
+        fs::remove_all(scratch, ignored);
+    }
+    return false;
 }
 
 } // namespace qf::engine

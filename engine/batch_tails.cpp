@@ -45,28 +45,31 @@ void BatchRun::open_combined_tiff()
                                    ? filelist_.front()[column::folder] + "/"
                                    : trim(snapshot_.msavein);
     combined_tiff_path_ = avoid_sources(fs::path(folder + combined_name(snapshot_) + ".tif"), source_paths_);
+    const std::string name = combined_tiff_path_.filename().string();
     if (!multitiff_) {
-        fail(combined_tiff_path_.filename().string() + " could not be saved: TIFF output is not available in this build");
+        fail_save(nullptr, name, "TIFF output is not available in this build");
         return;
     }
     try {
         // The compression is set page by page; the file starts with none.
         multitiff_->open(combined_tiff_path_, PageWriteContext{snapshot_, 0, ccopyright_, cdocumentname_});
     } catch (const Error& e) {
-        fail(combined_tiff_path_.filename().string() + " could not be saved: " + e.reason());
+        fail_save(nullptr, name, e.reason());
     }
 }
 
 void BatchRun::combined_tail()
 {
-    if (!snapshot_.mcombineall) {
+    // An aborted run delivers no combined file: the open TIFF is discarded with its writer,
+    // the per-document PDFs with the scratch folder.
+    if (!snapshot_.mcombineall || aborted_) {
         return;
     }
     // The run's format decides, not the last page's copy: a stop before the first page must
     // still close the combined TIFF.
-    if (snapshot_.mimageformat == kPdfMultipage) {
+    if (snapshot_.mformat == OutputFormat::PdfMultipage) {
         merge_tail();
-    } else if (snapshot_.mimageformat == kTiffMultipage) {
+    } else if (snapshot_.mformat == OutputFormat::TiffMultipage) {
         tiff_tail();
     }
 }
@@ -79,9 +82,11 @@ void BatchRun::tiff_tail()
     const std::string shown = outputname_.empty() ? combined_tiff_path_.filename().string() : outputname_;
     try {
         multitiff_->close();
-        log_.line(shown + " has been Saved");
+        RunEvent event = about(RunEventKind::Saved, nullptr);
+        event.output = combined_tiff_path_;
+        say(std::move(event), shown + " has been Saved");
     } catch (const Error& e) {
-        fail(combined_tiff_path_.filename().string() + " could not be saved: " + e.reason());
+        fail_save(nullptr, combined_tiff_path_.filename().string(), e.reason());
     }
     totalpage_ = 0;
 }
@@ -98,7 +103,9 @@ void BatchRun::merge_tail()
         combinedname += ".PDF";
     }
     combinedpath = avoid_sources(combinedpath, source_paths_);
-    log_.line("Combing Files and Saving to " + combinedname);
+    RunEvent combining = about(RunEventKind::Combining, nullptr);
+    combining.output = combinedpath;
+    say(combining, "Combing Files and Saving to " + combinedname);
 
     std::vector<fs::path> finished;
     for (const auto& path : countlist_) {
@@ -110,48 +117,64 @@ void BatchRun::merge_tail()
     // One finished document is still the combined file the user asked for.
     if (finished.empty()) {
         if (!countlist_.empty()) {
-            fail(combinedname + " could not be saved: no document could be merged");
+            fail_save(nullptr, combinedname, "no document could be merged");
         }
         return;
     }
     if (!services_.merge_pdfs) {
-        fail(combinedname + " could not be saved: PDF output is not available in this build");
+        fail_save(nullptr, combinedname, "PDF output is not available in this build");
         return;
     }
+    if (merge_into(finished, combinedpath, combinedname)) {
+        for (const auto& path : countlist_) {
+            std::error_code ignored;
+            fs::remove(path, ignored);
+        }
+    }
+}
+
+bool BatchRun::merge_into(const std::vector<fs::path>& finished, const fs::path& combinedpath,
+                          const std::string& combinedname)
+{
     // Merged and secured in a private folder beside it, the file takes its name only when
     // complete: a failure leaves an earlier file of that name as it was.
     fs::path claim;
     try {
         claim = sibling_temp_folder(combinedpath);
         const fs::path written = claim / combinedpath.filename();
-        services_.merge_pdfs(finished, written, snapshot_,
-                             [this](const fs::path& merged) { log_.line("Merging " + merged.string()); });
+        services_.merge_pdfs(finished, written, snapshot_, [this, &combinedpath](const fs::path& merged) {
+            if (aborted_) {
+                throw Error(ErrorKind::Output, "the run was aborted");
+            }
+            RunEvent event = about(RunEventKind::Combining, nullptr);
+            event.output = combinedpath;
+            say(std::move(event), "Merging " + merged.string());
+        });
         std::vector<std::string> lines;
         if (services_.encryptpdfnow) {
             try {
                 lines = services_.encryptpdfnow(written, snapshot_);
             } catch (const Error& e) {
-                fail(combinedname + " could not be secured: " + e.reason());
+                fail(about(RunEventKind::Failed, nullptr), e.reason(), combinedname + " could not be secured: " + e.reason());
                 discard_temp_folder(claim);
-                return;
+                return false;
             }
         }
         commit_temp(written, combinedpath);
         for (const auto& line : lines) {
-            log_.line(line);
+            RunEvent event = about(RunEventKind::NoLongerConforming, nullptr);
+            event.output = combinedpath;
+            say(std::move(event), line);
         }
     } catch (const Error& e) {
-        fail(combinedname + " could not be saved: " + e.reason());
+        fail_save(nullptr, combinedname, e.reason());
         if (!claim.empty()) {
             discard_temp_folder(claim);
         }
-        return;
+        return false;
     }
     discard_temp_folder(claim);
-    for (const auto& path : countlist_) {
-        std::error_code ignored;
-        fs::remove(path, ignored);
-    }
+    return true;
 }
 
 } // namespace qf::engine

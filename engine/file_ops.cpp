@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "engine/file_ops.h"
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,19 +10,10 @@
 #include <unistd.h>
 
 #include "engine/error.h"
+#include "engine/path_registry.h"
 
 namespace qf::engine {
 namespace {
-
-constexpr std::size_t kSlots = 64;
-constexpr std::size_t kPathMax = 4096;
-
-// A slot is claimed by a compare-and-swap from 0 to 1, filled, then published as 2.
-struct TempSlot {
-    std::atomic<int> state{0};
-    char path[kPathMax];
-};
-std::array<TempSlot, kSlots> g_slots;
 
 // The permissions a newly created file gets from the user's umask; mkstemp alone gives 0600.
 mode_t file_mode()
@@ -35,32 +24,6 @@ mode_t file_mode()
         return static_cast<mode_t>(0666 & ~mask);
     }();
     return mode;
-}
-
-void register_temp(const std::filesystem::path& temp) noexcept
-{
-    const std::string& text = temp.native();
-    if (text.size() >= kPathMax) {
-        return;
-    }
-    for (auto& slot : g_slots) {
-        int expected = 0;
-        if (slot.state.compare_exchange_strong(expected, 1)) {
-            std::memcpy(slot.path, text.c_str(), text.size() + 1);
-            slot.state.store(2);
-            return;
-        }
-    }
-}
-
-void unregister_temp(const std::filesystem::path& temp) noexcept
-{
-    for (auto& slot : g_slots) {
-        if (slot.state.load() == 2 && temp.native() == slot.path) {
-            slot.state.store(0);
-            return;
-        }
-    }
 }
 
 } // namespace
@@ -81,7 +44,7 @@ std::filesystem::path sibling_temp_name(const std::filesystem::path& target)
     }
     ::fchmod(fd, file_mode());
     ::close(fd);
-    register_temp(pattern);
+    register_path(pattern, Removal::File);
     return pattern;
 }
 
@@ -92,8 +55,8 @@ std::filesystem::path sibling_temp_folder(const std::filesystem::path& target)
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw Error(ErrorKind::Output, std::strerror(errno), target);
     }
-    register_temp(pattern);
-    register_temp(std::filesystem::path(pattern) / target.filename());
+    register_path(pattern, Removal::EmptyFolder);
+    register_path(std::filesystem::path(pattern) / target.filename(), Removal::File);
     return pattern;
 }
 
@@ -101,12 +64,7 @@ void discard_temp_folder(const std::filesystem::path& folder) noexcept
 {
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
-    const std::string inside = folder.native() + "/";
-    for (auto& slot : g_slots) {
-        if (slot.state.load() == 2 && (folder.native() == slot.path || std::strncmp(slot.path, inside.c_str(), inside.size()) == 0)) {
-            slot.state.store(0);
-        }
-    }
+    unregister_tree(folder);
 }
 
 void commit_temp(const std::filesystem::path& temp, const std::filesystem::path& target)
@@ -116,13 +74,13 @@ void commit_temp(const std::filesystem::path& temp, const std::filesystem::path&
         discard_temp(temp);
         throw Error(ErrorKind::Output, reason, target);
     }
-    unregister_temp(temp);
+    unregister_path(temp);
 }
 
 bool commit_temp_if_free(const std::filesystem::path& temp, const std::filesystem::path& target)
 {
     if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
-        unregister_temp(temp);
+        unregister_path(temp);
         return true;
     }
     if (errno == EEXIST) {
@@ -151,7 +109,7 @@ bool commit_temp_if_free(const std::filesystem::path& temp, const std::filesyste
 void discard_temp(const std::filesystem::path& temp) noexcept
 {
     ::unlink(temp.c_str());
-    unregister_temp(temp);
+    unregister_path(temp);
 }
 
 void write_atomically(const std::filesystem::path& target,
@@ -178,16 +136,8 @@ void write_atomically(const std::filesystem::path& target,
 
 void remove_registered_temps() noexcept
 {
-    for (auto& slot : g_slots) {
-        if (slot.state.load() == 2) {
-            ::unlink(slot.path);
-        }
-    }
-    for (auto& slot : g_slots) {
-        if (slot.state.load() == 2) {
-            ::rmdir(slot.path);
-        }
-    }
+    remove_registered(Removal::File);
+    remove_registered(Removal::EmptyFolder);
 }
 
 } // namespace qf::engine

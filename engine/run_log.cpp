@@ -58,52 +58,79 @@ std::string loggable(std::string_view text)
     return shown;
 }
 
-void RunLog::set_listener(LogListener listener)
+void RunLog::set_listener(RunListener listener)
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(listener_mutex_);
     listener_ = std::move(listener);
 }
 
-void RunLog::line(const std::string& raw)
+void RunLog::tell(const RunEvent& event)
 {
-    const std::string text = loggable(raw);
-    LogListener listener;
-    {
-        const std::lock_guard lock(mutex_);
-        lines_.push_back(text);
-        listener = listener_;
-    }
-    if (listener) {
-        listener({LogEvent::Kind::Line, text});
+    const std::lock_guard lock(listener_mutex_);
+    if (listener_) {
+        listener_(event);
     }
 }
 
-void RunLog::replace(const std::string& raw)
+void RunLog::write(RunEvent event)
 {
-    const std::string text = loggable(raw);
-    LogListener listener;
+    event.line = loggable(event.line);
     {
         const std::lock_guard lock(mutex_);
-        lines_.assign(1, text);
+        lines_.push_back(event.line);
+        ++version_;
+    }
+    tell(event);
+}
+
+void RunLog::replace(RunEvent event)
+{
+    event.line = loggable(event.line);
+    {
+        const std::lock_guard lock(mutex_);
+        lines_.assign(1, event.line);
         oldest_unbroken_ = true;
-        listener = listener_;
+        replaced_at_ = ++version_;
     }
-    if (listener) {
-        listener({LogEvent::Kind::Replace, text});
-    }
+    tell(event);
+}
+
+void RunLog::notify(const RunEvent& event)
+{
+    tell(event);
 }
 
 std::string RunLog::texttoadd() const
 {
+    return changes_since(0).added;
+}
+
+std::uint64_t RunLog::version() const
+{
     const std::lock_guard lock(mutex_);
-    std::string text;
-    for (std::size_t i = lines_.size(); i-- > 0;) {
-        text += lines_[i];
+    return version_;
+}
+
+LogChanges RunLog::changes_since(std::uint64_t seen) const
+{
+    const std::lock_guard lock(mutex_);
+    LogChanges changes;
+    changes.version = version_;
+    if (seen >= version_) {
+        return changes;
+    }
+    // Each version since `seen` added one line, unless a replacement came after it: then the
+    // whole log is new.
+    changes.replaced = seen < replaced_at_;
+    const std::size_t fresh = changes.replaced || seen == 0 ? lines_.size()
+                                                            : static_cast<std::size_t>(version_ - seen);
+    for (std::size_t i = lines_.size(); i-- > lines_.size() - fresh;) {
+        changes.added += lines_[i];
         if (!(i == 0 && oldest_unbroken_)) {
-            text += '\n';
+            changes.added += '\n';
         }
     }
-    return text;
+    return changes;
 }
 
 } // namespace qf::engine

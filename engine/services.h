@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -26,6 +27,9 @@ struct RenderRequest {
     // The caller takes the source's compressed data instead of pixels where there is some
     // (a PDF page can carry CCITT G4 as it is); pixels may then be left out.
     bool compressed_ok = false;
+    // Becomes 1 when the run is aborted: a source that watches it abandons the page under way
+    // (as with MuPDF's cookie abort flag) and throws. Null when nothing can abort the page.
+    const std::atomic<int>* abort = nullptr;
 };
 
 // What a TIFF document says of itself: tags of the image read first (image 1 of a tiled
@@ -71,6 +75,10 @@ struct PageWriteContext {
 // its name only when complete. Throws Error(ErrorKind::Output) when it cannot be written.
 using PictureFileWriter =
     std::function<void(const PagePicture&, const std::filesystem::path& target, const PageWriteContext&)>;
+
+// Writes a document's text to one finished file; it appears under its name only when
+// complete. Throws Error(ErrorKind::Output) when it cannot be written.
+using TextFileWriter = std::function<void(const std::string& text, const std::filesystem::path& target)>;
 
 // The multipage TIFF writer: one file per document, or one for the whole run.
 class MultipageTiffWriter {
@@ -134,6 +142,7 @@ struct RunServices {
     PictureFileWriter write_jpeg;
     PictureFileWriter write_png;
     PictureFileWriter write_tiff_single;
+    TextFileWriter write_text;
     std::function<std::unique_ptr<MultipageTiffWriter>()> multipage_tiff;
     PdfAssemblerFactory pdf_assembler;
     SecurityPass encryptpdfnow;

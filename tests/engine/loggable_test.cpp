@@ -36,9 +36,9 @@ TEST(Loggable, EveryLineTheLogListenerSeesIsClean)
 {
     RunLog log;
     std::vector<std::string> seen;
-    log.set_listener([&](const LogEvent &event) { seen.push_back(event.text); });
-    log.line("new\nline.pdf is being Processed");
-    log.replace("bad\xFF.pdf");
+    log.set_listener([&](const RunEvent &event) { seen.push_back(event.line); });
+    log.write({.line = "new\nline.pdf is being Processed"});
+    log.replace({.kind = RunEventKind::NoTextFound, .line = "bad\xFF.pdf"});
     EXPECT_EQ(seen, (std::vector<std::string>{"new?line.pdf is being Processed", "bad?.pdf"}));
     EXPECT_EQ(log.texttoadd(), "bad?.pdf");
 }

@@ -72,15 +72,50 @@ TEST(RunLog, NewestFirstAndNoTextFoundReplacesAll)
 {
     RunLog log;
     std::vector<std::string> heard;
-    log.set_listener([&](const LogEvent& event) { heard.push_back(event.text); });
-    log.line("one");
-    log.line("two");
+    log.set_listener([&](const RunEvent& event) { heard.push_back(event.line); });
+    log.write({.line = "one"});
+    log.write({.line = "two"});
     EXPECT_EQ(log.texttoadd(), "two\none\n");
-    log.replace("No Text Found");
+    log.replace({.kind = RunEventKind::NoTextFound, .line = "No Text Found"});
     EXPECT_EQ(log.texttoadd(), "No Text Found");
-    log.line("three");
+    log.write({.line = "three"});
     EXPECT_EQ(log.texttoadd(), "three\nNo Text Found");
     EXPECT_EQ(heard, (std::vector<std::string>{"one", "two", "No Text Found", "three"}));
+}
+
+TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
+{
+    // Steps: "+x" writes line x, "=x" replaces the log by x, "tick" applies what changed since
+    // the last tick to the text shown, which must then be the log itself.
+    const struct {
+        const char* title;
+        std::vector<std::string> steps;
+    } cases[] = {
+        {"lines over several ticks", {"+one", "tick", "+two", "+three", "tick", "tick"}},
+        {"a replacement between ticks", {"+one", "tick", "+two", "=No Text Found", "+three", "tick"}},
+        {"a replacement right after a tick", {"+one", "tick", "=No Text Found", "tick", "+two", "tick"}},
+        {"two replacements between ticks", {"+one", "tick", "=A", "+two", "=B", "tick", "+three", "tick"}},
+        {"nothing at all", {"tick", "tick"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.title);
+        RunLog log;
+        std::string shown;
+        std::uint64_t seen = 0;
+        for (const auto& step : c.steps) {
+            if (step[0] == '+') {
+                log.write({.line = step.substr(1)});
+            } else if (step[0] == '=') {
+                log.replace({.kind = RunEventKind::NoTextFound, .line = step.substr(1)});
+            } else {
+                const LogChanges changes = log.changes_since(seen);
+                EXPECT_EQ(changes.version == seen, changes.added.empty());
+                shown = changes.replaced ? changes.added : changes.added + shown;
+                seen = changes.version;
+                EXPECT_EQ(shown, log.texttoadd());
+            }
+        }
+    }
 }
 
 } // namespace

@@ -53,7 +53,11 @@ engine::ListRow raw_row(const fs::path& file, int pages)
 
 RunHarness::RunHarness() : batch(real_services())
 {
-    batch.set_log_listener([this](const engine::LogEvent& event) { lines.push_back(event.text); });
+    batch.set_listener([this](const engine::RunEvent& event) {
+        if (!event.line.empty()) {
+            lines.push_back(event.line);
+        }
+    });
 }
 
 void RunHarness::run(const engine::OptionValues& values, const std::vector<engine::ListRow>& rows)
@@ -62,6 +66,7 @@ void RunHarness::run(const engine::OptionValues& values, const std::vector<engin
     batch.prepare(values, rows);
     batch.processall();
     last_tick = batch.Timer1_Action();
+    engine::apply(last_tick.status, statustext);
     EXPECT_TRUE(last_tick.ended);
 }
 

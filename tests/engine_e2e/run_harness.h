@@ -30,6 +30,7 @@ public:
     engine::BatchRun batch;
     std::vector<std::string> lines; // oldest first, as they came
     engine::PumpTick last_tick;
+    std::string statustext; // as the pump has shown it
 };
 
 // Options with the output folder and format set; everything else at its default.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Whole runs over TIFF documents: names, pixels and log lines of what was written.
+#include <algorithm>
 #include <fstream>
+#include <typeinfo>
 #include <gtest/gtest.h>
 
 #include "tests/engine_e2e/run_harness.h"
@@ -57,7 +59,7 @@ TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
         EXPECT_LT(jpeg.image.rgb_at(page.width / 4, page.height / 4)[0], 40) << page.name;
     }
     EXPECT_EQ(harness.batch.failures(), 0);
-    EXPECT_EQ(harness.last_tick.statustext.rfind("All Done\n", 0), 0u);
+    EXPECT_EQ(harness.statustext.rfind("All Done\n", 0), 0u);
 }
 
 TEST_F(TiffRuns, PngPagesAreEightBitRgbWithNoResolution)
@@ -159,7 +161,9 @@ TEST_F(TiffRuns, StopBeforeTheFirstDocumentWritesNothing)
     harness.batch.processall();
     const auto tick = harness.batch.Timer1_Action();
     EXPECT_EQ(harness.lines, std::vector<std::string>{"Processing Terminated by User "});
-    EXPECT_EQ(tick.statustext, "All Done\nProcessing Terminated by User \n");
+    std::string shown;
+    engine::apply(tick.status, shown);
+    EXPECT_EQ(shown, "All Done\nProcessing Terminated by User \n");
     EXPECT_FALSE(fs::exists(out() / "scan.PNG"));
 
     // A Stop outside a run has no effect on the next one.
@@ -187,6 +191,8 @@ TEST_F(TiffRuns, TheLogGrowsAcrossRunsNewestFirst)
     const std::string first = harness.batch.texttoadd();
     harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
     EXPECT_EQ(harness.batch.texttoadd(), "scan.JPG has been Saved\nPage 1 is being Processed\nscan.tif is being Processed\n" + first);
+    // The pump shows the same, with only this run's "All Done" on top.
+    EXPECT_EQ(harness.statustext, "All Done\n" + harness.batch.texttoadd());
 }
 
 TEST_F(TiffRuns, MultipageTiffsHoldTheSelectionOnceEvenWithRepeats)
@@ -219,6 +225,72 @@ TEST_F(TiffRuns, CombinedTiffRunsAppendEveryDocument)
     EXPECT_EQ(images[2].width, 20);
     EXPECT_EQ(harness.lines.back(), "b.TIF has been Saved");
     EXPECT_FALSE(fs::exists(out() / "a.TIF"));
+}
+
+TEST_F(TiffRuns, AnUnexpectedErrorFailsItsDocumentAndTheRunGoesOn)
+{
+    const auto first = folder / "first.tif";
+    const auto second = folder / "second.tif";
+    make_tiff(first, {TiffPage{}});
+    make_tiff(second, {TiffPage{}});
+    struct NotAStdException {};
+    // Where a library throws something of its own, and the line its document then gets.
+    const struct {
+        const char* title;
+        void (*spoil)(engine::RunServices&);
+        const char* line;
+    } cases[] = {
+        {"out of memory while opening",
+         [](engine::RunServices& services) {
+             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
+                 if (document.path.filename() == "first.tif") {
+                     throw std::bad_alloc();
+                 }
+                 return open(document);
+             };
+         },
+         "first.tif could not be opened: not enough memory"},
+        {"a type of its own while opening",
+         [](engine::RunServices& services) {
+             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
+                 if (document.path.filename() == "first.tif") {
+                     throw NotAStdException();
+                 }
+                 return open(document);
+             };
+         },
+         "first.tif could not be opened: an unexpected internal error"},
+        {"a standard error while writing",
+         [](engine::RunServices& services) {
+             services.write_png = [write = services.write_png](const engine::PagePicture& picture, const fs::path& target,
+                                                               const engine::PageWriteContext& context) {
+                 if (target.filename().string().find("first") != std::string::npos) {
+                     throw std::bad_cast();
+                 }
+                 write(picture, target, context);
+             };
+         },
+         "first.tif page 1 could not be converted: an unexpected internal error"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.title);
+        fs::remove_all(out());
+        engine::RunServices services = real_services();
+        c.spoil(services);
+        engine::BatchRun batch(std::move(services));
+        std::vector<std::string> lines;
+        batch.set_listener([&](const engine::RunEvent& event) {
+            if (!event.line.empty()) {
+                lines.push_back(event.line);
+            }
+        });
+        batch.prepare(options_for(out(), "PNG"), {admitted_row(first), admitted_row(second)});
+        batch.processall();
+        EXPECT_TRUE(batch.Timer1_Action().ended);
+        EXPECT_NE(std::find(lines.begin(), lines.end(), c.line), lines.end()) << ::testing::PrintToString(lines);
+        EXPECT_EQ(lines.back(), "second.PNG has been Saved");
+        EXPECT_EQ(batch.failures(), 1);
+    }
 }
 
 } // namespace

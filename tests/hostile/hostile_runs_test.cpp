@@ -2,9 +2,11 @@
 // Whole runs over hostile documents: every one gets a log line of its own, none stops the run,
 // and the good document after them is converted.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <thread>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
@@ -255,6 +257,34 @@ TEST_F(PageTimeLimit, AnExponentialPageIsAbandonedAndTheRunGoesOn)
     harness.run(options("PDF (Multipage)"), {raw_row(folder / "doubling.pdf", 1)});
     EXPECT_LT(Clock::now() - started, std::chrono::seconds(30));
     EXPECT_EQ(pdf_page_count(out() / "doubling.PDF"), 1);
+}
+
+TEST_F(PageTimeLimit, ClosingARunWhileAPageIsStuckReturnsAtOnce)
+{
+    write_doubling_forms_pdf(folder / "doubling.pdf", 40);
+    std::atomic<int> heard_after{0};
+    std::atomic<bool> closed{false};
+    Clock::duration took{};
+    {
+        engine::RunSession session(real_services());
+        session.set_listener([&](const engine::RunEvent &) { heard_after += closed ? 1 : 0; });
+        session.start(options("PNG"), {raw_row(folder / "doubling.pdf", 1), admitted_row(folder / "good.pdf")});
+        std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the page is being drawn
+        const auto started = Clock::now();
+        EXPECT_FALSE(session.shutdown(std::chrono::milliseconds(100)));
+        closed = true;
+        took = Clock::now() - started;
+    }
+    EXPECT_LT(took, std::chrono::milliseconds(800));
+    // The worker left behind ends with its page, delivering nothing and telling nobody.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    EXPECT_EQ(heard_after, 0);
+    std::error_code error;
+    EXPECT_TRUE(!fs::exists(out(), error) || fs::is_empty(out(), error));
+    const fs::path work = fs::path(std::getenv("XDG_DATA_HOME")) / "org.quirefold.extract";
+    for (fs::directory_iterator it(work, error), end; !error && it != end; it.increment(error)) {
+        EXPECT_NE(it->path().filename().string().rfind("run-", 0), 0u) << it->path();
+    }
 }
 
 TEST_F(HostileRuns, DeepNestingEndsWithAPageOrAReason)

@@ -264,9 +264,11 @@ TEST_F(FailedWrites, AnOutputFolderThatVanishesMidRunTakesNothingWithIt)
         RunHarness harness;
         harness.batch.set_jobs(1);
         // The folder goes while the first document's pages are under way.
-        harness.batch.set_log_listener([&](const engine::LogEvent &event) {
-            harness.lines.push_back(event.text);
-            if (event.text == "Page 1 is being Processed ") {
+        harness.batch.set_listener([&](const engine::RunEvent &event) {
+            if (!event.line.empty()) {
+                harness.lines.push_back(event.line);
+            }
+            if (event.line == "Page 1 is being Processed ") {
                 std::error_code ignored;
                 fs::remove_all(out, ignored);
             }
@@ -319,8 +321,12 @@ TEST_F(FailedWrites, AFailedSecurityPassDeliversNothingAndKeepsTheEarlierFile)
         auto run = [&](engine::RunServices services) {
             engine::BatchRun batch(std::move(services));
             std::vector<std::string> lines;
-            batch.set_log_listener(
-                [&](const engine::LogEvent &event) { lines.push_back(event.text); });
+            batch.set_listener(
+                [&](const engine::RunEvent &event) {
+                    if (!event.line.empty()) {
+                        lines.push_back(event.line);
+                    }
+                });
             auto values = options_for(out, kind.format);
             values.set(OptionId::pdfpassword, std::string("open-sesame"));
             values.set(OptionId::combineall, kind.combine);

@@ -67,9 +67,11 @@ TEST_F(StopDuringACombinedRun, EngineStopAtAnyPointLeavesWholeFiles)
             const fs::path out = folder / "out";
             fs::remove_all(out);
             RunHarness harness;
-            harness.batch.set_log_listener([&](const engine::LogEvent &event) {
-                harness.lines.push_back(event.text);
-                if (event.text == point.line) {
+            harness.batch.set_listener([&](const engine::RunEvent &event) {
+                if (!event.line.empty()) {
+                    harness.lines.push_back(event.line);
+                }
+                if (event.line == point.line) {
                     harness.batch.stop();
                 }
             });
@@ -103,6 +105,55 @@ TEST_F(StopDuringACombinedRun, EngineStopAtAnyPointLeavesWholeFiles)
             }
             EXPECT_EQ(scratch_left(std::getenv("XDG_DATA_HOME")), std::vector<std::string>{});
         }
+    }
+}
+
+TEST_F(StopDuringACombinedRun, AbortDeliversNothingMoreOfTheDocumentUnderWay)
+{
+    // Aborted on the second page of the second document, with pages prepared ahead: what was
+    // saved before stays whole, the document under way delivers nothing more, no combined file
+    // is made, and no temporary or scratch folder is left.
+    const struct
+    {
+        const char *format;
+        bool combine;
+        std::vector<std::string> names;
+    } cases[] = {
+        {"PDF (Multipage)", false, {"doc1.PDF"}},
+        {"PDF (Multipage)", true, {}},
+        {"PDF (Single Page)", false, {"doc1 Page 001.PDF", "doc1 Page 002.PDF", "doc1 Page 003.PDF", "doc2 Page 001.PDF"}},
+        {"TIFF (Multipage)", false, {"doc1.TIF"}},
+        {"TIFF (Multipage)", true, {}},
+        {"JPEG", false, {"doc1 Page 001.JPG", "doc1 Page 002.JPG", "doc1 Page 003.JPG", "doc2 Page 001.JPG"}},
+        {"TEXT", false, {"doc1.TXT"}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.format) + (c.combine ? " combined" : ""));
+        const fs::path out = folder / "out";
+        fs::remove_all(out);
+        RunHarness harness;
+        harness.batch.set_jobs(3);
+        harness.batch.set_listener([&](const engine::RunEvent &event) {
+            if (!event.line.empty()) {
+                harness.lines.push_back(event.line);
+            }
+            if (event.kind == engine::RunEventKind::PageStarted && event.document == "doc2.pdf" &&
+                event.page == 2) {
+                harness.batch.abort();
+            }
+        });
+        auto values = options_for(out, c.format);
+        values.set(OptionId::combineall, c.combine);
+        values.set(OptionId::DotsPerInch, std::string("36"));
+        std::vector<engine::ListRow> rows;
+        for (const auto &document : documents) {
+            rows.push_back(admitted_row(document));
+        }
+        harness.run(values, rows);
+
+        EXPECT_EQ(expect_only_whole_files(out), c.names) << ::testing::PrintToString(harness.lines);
+        EXPECT_EQ(harness.lines.back(), "Processing Terminated by User ");
+        EXPECT_EQ(scratch_left(std::getenv("XDG_DATA_HOME")), std::vector<std::string>{});
     }
 }
 
