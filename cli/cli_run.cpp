@@ -10,7 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "cli/cli_services.h"
+#include "app/run_services.h"
 #include "cli/terminal.h"
 #include "engine/batch_run.h"
 #include "engine/file_ops.h"
@@ -90,7 +90,7 @@ Admission admit(const CliRequest& request)
 
 int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int problems)
 {
-    engine::BatchRun run(make_run_services(resources_folder()));
+    engine::BatchRun run(app::make_run_services(app::resources_folder()));
     if (request.jobs > 0) {
         run.set_jobs(request.jobs);
     }

@@ -5,7 +5,7 @@
 
 #include "engine/services.h"
 
-namespace qf::cli {
+namespace qf::app {
 
 // The folder of the application's resources: <prefix>/share/quirefold beside an installed
 // program, else the source tree's resources/.
@@ -14,4 +14,4 @@ std::filesystem::path resources_folder();
 // Every page source and writer, plugged in for a run.
 engine::RunServices make_run_services(const std::filesystem::path& resources);
 
-} // namespace qf::cli
+} // namespace qf::app

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "cli/cli_services.h"
+#include "app/run_services.h"
 
 #include <system_error>
 
@@ -14,7 +14,7 @@
 #include "writers/png_writer.h"
 #include "writers/tiff_writer.h"
 
-namespace qf::cli {
+namespace qf::app {
 namespace fs = std::filesystem;
 
 fs::path resources_folder()
@@ -47,4 +47,4 @@ engine::RunServices make_run_services(const fs::path& resources)
     return services;
 }
 
-} // namespace qf::cli
+} // namespace qf::app
