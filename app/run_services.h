@@ -7,10 +7,6 @@
 
 namespace qf::app {
 
-// The folder of the application's resources: <prefix>/share/quirefold beside an installed
-// program, else the source tree's resources/.
-std::filesystem::path resources_folder();
-
 // Every page source and writer, plugged in for a run.
 engine::RunServices make_run_services(const std::filesystem::path& resources);
 

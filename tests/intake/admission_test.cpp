@@ -294,8 +294,8 @@ TEST(Admission, UnreadablePdfsCarryTheReadersReasonNotAPasswordOne)
         SCOPED_TRACE(std::string(c.name) + (c.ask_for_unreadable ? " asked" : " not asked"));
         ScriptedPrompt prompt({PromptAnswer::try_password("guess")});
         std::vector<engine::ListRow> rows;
-        const AdmissionReport report =
-            addtolist({candidate_for(folder / c.name)}, rows, prompt, {}, {.ask_for_unreadable_pdf = c.ask_for_unreadable});
+        const AdmissionRules rules{.ask_for_unreadable_pdf = c.ask_for_unreadable};
+        const AdmissionReport report = addtolist({candidate_for(folder / c.name)}, rows, prompt, {}, rules);
         EXPECT_EQ(prompt.asked.size(), c.asks);
         ASSERT_EQ(report.dropped.size(), 1u);
         const std::string& reason = report.dropped[0].reason;
