@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/run_services.h"
 
-
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
 #include "writers/deep_colour.h"
