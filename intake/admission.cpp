@@ -99,6 +99,8 @@ PdfOpening open_pdf(const fs::path& file, const std::string& password)
         opening.reason = e.reason();
     } catch (const std::bad_alloc&) {
         opening.reason = "not enough memory to read it";
+    } catch (const std::exception&) {
+        opening.reason = "not a readable PDF";
     }
     return opening;
 }
