@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/load_loop.h"
 
-#include <cerrno>
 #include <filesystem>
-#include <sys/stat.h>
 
 #include "app/failure_message.h"
 #include "intake/admission.h"
@@ -47,7 +45,9 @@ private:
             problem({(argument.empty() ? "\"\"" : argument) + ": no such file or folder"});
             return;
         }
-        if (request_.report_missing_paths && !exists_or_dangles(path)) {
+        // A link to nothing is as missing as nothing; a path that cannot be looked at (a folder
+        // without permission on the way) goes on to admission, which says why it cannot be read.
+        if (request_.report_missing_paths && !fs::exists(path, error) && !error) {
             problem({argument + ": no such file or folder"});
             return;
         }
@@ -67,13 +67,6 @@ private:
             return;
         }
         admit({path.string(), path.filename().string()}, false);
-    }
-
-    // A dangling link exists as far as the user can see; admission says what is wrong with it.
-    static bool exists_or_dangles(const fs::path& path)
-    {
-        struct stat info {};
-        return ::lstat(path.c_str(), &info) == 0 || errno != ENOENT;
     }
 
     void admit(const intake::Candidate& candidate, bool in_folder)
