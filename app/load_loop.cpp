@@ -69,6 +69,8 @@ private:
         admit({path.string(), path.filename().string()}, false);
     }
 
+    // One candidate a call, so that each row and each refusal is told as it happens; addtolist
+    // keeps nothing from one candidate to the next, so the rows are those of one call a folder.
     void admit(const intake::Candidate& candidate, bool in_folder)
     {
         std::vector<engine::ListRow> rows;
