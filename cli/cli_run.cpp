@@ -1,62 +1,52 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/cli_run.h"
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
-#include <thread>
-#include <unistd.h>
+#include <variant>
 
-#include "cli/cli_services.h"
+#include "app/interrupt.h"
+#include "app/loader.h"
+#include "app/run_services.h"
 #include "cli/terminal.h"
 #include "engine/batch_run.h"
-#include "engine/file_ops.h"
 #include "engine/page_selection.h"
 #include "engine/run_log.h"
-#include "engine/version.h"
-#include "engine/work_folder.h"
 #include "intake/admission.h"
-#include "intake/folder_walk.h"
 #include "settings/profile_file.h"
 
 namespace qf::cli {
-namespace fs = std::filesystem;
 namespace {
 
-std::atomic<int> g_interrupts{0};
+constexpr std::chrono::milliseconds kPollPeriod{100};
+constexpr const char* kStoppedAtOnce = "\nStopped at once.\n";
 
-// A first Ctrl-C asks the run to stop after the document under way; a second aborts the page
-// under way and ends the program. Should the run not give way in time, or the interrupt come
-// while nothing can be asked of it, the handler itself removes any file still being written
-// and the run's scratch folder, and ends the program.
-void remove_and_exit() noexcept
+// Ends the program after a second Ctrl-C: files still being written and the run's scratch
+// folder go, the terminal echoes again.
+[[noreturn]] void end_at_once()
 {
-    engine::remove_registered_temps();
-    engine::remove_scratch_folders();
-    constexpr char kMessage[] = "\nStopped at once.\n";
-    (void)!::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
-    ::_exit(kExitUsage);
+    app::remove_unfinished_files();
+    restore_terminal();
+    std::fputs(kStoppedAtOnce, stderr);
+    std::fflush(stderr);
+    std::_Exit(kExitUsage);
 }
 
-extern "C" void on_interrupt(int)
-{
-    if (g_interrupts.fetch_add(1) >= 2) {
-        remove_and_exit();
-    }
-}
-
-void stop_at_once(engine::RunSession& run)
+// A second Ctrl-C during a run aborts the page under way and waits a little for the run to
+// give way before the program ends.
+[[noreturn]] void stop_at_once(engine::RunSession& run)
 {
     run.shutdown(std::chrono::seconds(2));
-    remove_and_exit();
+    end_at_once();
 }
 
 struct Admission {
     std::vector<engine::ListRow> rows;
-    int problems = 0; // files named or found that could not be admitted
+    std::string report; // "N Images added to the list"
+    int problems = 0;   // files named or found that could not be admitted
+    bool interrupted = false;
 };
 
 void print_line(const std::string& line)
@@ -66,44 +56,65 @@ void print_line(const std::string& line)
     std::fflush(stdout);
 }
 
-void report_dropped(const intake::AdmissionReport& report, bool quiet_about_other_files, Admission& admission)
+void print_problem(const std::string& line)
 {
-    for (const auto& dropped : report.dropped) {
-        if (quiet_about_other_files && !intake::has_document_extension(dropped.candidate.name)) {
-            continue; // a folder's other files are simply not documents
-        }
-        std::fprintf(stderr, "%s\n", engine::loggable(dropped.candidate.name + " could not be opened: " + dropped.reason).c_str());
-        ++admission.problems;
-    }
+    std::fprintf(stderr, "%s\n", engine::loggable(line).c_str());
 }
 
+// Loads the paths on the loader's thread; password questions are answered here, from the
+// passwords given and the terminal. A Ctrl-C ends the load.
 Admission admit(const CliRequest& request)
 {
-    Admission admission;
+    app::LoadRequest load;
+    load.paths = request.paths;
+    load.recursive = request.recursive;
+    load.ask_for_unreadable_pdf = false; // no password typed here would make it readable
+    load.report_missing_paths = true;
+    app::Loader loader;
+    loader.send(load);
     CliPasswordPrompt prompt(request.passwords);
-    for (const auto& argument : request.paths) {
-        const fs::path path = fs::absolute(fs::path(argument)).lexically_normal();
-        std::error_code error;
-        if (fs::is_directory(path, error)) {
-            const intake::FolderWalk walk = intake::loadrecursive(path, request.recursive);
-            for (const auto& message : walk.messages) {
-                std::fprintf(stderr, "%s\n", engine::loggable(message).c_str());
-                ++admission.problems;
-            }
-            for (const auto& table : walk.tables) {
-                report_dropped(intake::addtolist(table.candidates, admission.rows, prompt), true, admission);
-            }
+    Admission admission;
+    bool cancel_sent = false;
+    for (;;) {
+        if (app::interrupt_count() > 1) {
+            end_at_once();
+        }
+        if (app::interrupt_count() > 0 && !cancel_sent) {
+            loader.send(app::CancelLoad{});
+            cancel_sent = true;
+        }
+        std::optional<app::LoaderEvent> event = loader.next_event(kPollPeriod);
+        if (!event) {
             continue;
         }
-        const intake::CandidateTable table{{path.string(), path.filename().string()}};
-        report_dropped(intake::addtolist(table, admission.rows, prompt), false, admission);
+        if (auto* admitted = std::get_if<app::RowAdmitted>(&*event)) {
+            admission.rows.push_back(std::move(admitted->row));
+        } else if (auto* problem = std::get_if<app::ProblemLine>(&*event)) {
+            print_problem(problem->line);
+        } else if (auto* question = std::get_if<app::PasswordAsked>(&*event)) {
+            const intake::PromptAnswer answer = prompt.ask(question->prompt_text, question->file_name);
+            loader.send(app::AnswerPassword{question->question, answer});
+        } else if (auto* finished = std::get_if<app::LoadFinished>(&*event)) {
+            admission.report = finished->summary.report;
+            admission.problems = finished->summary.problems;
+            admission.interrupted = finished->summary.cancelled;
+            return admission;
+        }
     }
-    return admission;
 }
 
-int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int problems)
+// The status of a finished run: 3 when anything asked for is missing, whether it failed, was
+// passed over, or was never reached because the run was stopped.
+int run_status(const engine::RunSession& run, std::size_t documents, int problems)
 {
-    engine::RunSession run(make_run_services(resources_folder()));
+    const bool all_reached = static_cast<std::size_t>(run.progressb()) >= documents;
+    return (run.failures() > 0 || problems > 0 || !all_reached) ? kExitSomeFailed : kExitAllWritten;
+}
+
+int convert(const CliRequest& request, const std::filesystem::path& resources,
+            const std::vector<engine::ListRow>& rows, int problems)
+{
+    engine::RunSession run(app::make_run_services(resources));
     if (request.jobs > 0) {
         run.set_jobs(request.jobs);
     }
@@ -117,22 +128,18 @@ int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int pr
         bar.clear();
         print_line(event.line);
     });
-    g_interrupts = 0;
-    std::signal(SIGINT, on_interrupt);
-    std::signal(SIGTERM, on_interrupt);
-
     run.start(request.values, rows);
     bool stop_asked = false;
     for (;;) {
         const engine::PumpTick tick = run.Timer1_Action();
-        if (g_interrupts > 0 && !stop_asked) {
+        if (app::interrupt_count() > 0 && !stop_asked) {
             stop_asked = true;
             run.stop();
             const std::lock_guard lock(output);
             bar.clear();
             std::fputs("Stopping after the document under way (Ctrl-C again to stop at once)\n", stderr);
         }
-        if (g_interrupts > 1) {
+        if (app::interrupt_count() > 1) {
             stop_at_once(run);
         }
         if (tick.ended || !tick.running) {
@@ -142,18 +149,37 @@ int convert(const CliRequest& request, std::vector<engine::ListRow> rows, int pr
             const std::lock_guard lock(output);
             bar.draw(tick.progress, tick.progress_max);
         }
-        run.wait_for_worker(std::chrono::milliseconds(100));
+        run.wait_for_worker(kPollPeriod);
     }
     bar.clear();
     print_line("All Done");
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
-    return (run.failures() > 0 || problems > 0 || stop_asked) ? kExitSomeFailed : kExitAllWritten;
+    return run_status(run, rows.size(), problems);
+}
+
+int load_and_convert(const CliRequest& request, const app::Startup& startup)
+{
+    Admission admission = admit(request);
+    if (admission.interrupted) {
+        std::fputs("Stopped while loading; nothing was converted\n", stderr);
+        return kExitSomeFailed;
+    }
+    print_line(admission.report);
+    if (request.pages_given) {
+        for (auto& row : admission.rows) {
+            row.cells[engine::column::ranges] = engine::checkrange(row.cells[engine::column::pages], request.pages);
+        }
+    }
+    const std::string refusal = engine::BatchRun::start_refusal(admission.rows.size(), request.values);
+    if (!refusal.empty()) {
+        std::fprintf(stderr, "%s\n", refusal.c_str());
+        return admission.problems > 0 ? kExitSomeFailed : kExitUsage;
+    }
+    return convert(request, startup.resources, admission.rows, admission.problems);
 }
 
 } // namespace
 
-int run_conversion(const CliRequest& request)
+int run_conversion(const CliRequest& request, const app::Startup& startup)
 {
     for (const auto& message : request.messages) {
         print_line(message);
@@ -172,19 +198,17 @@ int run_conversion(const CliRequest& request)
         std::fprintf(stderr, "quirefold-cli: no documents given (see --help)\n");
         return kExitUsage;
     }
-    Admission admission = admit(request);
-    print_line(intake::rows_added_report(static_cast<int>(admission.rows.size())));
-    if (request.pages_given) {
-        for (auto& row : admission.rows) {
-            row.cells[engine::column::ranges] = engine::checkrange(row.cells[engine::column::pages], request.pages);
-        }
-    }
-    const std::string refusal = engine::BatchRun::start_refusal(admission.rows.size(), request.values);
-    if (!refusal.empty()) {
-        std::fprintf(stderr, "%s\n", refusal.c_str());
-        return admission.problems > 0 ? kExitSomeFailed : kExitUsage;
-    }
-    return convert(request, std::move(admission.rows), admission.problems);
+    // A first Ctrl-C stops loading, or the run after the document under way; a second ends the
+    // program at once (the loops here give the run a moment to give way), and should that not
+    // come, a third ends it from the handler, removing files being written and the run's
+    // scratch folder.
+    app::catch_interrupts({.message = kStoppedAtOnce,
+                           .exit_status = kExitUsage,
+                           .before_exit = restore_terminal,
+                           .exit_at = 3});
+    const int status = load_and_convert(request, startup);
+    app::release_interrupts();
+    return status;
 }
 
 } // namespace qf::cli

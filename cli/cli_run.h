@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "app/startup.h"
 #include "cli/cli_options.h"
 
 namespace qf::cli {
@@ -11,6 +12,6 @@ inline constexpr int kExitSomeFailed = 3;
 
 // Admits the documents named by the request, runs the conversion and prints the log, oldest
 // line first, on standard output. Returns the exit status.
-int run_conversion(const CliRequest& request);
+int run_conversion(const CliRequest& request, const app::Startup& startup);
 
 } // namespace qf::cli

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <cstdio>
 #include <exception>
-#include <malloc.h>
 #include <string>
 #include <vector>
 
+#include "app/failure_message.h"
+#include "app/startup.h"
 #include "cli/cli_options.h"
 #include "cli/cli_run.h"
 #include "engine/version.h"
@@ -12,10 +13,6 @@
 int main(int argc, char** argv)
 {
     using namespace qf::cli;
-    // Page buffers are megabytes each: keep freed ones for the next page instead of handing them
-    // back to the system and faulting fresh zeroed memory in for every page.
-    mallopt(M_MMAP_THRESHOLD, 512 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 1024 * 1024 * 1024);
     try {
         const CliRequest request = parse_arguments(std::vector<std::string>(argv + 1, argv + argc));
         protect_passwords(request, argc, argv);
@@ -27,12 +24,12 @@ int main(int argc, char** argv)
             std::printf("quirefold-cli %s\n", qf::engine::kLongVersion);
             return kExitAllWritten;
         }
-        return run_conversion(request);
+        return run_conversion(request, qf::app::start_up());
     } catch (const UsageError& e) {
         std::fprintf(stderr, "quirefold-cli: %s\n", e.what());
         return kExitUsage;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "quirefold-cli: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "quirefold-cli: %s\n", qf::app::describe_failure(std::current_exception()).c_str());
         return kExitUsage;
     }
 }

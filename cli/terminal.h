@@ -10,7 +10,7 @@ namespace qf::cli {
 
 // Answers the password prompt of admission: the passwords given on the command line first,
 // in order, then a masked prompt on the terminal when there is one; otherwise nobody can
-// answer and the file is skipped.
+// answer and the file is skipped. A Ctrl-C while it waits for the terminal cancels.
 class CliPasswordPrompt final : public intake::PasswordPrompt {
 public:
     explicit CliPasswordPrompt(std::vector<std::string> passwords) : passwords_(std::move(passwords)) {}
@@ -21,6 +21,10 @@ private:
     std::string file_in_hand_;
     std::size_t next_ = 0;
 };
+
+// Gives the terminal its echo back when a password is being typed; safe in a signal handler,
+// for a program that ends at once.
+void restore_terminal() noexcept;
 
 // A one-line progress bar on standard error, drawn only when that is a terminal.
 class ProgressBar {

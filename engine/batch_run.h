@@ -235,6 +235,7 @@ public:
     bool wait_for_worker(std::chrono::milliseconds timeout) { return run_->wait_for_worker(timeout); }
 
     bool isrunning() const { return run_->isrunning(); }
+    int progressb() const { return run_->progressb(); }
     int failures() const { return run_->failures(); }
     std::string texttoadd() const { return run_->texttoadd(); }
 

@@ -2,17 +2,17 @@
 #include "intake/admission.h"
 
 #include <filesystem>
+#include <new>
 
+#include "engine/error.h"
 #include "engine/text_rules.h"
 #include "intake/tiff_probe.h"
-#include "sources/pdf_probe.h"
+#include "sources/pdf_mupdf.h"
 
 namespace qf::intake {
 namespace {
 
 namespace fs = std::filesystem;
-using sources::PdfProbe;
-using sources::probe_pdf;
 
 bool is_tiff_name(std::string_view name)
 {
@@ -70,30 +70,80 @@ Probed probe_tiff_candidate(const fs::path& file, CandidateInHand& hand)
     return probed;
 }
 
-// Asks for passwords until one opens the file or the prompt gives up.
+// What one attempt to open a PDF found.
+struct PdfOpening {
+    bool opened = false;         // read, with at least one page
+    int page_count = 0;          // 0 unless opened
+    bool needs_password = false; // encrypted, and the password tried does not open it
+    std::string reason;          // why it did not open, in the reader's words
+};
+
+PdfOpening open_pdf(const fs::path& file, const std::string& password)
+{
+    PdfOpening opening;
+    std::error_code ec;
+    if (fs::file_size(file, ec) == 0 && !ec) {
+        opening.reason = "the file is empty";
+        return opening;
+    }
+    try {
+        sources::MupdfDocument document(file, password);
+        opening.page_count = document.page_count();
+        opening.opened = opening.page_count >= 1;
+        if (!opening.opened) {
+            opening.page_count = 0;
+            opening.reason = "the document has no pages";
+        }
+    } catch (const engine::Error& e) {
+        opening.needs_password = e.kind() == engine::ErrorKind::Password;
+        opening.reason = e.reason();
+    } catch (const std::bad_alloc&) {
+        opening.reason = "not enough memory to read it";
+    } catch (const std::exception&) {
+        opening.reason = "not a readable PDF";
+    }
+    return opening;
+}
+
+// Why a PDF that the prompt gave up on is left out.
+std::string give_up_reason(const PromptAnswer& answer, const PdfOpening& opening, int attempts)
+{
+    if (!opening.needs_password) {
+        return opening.reason; // no password would help: say what is wrong with the file
+    }
+    if (answer.outcome == PromptAnswer::Outcome::cancel) {
+        return "cancelled";
+    }
+    return attempts == 0 ? "could not be opened without a password" : "the password does not open it";
+}
+
+// Asks for passwords until one opens the file or the prompt gives up. An encrypted file is
+// asked for again after every wrong password; one that cannot be read is asked for only as
+// the rules say, and comes back with the reader's reason rather than as a password question.
 void password_loop(const fs::path& file, const std::string& name, PasswordPrompt& prompt,
-                   CandidateInHand& hand, PdfProbe& pdf, Probed& probed)
+                   const AdmissionRules& rules, CandidateInHand& hand, PdfOpening& pdf, Probed& probed)
 {
     const std::string text = password_prompt_text(name);
     int attempts = 0;
     while (hand.jj == Jj::nogood) {
-        const PromptAnswer answer = prompt.ask(text, name);
+        if (!pdf.needs_password && !rules.ask_for_unreadable_pdf) {
+            hand.jj = Jj::cancel;
+            probed.reason = pdf.reason;
+            return;
+        }
+        const PromptAnswer answer =
+            pdf.needs_password ? prompt.ask(text, name) : prompt.ask_unreadable(text, name, pdf.reason);
         if (answer.outcome != PromptAnswer::Outcome::try_password) {
             hand.jj = Jj::cancel;
             hand.filepassword.clear();
-            if (answer.outcome == PromptAnswer::Outcome::cancel) {
-                probed.reason = "cancelled";
-            } else {
-                probed.reason = attempts == 0 ? "could not be opened without a password"
-                                              : "the password does not open it";
-            }
+            probed.reason = give_up_reason(answer, pdf, attempts);
             return;
         }
         hand.jj = Jj::attempt;
         hand.filepassword = answer.password;
         ++attempts;
-        pdf = probe_pdf(file, hand.filepassword);
-        if (pdf.opened && pdf.page_count >= 1) {
+        pdf = open_pdf(file, hand.filepassword);
+        if (pdf.opened) {
             hand.jj = Jj::good;
         } else {
             hand.jj = Jj::nogood;
@@ -103,7 +153,7 @@ void password_loop(const fs::path& file, const std::string& name, PasswordPrompt
 }
 
 Probed probe_pdf_candidate(const fs::path& file, const std::string& name, PasswordPrompt& prompt,
-                           CandidateInHand& hand)
+                           const AdmissionRules& rules, CandidateInHand& hand)
 {
     Probed probed;
     std::error_code ec;
@@ -116,11 +166,11 @@ Probed probe_pdf_candidate(const fs::path& file, const std::string& name, Passwo
         probed.reason = "not a regular file";
         return probed;
     }
-    // Whatever keeps the file from opening with the empty password leads to the prompt; an
+    // Whatever keeps the file from opening with the empty password leads to the loop; an
     // encrypted file that opens without one never reaches it.
-    PdfProbe pdf = probe_pdf(file, "");
+    PdfOpening pdf = open_pdf(file, "");
     hand.jj = pdf.opened ? Jj::good : Jj::nogood;
-    password_loop(file, name, prompt, hand, pdf, probed);
+    password_loop(file, name, prompt, rules, hand, pdf, probed);
     probed.page_count = pdf.page_count > 0 ? pdf.page_count : 1;
     return probed;
 }
@@ -160,10 +210,14 @@ std::string count_label(std::size_t row_count)
 }
 
 AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
-                          PasswordPrompt& prompt, const AdmissionProgress& progress)
+                          PasswordPrompt& prompt, const AdmissionProgress& progress,
+                          const AdmissionRules& rules)
 {
     AdmissionReport report;
     for (const Candidate& candidate : candidates) {
+        if (rules.cancelled && rules.cancelled()) {
+            break;
+        }
         CandidateInHand hand;
         Probed probed;
         bool admitted = false;
@@ -174,7 +228,7 @@ AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::
             const std::string folder = folder_cell(candidate.path);
             const fs::path file = fs::path(folder) / candidate.name;
             probed = is_tiff_name(candidate.name) ? probe_tiff_candidate(file, hand)
-                                                  : probe_pdf_candidate(file, candidate.name, prompt, hand);
+                                                  : probe_pdf_candidate(file, candidate.name, prompt, rules, hand);
             admitted = probed.page_count > 0 && hand.jj == Jj::good;
             if (admitted) {
                 rows.push_back(make_row(candidate, folder, probed, hand));

@@ -28,7 +28,9 @@ struct CandidateInHand {
 
 struct DroppedCandidate {
     Candidate candidate;
-    std::string reason; // "not a PDF or TIFF file", "no longer exists", "cancelled", ...
+    // "not a PDF or TIFF file", "no longer exists", "cancelled", "could not be opened without a
+    // password", or the reader's own words for a file it cannot read ("not a readable PDF: ...").
+    std::string reason;
 };
 
 struct AdmissionReport {
@@ -40,16 +42,28 @@ struct AdmissionReport {
 // so that a caller can show the running count of a long load.
 using AdmissionProgress = std::function<void(std::size_t row_count)>;
 
+struct AdmissionRules {
+    // A PDF that does not open although it is not encrypted (damaged, not a PDF at all, no
+    // pages): true puts the password question all the same, as every unopened PDF gets it in
+    // the window; false drops it at once with the reader's reason, for a front end where no
+    // password could help.
+    bool ask_for_unreadable_pdf = true;
+    // Asked before each candidate; true ends the call there, leaving the rest out unreported.
+    std::function<bool()> cancelled;
+};
+
 // addtolist: appends one row per admitted candidate to `rows`, in candidate order. A name
 // must end in ".PDF", ".TIF" or ".TIFF" (any case). The file probed is the candidate's name
 // in the folder of its path. TIFF: dropped when gone, unreadable or of 0 images; a tiled
-// first image makes a one-page "tiled~yes" row. PDF: a file gone gets a one-page row; one
-// that does not open with the empty password asks `prompt` until a password opens it or the
-// prompt gives up, which drops that file only. Cells: name, page count, "1", page count,
-// "1" or "1-N", the folder as an absolute path without a trailing "/", the password that
-// opened the file. Never throws for a file's sake.
+// first image makes a one-page "tiled~yes" row. PDF: a file gone gets a one-page row; an
+// encrypted one that does not open with the empty password asks `prompt` until a password
+// opens it or the prompt gives up, which drops that file only; one that cannot be read asks
+// too or is dropped, as `rules` say. Cells: name, page count, "1", page count, "1" or "1-N",
+// the folder as an absolute path without a trailing "/", the password that opened the file.
+// Never throws for a file's sake.
 AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
-                          PasswordPrompt& prompt, const AdmissionProgress& progress = {});
+                          PasswordPrompt& prompt, const AdmissionProgress& progress = {},
+                          const AdmissionRules& rules = {});
 
 // The extension test: the name ends in ".TIF", ".PDF" or ".TIFF" without regard to case.
 bool has_document_extension(std::string_view name);

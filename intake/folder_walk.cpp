@@ -21,10 +21,16 @@ struct Entry {
 
 class Walker {
 public:
-    Walker(bool recurse, FolderWalk& result) : recurse_(recurse), result_(result) {}
+    Walker(bool recurse, const std::function<bool()>& cancelled, FolderWalk& result)
+        : recurse_(recurse), cancelled_(cancelled), result_(result)
+    {
+    }
 
     void walk(const fs::path& folder)
     {
+        if (cancelled_ && cancelled_()) {
+            return;
+        }
         struct stat info {};
         if (::stat(folder.c_str(), &info) != 0) {
             report(folder, std::strerror(errno));
@@ -82,16 +88,17 @@ private:
     }
 
     bool recurse_;
+    const std::function<bool()>& cancelled_;
     FolderWalk& result_;
     std::set<std::pair<dev_t, ino_t>> visited_;
 };
 
 } // namespace
 
-FolderWalk loadrecursive(const fs::path& folder, bool recurse)
+FolderWalk loadrecursive(const fs::path& folder, bool recurse, const std::function<bool()>& cancelled)
 {
     FolderWalk result;
-    Walker(recurse, result).walk(folder);
+    Walker(recurse, cancelled, result).walk(folder);
     return result;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,9 @@ struct FolderWalk {
 // reached through symbolic links included) are walked depth first, and a folder's own table
 // comes after the tables of all its sub-folders. A folder already walked (same device and
 // inode) is not walked again, so link loops end. A folder that cannot be read gives a message
-// and the walk goes on. Folders without files give no table.
-FolderWalk loadrecursive(const std::filesystem::path& folder, bool recurse);
+// and the walk goes on. Folders without files give no table. `cancelled`, when given, is asked
+// before each folder; true ends the walk with the tables found so far.
+FolderWalk loadrecursive(const std::filesystem::path& folder, bool recurse,
+                         const std::function<bool()>& cancelled = {});
 
 } // namespace qf::intake

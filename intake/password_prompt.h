@@ -28,6 +28,15 @@ public:
     virtual ~PasswordPrompt() = default;
     // prompt_text begins with file_name, which the dialog may set apart.
     virtual PromptAnswer ask(const std::string& prompt_text, const std::string& file_name) = 0;
+    // Asked in place of ask() for a PDF that is not encrypted but cannot be read, where the
+    // front end keeps the question for such files; `reason` is the reader's. By default the
+    // same question as for an encrypted file.
+    virtual PromptAnswer ask_unreadable(const std::string& prompt_text, const std::string& file_name,
+                                        const std::string& reason)
+    {
+        (void)reason;
+        return ask(prompt_text, file_name);
+    }
 };
 
 } // namespace qf::intake

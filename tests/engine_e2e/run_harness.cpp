@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "cli/cli_services.h"
+#include "app/run_services.h"
 #include "intake/admission.h"
 
 namespace qf::test {
@@ -31,7 +31,7 @@ private:
 
 engine::RunServices real_services()
 {
-    return cli::make_run_services(fs::path(QF_SOURCE_DIR) / "resources");
+    return app::make_run_services(fs::path(QF_SOURCE_DIR) / "resources");
 }
 
 engine::ListRow admitted_row(const fs::path& file, const std::string& password)

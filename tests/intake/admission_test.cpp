@@ -255,8 +255,6 @@ TEST(Admission, GivingUpSaysWhyTheFileWasLeftOut)
         {"locked.pdf", {}, "could not be opened without a password", 1},
         {"locked.pdf", {PromptAnswer::try_password("guess")}, "the password does not open it", 2},
         {"locked.pdf", {PromptAnswer::try_password("guess"), PromptAnswer::cancel()}, "cancelled", 2},
-        // Damage that keeps a file from opening leads to the prompt as well.
-        {"damaged.pdf", {PromptAnswer::try_password("secret")}, "the password does not open it", 2},
     };
     for (const auto& c : cases) {
         ScriptedPrompt prompt(c.answers);
@@ -266,6 +264,42 @@ TEST(Admission, GivingUpSaysWhyTheFileWasLeftOut)
         ASSERT_EQ(report.dropped.size(), 1u) << c.reason;
         EXPECT_EQ(report.dropped[0].reason, c.reason);
         EXPECT_EQ(prompt.asked.size(), c.asks) << c.reason;
+    }
+}
+
+// A file that is not encrypted but cannot be read is never reported as wanting a password: the
+// window still asks (every unopened PDF does there), the command line does not, and both say
+// what the reader found wrong.
+TEST(Admission, UnreadablePdfsCarryTheReadersReasonNotAPasswordOne)
+{
+    TempFolder folder;
+    fixtures::write_pdf(folder / "locked.pdf", 1, "secret");
+    fixtures::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
+    fixtures::write_text_file(folder / "letter.pdf", "Dear reader,\nthis is a letter.\n");
+    fixtures::write_text_file(folder / "empty.pdf", "");
+    const struct {
+        const char* name;
+        bool ask_for_unreadable;
+        std::size_t asks;
+        const char* reason_start;
+    } cases[] = {
+        {"locked.pdf", false, 2, "the password does not open it"},
+        {"damaged.pdf", false, 0, "not a readable PDF: "},
+        {"letter.pdf", false, 0, "not a readable PDF: "},
+        {"empty.pdf", false, 0, "the file is empty"},
+        {"damaged.pdf", true, 2, "not a readable PDF: "},
+        {"empty.pdf", true, 2, "the file is empty"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + (c.ask_for_unreadable ? " asked" : " not asked"));
+        ScriptedPrompt prompt({PromptAnswer::try_password("guess")});
+        std::vector<engine::ListRow> rows;
+        const AdmissionRules rules{.ask_for_unreadable_pdf = c.ask_for_unreadable};
+        const AdmissionReport report = addtolist({candidate_for(folder / c.name)}, rows, prompt, {}, rules);
+        EXPECT_EQ(prompt.asked.size(), c.asks);
+        ASSERT_EQ(report.dropped.size(), 1u);
+        const std::string& reason = report.dropped[0].reason;
+        EXPECT_EQ(reason.rfind(c.reason_start, 0), 0u) << reason;
     }
 }
 

@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "cli/cli_services.h"
+#include "app/run_services.h"
 #include "engine/options.h"
 #include "tests/engine_e2e/run_harness.h"
 #include "tests/safety/safety_support.h"

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "cli/cli_services.h"
-
-#include <system_error>
+#include "app/run_services.h"
 
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
@@ -15,21 +13,8 @@
 #include "writers/text_writer.h"
 #include "writers/tiff_writer.h"
 
-namespace qf::cli {
+namespace qf::app {
 namespace fs = std::filesystem;
-
-fs::path resources_folder()
-{
-    std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        const fs::path installed = program.parent_path().parent_path() / "share" / "quirefold";
-        if (fs::is_directory(installed, error)) {
-            return installed;
-        }
-    }
-    return QF_SOURCE_RESOURCES;
-}
 
 engine::RunServices make_run_services(const fs::path& resources)
 {
@@ -49,4 +34,4 @@ engine::RunServices make_run_services(const fs::path& resources)
     return services;
 }
 
-} // namespace qf::cli
+} // namespace qf::app

@@ -5,13 +5,9 @@
 
 #include "engine/services.h"
 
-namespace qf::cli {
-
-// The folder of the application's resources: <prefix>/share/quirefold beside an installed
-// program, else the source tree's resources/.
-std::filesystem::path resources_folder();
+namespace qf::app {
 
 // Every page source and writer, plugged in for a run.
 engine::RunServices make_run_services(const std::filesystem::path& resources);
 
-} // namespace qf::cli
+} // namespace qf::app

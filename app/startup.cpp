@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "app/startup.h"
+
+#include <malloc.h>
+#include <system_error>
+
+#include "engine/work_folder.h"
+
+namespace qf::app {
+namespace fs = std::filesystem;
+namespace {
+
+// Page buffers are megabytes each: keep freed ones for the next page instead of handing them
+// back to the system and faulting fresh zeroed memory in for every page.
+void tune_allocator()
+{
+    mallopt(M_MMAP_THRESHOLD, 512 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 1024 * 1024 * 1024);
+}
+
+} // namespace
+
+fs::path resources_folder()
+{
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        const fs::path installed = program.parent_path().parent_path() / "share" / "quirefold";
+        if (fs::is_directory(installed, error)) {
+            return installed;
+        }
+    }
+    return QF_SOURCE_RESOURCES;
+}
+
+Startup start_up()
+{
+    tune_allocator();
+    Startup startup;
+    startup.work_folder = engine::work_folder();
+    engine::remove_abandoned_scratch(startup.work_folder);
+    startup.resources = resources_folder();
+    return startup;
+}
+
+} // namespace qf::app

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <filesystem>
+
+// What either program does before anything else: memory tuning, the work folder and the
+// resources folder.
+namespace qf::app {
+
+struct Startup {
+    std::filesystem::path work_folder; // created, with the scratch of ended runs cleared
+    std::filesystem::path resources;   // ICC profiles and the other files the program carries
+};
+
+// Tunes the allocator for page buffers, makes the work folder and removes the scratch folders
+// that runs killed outright left in it, and finds the resources. Call once, first thing in
+// main(), before any thread starts. Throws engine::Error(Output) when the work folder cannot be
+// made.
+Startup start_up();
+
+// The folder of the application's resources: <prefix>/share/quirefold beside an installed
+// program, else the source tree's resources/.
+std::filesystem::path resources_folder();
+
+} // namespace qf::app
