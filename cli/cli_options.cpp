@@ -63,12 +63,12 @@ const OptionSpec* find_flag(std::string_view name)
 
 void set_option(engine::OptionValues& values, const OptionSpec& spec, const std::string& flag, const std::string& text)
 {
-    switch (spec.kind) {
+    switch (spec.kind()) {
     case OptionKind::Popup: {
         const int row = settings::popup_row_by_name(spec, text);
         if (row < 0) {
             std::string known;
-            for (const auto& row_text : spec.rows) {
+            for (const auto& row_text : spec.rows()) {
                 known += (known.empty() ? "\"" : ", \"") + std::string(row_text) + "\"";
             }
             throw UsageError("--" + flag + " takes one of " + known + ", not \"" + text + "\"");
@@ -189,13 +189,13 @@ CliRequest parse_arguments(const std::vector<std::string>& arguments)
             }
             request.jobs = std::stoi(jobs);
         } else if (const OptionSpec* negated = name.rfind("no-", 0) == 0 ? find_flag(name.substr(3)) : nullptr;
-                   negated != nullptr && negated->kind == OptionKind::Check) {
+                   negated != nullptr && negated->kind() == OptionKind::Check) {
             if (inline_value) {
                 throw UsageError("--" + name + " takes no value");
             }
             request.values.set(negated->id, false);
         } else if (const OptionSpec* spec = find_flag(name)) {
-            if (spec->kind == OptionKind::Check) {
+            if (spec->kind() == OptionKind::Check) {
                 if (inline_value) {
                     throw UsageError("--" + name + " takes no value; use --no-" + name + " to turn it off");
                 }
@@ -263,17 +263,17 @@ std::string help_text()
             continue;
         }
         std::string line = "  --" + std::string(spec.cli_flag);
-        if (spec.kind == OptionKind::Popup) {
+        if (spec.kind() == OptionKind::Popup) {
             line += " ROW";
-        } else if (spec.kind == OptionKind::Text) {
+        } else if (spec.kind() == OptionKind::Text) {
             line += " TEXT";
         }
         line.resize(std::max<std::size_t>(line.size() + 1, 35), ' ');
         text += line + std::string(spec.help) + "\n";
-        if (spec.kind == OptionKind::Popup) {
+        if (spec.kind() == OptionKind::Popup) {
             std::string rows = "      rows:";
-            for (std::size_t row = 0; row < spec.rows.size(); ++row) {
-                rows += (row ? ", \"" : " \"") + std::string(spec.rows[row]) + "\"";
+            for (std::size_t row = 0; row < spec.rows().size(); ++row) {
+                rows += (row ? ", \"" : " \"") + std::string(spec.rows()[row]) + "\"";
             }
             for (const auto& alias : spec.aliases) {
                 rows += (&alias == &spec.aliases.front() ? "; or " : ", ") + std::string(alias.alias);

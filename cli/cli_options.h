@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/options.h"
+#include "settings/option_table.h"
 
 namespace qf::cli {
 
@@ -17,7 +18,7 @@ public:
 };
 
 struct CliRequest {
-    engine::OptionValues values;        // the profile's, then the flags'
+    engine::OptionValues values = settings::default_values(); // then the profile's, the flags'
     std::vector<std::string> paths;     // files and folders, in the order given
     bool recursive = false;             // walk sub-folders of the folders given
     bool pages_given = false;
