@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/options.h"
+#include "settings/option_table.h"
 
 namespace qf::cli {
 
@@ -17,11 +18,11 @@ public:
 };
 
 struct CliRequest {
-    engine::OptionValues values;        // the profile's, then the flags'
+    engine::OptionValues values = settings::default_values(); // then the profile's, the flags'
     std::vector<std::string> paths;     // files and folders, in the order given
     bool recursive = false;             // walk sub-folders of the folders given
     bool pages_given = false;
-    std::string pages;                  // range text for every document
+    std::string pages;                  // range text for every document, normalised per document
     std::vector<std::string> passwords; // tried in order on every PDF that needs one
     // Where the arguments hold a password (an unlock password, or one of the PDF output's)
     // given on the command line: the argument's index
@@ -35,7 +36,9 @@ struct CliRequest {
 };
 
 // Parses the arguments (without the program name). A --profile is applied before any other
-// option, whatever its place. Throws UsageError.
+// option, whatever its place; of the others, a later flag wins over an earlier one (--pages
+// turns usepageranges on where it stands). Throws UsageError, and nothing else, with a message
+// for the user.
 CliRequest parse_arguments(const std::vector<std::string>& arguments);
 
 // Overwrites the passwords that `request` found in the program's own argument vector (argv[0]

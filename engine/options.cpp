@@ -29,60 +29,6 @@ constexpr std::array<CodedRow, 7> kTiffCodes = {{
 
 } // namespace
 
-OptionValues::OptionValues()
-{
-    using enum OptionId;
-    set(imageformat, 0);
-    set(ZeroPadding, 2);
-    set(combinedfilename, std::string("Combine"));
-    set(jpgquality, std::string("75"));
-    set(DotsPerInch, std::string("150"));
-    set(zoomfactor, 2);
-    set(combineall, false);
-    set(tiffcompression, 0);
-    set(colordepth48, false);
-    set(tiffcopyright, std::string());
-    set(tiffdocumentname, std::string());
-    set(showpdf, 2);
-    set(pdfversionnumber, 7);
-    set(flattenpdf, false);
-    set(pdfauthor, std::string());
-    set(pdftitle, std::string());
-    set(pdfsubject, std::string());
-    set(pdfpassword, std::string());
-    set(hidepassword, false);
-    set(pdffullpassword, std::string());
-    set(hidepassword1, false);
-    set(encryptionlevel, 0);
-    set(allowcopy, true);
-    set(allowprint, true);
-    set(allowannotation, true);
-    set(savein, std::string());
-    set(usepageranges, false);
-    set(onefileonefolder, false);
-}
-
-std::span<const std::string_view> popup_rows(OptionId id)
-{
-    switch (id) {
-    case OptionId::imageformat:
-        return kImageFormatRows;
-    case OptionId::tiffcompression:
-        return kTiffCompressionRows;
-    case OptionId::ZeroPadding:
-    case OptionId::zoomfactor:
-        return kOneToTenRows;
-    case OptionId::showpdf:
-        return kShowPdfRows;
-    case OptionId::encryptionlevel:
-        return kEncryptionLevelRows;
-    case OptionId::pdfversionnumber:
-        return kPdfVersionRows;
-    default:
-        return {};
-    }
-}
-
 std::string row_text(const OptionValues& values, OptionId id)
 {
     const auto rows = popup_rows(id);

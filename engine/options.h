@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 namespace qf::engine {
@@ -38,18 +39,20 @@ enum class OptionId {
     allowannotation,
     savein,
     usepageranges,
-    onefileonefolder,
+    onefileonefolder, // the last: kOptionCount counts up to it
 };
-inline constexpr std::size_t kOptionCount = 28;
+inline constexpr std::size_t kOptionCount = static_cast<std::size_t>(OptionId::onefileonefolder) + 1;
 
 // A popup's selected row index, a check box, or a text field's text.
 using OptionValue = std::variant<int, bool, std::string>;
 
 // The live values of all options: what the window's controls hold, or what the command line
-// and a profile made of them. preprocesscheck reads them; nothing here is validated.
+// and a profile made of them. preprocesscheck reads them; nothing here is validated. The
+// engine knows no option's default: the option table (settings::default_values) makes the
+// first set of values, and everything else copies and changes it.
 class OptionValues {
 public:
-    OptionValues(); // every option at its default
+    explicit OptionValues(std::array<OptionValue, kOptionCount> values) : values_(std::move(values)) {}
 
     int row(OptionId id) const { return std::get<int>(at(id)); }
     bool flag(OptionId id) const { return std::get<bool>(at(id)); }
@@ -78,8 +81,28 @@ inline constexpr std::array<std::string_view, 18> kPdfVersionRows = {
     "PDF 1.0", "PDF 1.1", "PDF 1.2", "PDF 1.3",  "PDF 1.4",  "PDF 1.5",  "PDF 1.6",  "PDF 1.7",  "PDF 2.0",
     "PDF/X-4", "PDF/A 1a", "PDF/A 1b", "PDF/A 2a", "PDF/A 2b", "PDF/A 2u", "PDF/A 3a", "PDF/A 3b", "PDF/A 3u"};
 
-// The rows of a popup option; empty for check boxes and texts.
-std::span<const std::string_view> popup_rows(OptionId id);
+// The rows of a popup option; empty for check boxes and texts. The run compares these texts,
+// so they live here, beside the codes the run makes of them; the option table reads them.
+constexpr std::span<const std::string_view> popup_rows(OptionId id)
+{
+    switch (id) {
+    case OptionId::imageformat:
+        return kImageFormatRows;
+    case OptionId::tiffcompression:
+        return kTiffCompressionRows;
+    case OptionId::ZeroPadding:
+    case OptionId::zoomfactor:
+        return kOneToTenRows;
+    case OptionId::showpdf:
+        return kShowPdfRows;
+    case OptionId::encryptionlevel:
+        return kEncryptionLevelRows;
+    case OptionId::pdfversionnumber:
+        return kPdfVersionRows;
+    default:
+        return {};
+    }
+}
 
 // The text of a popup's selected row; empty when the index is outside the rows.
 std::string row_text(const OptionValues& values, OptionId id);

@@ -17,7 +17,7 @@ using namespace qf;
 void check_popups(const engine::OptionValues &values)
 {
     for (const settings::OptionSpec &spec : settings::option_table()) {
-        if (spec.kind == settings::OptionKind::Popup) {
+        if (spec.kind() == settings::OptionKind::Popup) {
             qf::fuzz::require(settings::selects_row(spec, values.row(spec.id)),
                               "every popup of a loaded profile selects a row");
         }
@@ -29,7 +29,7 @@ engine::OptionValues round_trip(const engine::OptionValues &values)
 {
     const auto saved_path = qf::fuzz::scratch_folder() / "saved.qfk";
     qf::fuzz::require(settings::savetoxml(saved_path, values).ok, "loaded settings can be saved");
-    engine::OptionValues reloaded;
+    engine::OptionValues reloaded = settings::default_values();
     const bool reloaded_ok = settings::loadfromxml(saved_path, reloaded).ok;
     std::error_code ignored;
     std::filesystem::remove(saved_path, ignored);
@@ -42,8 +42,8 @@ engine::OptionValues round_trip(const engine::OptionValues &values)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const qf::fuzz::InputFile input(data, size, "profile.qfk");
-    const engine::OptionValues defaults;
-    engine::OptionValues values;
+    const engine::OptionValues defaults = settings::default_values();
+    engine::OptionValues values = defaults;
     const settings::ProfileOutcome outcome = settings::loadfromxml(input.path(), values);
     qf::fuzz::require(!outcome.message.empty(), "loading says what happened");
     if (!outcome.ok) {

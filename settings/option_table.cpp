@@ -2,7 +2,6 @@
 #include "settings/option_table.h"
 
 #include <array>
-#include <cassert>
 
 #include "engine/text_rules.h"
 
@@ -11,119 +10,110 @@ namespace {
 
 using engine::OptionId;
 
-constexpr std::array<RowAlias, 9> kImageFormatAliases = {{
-    {"pdf", 0},
-    {"pdf-single", 1},
-    {"jpeg", 2},
-    {"jpg", 2},
-    {"png", 3},
-    {"tiff", 4},
-    {"tiff-single", 5},
-    {"text", 6},
-    {"txt", 6},
-}};
+constexpr char lower(char c)
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
-constexpr std::array<RowAlias, 8> kTiffCompressionAliases = {{
-    {"none", 0},
-    {"packbits", 1},
-    {"lzw", 2},
-    {"g3", 3},
-    {"g4", 4},
-    {"jpeg", 5},
-    {"deflate", 6},
-    {"rle", 7},
-}};
+constexpr bool same_name(std::string_view a, std::string_view b)
+{
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (lower(a[i]) != lower(b[i])) {
+            return false;
+        }
+    }
+    return true;
+}
 
-constexpr std::array<RowAlias, 3> kShowPdfAliases = {{
-    {"no", 0},
-    {"yes", 1},
-    {"tiff-or-pdf", 2},
-}};
+// Each row sits at the index of its OptionId, so option_spec is an index.
+constexpr bool rows_in_id_order()
+{
+    for (std::size_t i = 0; i < kOptionTable.size(); ++i) {
+        if (static_cast<std::size_t>(kOptionTable[i].id) != i) {
+            return false;
+        }
+    }
+    return true;
+}
 
-constexpr std::array<RowAlias, 4> kEncryptionLevelAliases = {{
-    {"rc4-40", 0},
-    {"rc4-128", 1},
-    {"aes-128", 2},
-    {"aes-256", 3},
-}};
+// A popup has rows and a default among them; its aliases name rows it has; nothing else has
+// rows or aliases; every option has help.
+constexpr bool kinds_agree()
+{
+    for (const OptionSpec& spec : kOptionTable) {
+        const bool is_popup = spec.kind() == OptionKind::Popup;
+        if (is_popup != !spec.rows().empty() || (is_popup && !selects_row(spec, spec.initial.row)) ||
+            (!is_popup && !spec.aliases.empty()) || spec.help.empty() || spec.cli_flag.empty()) {
+            return false;
+        }
+        for (const RowAlias& alias : spec.aliases) {
+            if (!selects_row(spec, alias.row)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
 
-constexpr std::array<RowAlias, 18> kPdfVersionAliases = {{
-    {"1.0", 0},      {"1.1", 1},      {"1.2", 2},      {"1.3", 3},      {"1.4", 4},      {"1.5", 5},
-    {"1.6", 6},      {"1.7", 7},      {"2.0", 8},      {"pdfx-4", 9},   {"pdfa-1a", 10}, {"pdfa-1b", 11},
-    {"pdfa-2a", 12}, {"pdfa-2b", 13}, {"pdfa-2u", 14}, {"pdfa-3a", 15}, {"pdfa-3b", 16}, {"pdfa-3u", 17},
-}};
+// No two options answer to one name, and no two aliases of a popup are one name.
+constexpr bool names_unique(std::string_view OptionSpec::*name)
+{
+    for (std::size_t i = 0; i < kOptionTable.size(); ++i) {
+        for (std::size_t j = i + 1; j < kOptionTable.size(); ++j) {
+            const std::string_view a = kOptionTable[i].*name;
+            if (!a.empty() && same_name(a, kOptionTable[j].*name)) {
+                return false;
+            }
+        }
+        const auto aliases = kOptionTable[i].aliases;
+        for (std::size_t a = 0; a < aliases.size(); ++a) {
+            for (std::size_t b = a + 1; b < aliases.size(); ++b) {
+                if (same_name(aliases[a].alias, aliases[b].alias)) {
+                    return false;
+                }
+            }
+        }
+    }
+    return true;
+}
 
-constexpr std::span<const RowAlias> kNoAliases{};
-constexpr std::span<const std::string_view> kNoRows{};
+// The options that have `name` take the places 0 to count - 1 of an order, each once; the
+// others have no place.
+constexpr bool is_order(int OptionSpec::*place, std::string_view OptionSpec::*name, std::size_t count)
+{
+    std::array<int, engine::kOptionCount> taken{};
+    std::size_t placed = 0;
+    for (const OptionSpec& spec : kOptionTable) {
+        const int at = spec.*place;
+        if ((spec.*name).empty() != (at == kNowhere)) {
+            return false;
+        }
+        if (at == kNowhere) {
+            continue;
+        }
+        if (at < 0 || static_cast<std::size_t>(at) >= count || taken[static_cast<std::size_t>(at)]++ != 0) {
+            return false;
+        }
+        ++placed;
+    }
+    return placed == count;
+}
 
-constexpr OptionKind Popup = OptionKind::Popup;
-constexpr OptionKind Check = OptionKind::Check;
-constexpr OptionKind Text = OptionKind::Text;
-
-// One row per option, in the order of OptionId. Defaults live in engine::OptionValues.
-const std::array<OptionSpec, engine::kOptionCount> kOptionTable = {{
-    {OptionId::imageformat, "imageformat", "imageformat", "imageformat", "imageformat", Popup,
-     engine::kImageFormatRows, kImageFormatAliases,
-     "output format: pdf, pdf-single, jpeg, png, tiff, tiff-single or text"},
-    {OptionId::ZeroPadding, "ZeroPadding", "zeropadding", "zeropadding", "zeropadding", Popup,
-     engine::kOneToTenRows, kNoAliases, "digits of the page number in output names, 1 to 10"},
-    {OptionId::combinedfilename, "combinedfilename", "combinedfilename", "combinedfilename",
-     "combinedfilename", Text, kNoRows, kNoAliases, "name of the combined file of a combined run"},
-    {OptionId::jpgquality, "jpgquality", "jpgquality", "jpgquality", "jpgquality", Text, kNoRows,
-     kNoAliases, "JPEG quality in percent, 10 to 100"},
-    {OptionId::DotsPerInch, "DotsPerInch", "dotsperinch", "dotsperinch", "dotsperinch", Text, kNoRows,
-     kNoAliases, "output resolution in dots per inch; below 72 runs as 72"},
-    {OptionId::zoomfactor, "zoomfactor", "zoomfactor", "zoomfactor", "zoomfactor", Popup,
-     engine::kOneToTenRows, kNoAliases, "zoom factor of rendered PDF pages, 1 to 10"},
-    {OptionId::combineall, "combineall", "combineall", "combineall", "combineall", Check, kNoRows,
-     kNoAliases, "combine all documents into one file (multipage PDF and TIFF only)"},
-    {OptionId::tiffcompression, "tiffcompression", "tiffcompression", "tiffcompression",
-     "tiffcompression", Popup, engine::kTiffCompressionRows, kTiffCompressionAliases,
-     "TIFF compression: none, packbits, lzw, g3, g4, jpeg, deflate or rle"},
-    {OptionId::colordepth48, "colordepth48", "colordepth48", "colordepth48", "colordepth48", Check,
-     kNoRows, kNoAliases, "write TIFF files at 48 bits per pixel"},
-    {OptionId::tiffcopyright, "tiffcopyright", "tiffcopyright", "tiffcopyright", "tiffcopyright", Text,
-     kNoRows, kNoAliases, "copyright text of TIFF and JPEG output"},
-    {OptionId::tiffdocumentname, "tiffdocumentname", "", "", "tiffdocumentname", Text, kNoRows,
-     kNoAliases, "document name of TIFF output"},
-    {OptionId::showpdf, "showpdf", "showpdf", "", "showpdf", Popup, engine::kShowPdfRows,
-     kShowPdfAliases, "show the created file: no, yes or tiff-or-pdf"},
-    {OptionId::pdfversionnumber, "pdfversionnumber", "pdfversionnumber", "", "pdfversionnumber", Popup,
-     engine::kPdfVersionRows, kPdfVersionAliases,
-     "PDF version or conformance: 1.0 to 2.0, pdfx-4, pdfa-1a, pdfa-1b, pdfa-2a, pdfa-2b, pdfa-2u, "
-     "pdfa-3a, pdfa-3b or pdfa-3u"},
-    {OptionId::flattenpdf, "flattenpdf", "flattenpdf", "flattenpdf", "flattenpdf", Check, kNoRows,
-     kNoAliases, "flatten forms and annotations of PDF output"},
-    {OptionId::pdfauthor, "pdfauthor", "pdfauthor", "pdfauthor", "pdfauthor", Text, kNoRows, kNoAliases,
-     "author of PDF and JPEG output"},
-    {OptionId::pdftitle, "pdftitle", "pdftitle", "pdftitle", "pdftitle", Text, kNoRows, kNoAliases,
-     "title of PDF output"},
-    {OptionId::pdfsubject, "pdfsubject", "pdfsubject", "pdfsubject", "pdfsubject", Text, kNoRows,
-     kNoAliases, "subject of PDF output"},
-    {OptionId::pdfpassword, "pdfpassword", "pdfpassword", "pdfpassword", "pdfpassword", Text, kNoRows,
-     kNoAliases, "viewing password of PDF output"},
-    {OptionId::hidepassword, "hidepassword", "hidepassword", "hidepassword", "hidepassword", Check,
-     kNoRows, kNoAliases, "mask the viewing password in the window"},
-    {OptionId::pdffullpassword, "pdffullpassword", "pdffullpassword", "pdffullpassword",
-     "pdffullpassword", Text, kNoRows, kNoAliases, "master password of PDF output"},
-    {OptionId::hidepassword1, "hidepassword1", "hidepassword1", "hidepassword1", "hidepassword1", Check,
-     kNoRows, kNoAliases, "mask the master password in the window"},
-    {OptionId::encryptionlevel, "encryptionlevel", "encryptionlevel", "encrytpionlevel",
-     "encryptionlevel", Popup, engine::kEncryptionLevelRows, kEncryptionLevelAliases,
-     "PDF encryption: rc4-40, rc4-128, aes-128 or aes-256"},
-    {OptionId::allowcopy, "allowcopy", "allowcopy", "allowcopy", "allowcopy", Check, kNoRows, kNoAliases,
-     "allow copying from encrypted PDF output"},
-    {OptionId::allowprint, "allowprint", "allowprint", "allowprint", "allowprint", Check, kNoRows,
-     kNoAliases, "allow printing of encrypted PDF output"},
-    {OptionId::allowannotation, "allowannotation", "allowannotation", "allowannotation",
-     "allowannotation", Check, kNoRows, kNoAliases, "allow annotating encrypted PDF output"},
-    {OptionId::savein, "savein", "savein", "", "savein", Text, kNoRows, kNoAliases,
-     "folder to save in, or [Source Folder] for each document's own folder"},
-    {OptionId::usepageranges, "usepageranges", "usepageranges", "usepageranges", "usepageranges", Check,
-     kNoRows, kNoAliases, "take pages from each document's page-range text, not From and To"},
-    {OptionId::onefileonefolder, "onefileonefolder", "onefileonefolder", "onefileonefolder",
-     "onefileonefolder", Check, kNoRows, kNoAliases, "put each document's pages in a folder of its own"},
-}};
+static_assert(kOptionTable.size() == engine::kOptionCount);
+static_assert(rows_in_id_order(), "a row of the option table is out of OptionId order");
+static_assert(kinds_agree(), "a row's kind, rows, default or aliases disagree");
+static_assert(names_unique(&OptionSpec::cli_flag) && names_unique(&OptionSpec::pref_key) &&
+                  names_unique(&OptionSpec::profile_attr),
+              "two options share a flag, key, attribute or alias");
+static_assert(is_order(&OptionSpec::pref_restore, &OptionSpec::pref_key, kPreferenceCount),
+              "the preference restore places are not 0 to 26, once each");
+static_assert(is_order(&OptionSpec::pref_write, &OptionSpec::pref_key, kPreferenceCount),
+              "the preference write places are not 0 to 26, once each");
+static_assert(is_order(&OptionSpec::profile_place, &OptionSpec::profile_attr, kProfileCount),
+              "the profile places are not 0 to 23, once each");
 
 const OptionSpec* find_by(std::string_view OptionSpec::*field, std::string_view name)
 {
@@ -140,16 +130,41 @@ const OptionSpec* find_by(std::string_view OptionSpec::*field, std::string_view 
 
 } // namespace
 
-std::span<const OptionSpec> option_table()
+engine::OptionValues default_values()
 {
-    return kOptionTable;
+    std::array<engine::OptionValue, engine::kOptionCount> values;
+    for (const OptionSpec& spec : kOptionTable) {
+        auto& value = values[static_cast<std::size_t>(spec.id)];
+        switch (spec.kind()) {
+        case OptionKind::Popup:
+            value = spec.initial.row;
+            break;
+        case OptionKind::Check:
+            value = spec.initial.on;
+            break;
+        case OptionKind::Text:
+            value = std::string(spec.initial.text);
+            break;
+        }
+    }
+    return engine::OptionValues(std::move(values));
 }
 
-const OptionSpec& option_spec(engine::OptionId id)
+void restore_row(const OptionSpec& spec, std::string_view stored, engine::OptionValues& values)
 {
-    const auto index = static_cast<std::size_t>(id);
-    assert(index < kOptionTable.size() && kOptionTable[index].id == id);
-    return kOptionTable[index];
+    const int row = engine::whole_val(stored);
+    if (selects_row(spec, row)) {
+        values.set(spec.id, row);
+    } else if (spec.id == OptionId::zoomfactor) {
+        values.set(spec.id, -1);
+    }
+}
+
+void finish_restore(engine::OptionValues& values)
+{
+    if (!selects_row(option_spec(OptionId::zoomfactor), values.row(OptionId::zoomfactor))) {
+        values.set(OptionId::zoomfactor, kZoomFallbackRow);
+    }
 }
 
 const OptionSpec* find_by_flag(std::string_view name)
@@ -169,8 +184,9 @@ const OptionSpec* find_by_profile_attr(std::string_view name)
 
 int popup_row_by_name(const OptionSpec& spec, std::string_view name)
 {
-    for (std::size_t row = 0; row < spec.rows.size(); ++row) {
-        if (engine::iequals(spec.rows[row], name)) {
+    const auto rows = spec.rows();
+    for (std::size_t row = 0; row < rows.size(); ++row) {
+        if (engine::iequals(rows[row], name)) {
             return static_cast<int>(row);
         }
     }
@@ -180,11 +196,6 @@ int popup_row_by_name(const OptionSpec& spec, std::string_view name)
         }
     }
     return -1;
-}
-
-bool selects_row(const OptionSpec& spec, int row)
-{
-    return row >= 0 && static_cast<std::size_t>(row) < spec.rows.size();
 }
 
 } // namespace qf::settings

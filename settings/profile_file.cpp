@@ -27,19 +27,9 @@ constexpr const char* kElementName = "QF";
 constexpr const char* kVersionAttr = "version";
 // Profiles written by us carry the misspelt name; a correctly spelt one is read as well.
 constexpr const char* kEncryptionLevelAlternative = "encryptionlevel";
-constexpr int kZoomFallbackRow = 3;
 
 // The order of the elements after the version, fixed by the file format.
-constexpr std::array<OptionId, 24> kWriteOrder = {
-    OptionId::combineall,      OptionId::flattenpdf,      OptionId::combinedfilename,
-    OptionId::zoomfactor,      OptionId::colordepth48,    OptionId::imageformat,
-    OptionId::tiffcompression, OptionId::jpgquality,      OptionId::DotsPerInch,
-    OptionId::ZeroPadding,     OptionId::usepageranges,   OptionId::onefileonefolder,
-    OptionId::pdfpassword,     OptionId::hidepassword,    OptionId::pdffullpassword,
-    OptionId::hidepassword1,   OptionId::allowannotation, OptionId::allowprint,
-    OptionId::allowcopy,       OptionId::encryptionlevel, OptionId::tiffcopyright,
-    OptionId::pdfauthor,       OptionId::pdfsubject,      OptionId::pdftitle,
-};
+constexpr auto kWriteOrder = options_in_order<kProfileCount>(&OptionSpec::profile_place);
 
 bool is_password(OptionId id)
 {
@@ -61,7 +51,7 @@ std::string lower_first(std::string text)
 
 std::string attribute_value(const OptionSpec& spec, const engine::OptionValues& values)
 {
-    switch (spec.kind) {
+    switch (spec.kind()) {
     case OptionKind::Check:
         return values.flag(spec.id) ? "true" : "false";
     case OptionKind::Popup:
@@ -122,16 +112,6 @@ const OptionSpec* option_of_attribute(std::string_view name)
     return find_by_profile_attr(name);
 }
 
-void apply_popup(const OptionSpec& spec, std::string_view value, engine::OptionValues& values)
-{
-    const int row = engine::whole_val(value);
-    if (selects_row(spec, row)) {
-        values.set(spec.id, row);
-    } else if (spec.id == OptionId::zoomfactor) {
-        values.set(spec.id, -1); // no row: the fallback below picks one
-    }
-}
-
 // Applies the root's elements to `values`; false, with `problem` set, on an element without
 // an attribute (values are then half applied and must be thrown away).
 bool apply_elements(const pugi::xml_node& root, engine::OptionValues& values, std::string& problem)
@@ -157,12 +137,12 @@ bool apply_elements(const pugi::xml_node& root, engine::OptionValues& values, st
         if (spec == nullptr) {
             continue;
         }
-        switch (spec->kind) {
+        switch (spec->kind()) {
         case OptionKind::Check:
             values.set(spec->id, engine::iequals(value, "true"));
             break;
         case OptionKind::Popup:
-            apply_popup(*spec, value, values);
+            restore_row(*spec, value, values);
             break;
         case OptionKind::Text:
             values.set(spec->id, value);
@@ -172,9 +152,7 @@ bool apply_elements(const pugi::xml_node& root, engine::OptionValues& values, st
             break;
         }
     }
-    if (!selects_row(option_spec(OptionId::zoomfactor), values.row(OptionId::zoomfactor))) {
-        values.set(OptionId::zoomfactor, kZoomFallbackRow);
-    }
+    finish_restore(values);
     // Profiles of our own writer carry a version and encoded passwords; a hand-made profile
     // without one holds them in clear.
     if (!engine::trim(version).empty()) {

@@ -19,6 +19,7 @@
 #include <tiffio.h>
 
 #include "engine/options.h"
+#include "settings/option_table.h"
 #include "settings/profile_file.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
@@ -62,7 +63,7 @@ void write_range_seeds(const fs::path &folder)
 void write_profile_seeds(const fs::path &folder)
 {
     using qf::engine::OptionId;
-    qf::engine::OptionValues values;
+    qf::engine::OptionValues values = qf::settings::default_values();
     qf::settings::savetoxml(folder / "defaults.qfk", values);
     values.set(OptionId::imageformat, 4);
     values.set(OptionId::tiffcompression, 4);

@@ -121,18 +121,35 @@ TEST_F(Cli, WithoutAFolderOutputsGoBesideTheFirstDocument)
     EXPECT_TRUE(fs::exists(folder / "in" / "sub" / "b.PNG"));
 }
 
+// --pages is normalised for each document; an empty text is page 1, and a later
+// --no-usepageranges goes back to all pages.
 TEST_F(Cli, PagesAreNormalisedForEachDocument)
 {
     make_tiff(folder / "in" / "four.tif", {TiffPage{}, TiffPage{}, TiffPage{}, TiffPage{}});
-    const auto result = cli({"--format", "png", "--pages", "3-99", "-o", (folder / "out").string(),
-                             (folder / "in" / "four.tif").string()});
-    EXPECT_EQ(result.status, 0) << result.err;
-    std::vector<std::string> written;
-    for (const auto& entry : fs::directory_iterator(folder / "out")) {
-        written.push_back(entry.path().filename().string());
+    const struct {
+        std::vector<std::string> flags;
+        std::vector<std::string> written;
+    } cases[] = {
+        {{"--pages", "3-99"}, {"four Page 003.PNG", "four Page 004.PNG"}},
+        {{"--pages", ""}, {"four Page 001.PNG"}},
+        {{"--pages", "2", "--no-usepageranges"},
+         {"four Page 001.PNG", "four Page 002.PNG", "four Page 003.PNG", "four Page 004.PNG"}},
+    };
+    for (const auto& c : cases) {
+        fs::remove_all(folder / "out");
+        std::vector<std::string> arguments = c.flags;
+        arguments.insert(arguments.end(), {"--format", "png", "-o", (folder / "out").string(),
+                                           (folder / "in" / "four.tif").string()});
+        const auto result = cli(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        std::vector<std::string> written;
+        std::error_code no_folder;
+        for (const auto& entry : fs::directory_iterator(folder / "out", no_folder)) {
+            written.push_back(entry.path().filename().string());
+        }
+        std::sort(written.begin(), written.end());
+        EXPECT_EQ(written, c.written) << ::testing::PrintToString(c.flags);
     }
-    std::sort(written.begin(), written.end());
-    EXPECT_EQ(written, (std::vector<std::string>{"four Page 003.PNG", "four Page 004.PNG"}));
 }
 
 TEST_F(Cli, BadInputsGetALineAndStatusThree)

@@ -3,13 +3,14 @@
 
 #include "engine/run_log.h"
 #include "engine/run_model.h"
+#include "settings/option_table.h"
 
 namespace qf::engine {
 namespace {
 
 TEST(Snapshot, CodesAndCopyRules)
 {
-    OptionValues values;
+    OptionValues values = settings::default_values();
     values.set(OptionId::combineall, true);
     values.set(OptionId::pdfauthor, std::string("  Ann  "));
     values.set(OptionId::combinedfilename, std::string("  keep "));
@@ -43,7 +44,7 @@ TEST(Snapshot, ResolutionHasAFloorOf72)
         int dpi;
     } cases[] = {{"71", 72}, {"0", 72}, {"abc", 72}, {"72", 72}, {"300", 300}, {"150.9", 150}, {"", 72}};
     for (const auto& c : cases) {
-        OptionValues values;
+        OptionValues values = settings::default_values();
         values.set(OptionId::DotsPerInch, std::string(c.text));
         OptionSnapshot s;
         take_snapshot(values, 1, s);
@@ -59,7 +60,7 @@ TEST(Snapshot, TiffCompressionCodes)
         int code;
     } cases[] = {{0, 1}, {1, 32773}, {2, 5}, {3, 3}, {4, 4}, {5, 7}, {6, 8}, {7, 2}};
     for (const auto& c : cases) {
-        OptionValues values;
+        OptionValues values = settings::default_values();
         values.set(OptionId::tiffcompression, c.row);
         OptionSnapshot s;
         take_snapshot(values, 1, s);

@@ -6,6 +6,7 @@
 
 #include "app/run_services.h"
 #include "intake/admission.h"
+#include "settings/option_table.h"
 
 namespace qf::test {
 namespace fs = std::filesystem;
@@ -72,7 +73,7 @@ void RunHarness::run(const engine::OptionValues& values, const std::vector<engin
 
 engine::OptionValues options_for(const fs::path& folder, const std::string& format)
 {
-    engine::OptionValues values;
+    engine::OptionValues values = settings::default_values();
     std::string savein = folder.string();
     if (savein.back() != '/') {
         savein += '/';

@@ -31,11 +31,11 @@ TEST(ProfileFile, RoundTripRestoresEveryProfileOption)
     EXPECT_TRUE(save.ok);
     EXPECT_EQ(save.message, "Settings File my setup.qfk Saved");
 
-    engine::OptionValues loaded;
+    engine::OptionValues loaded = default_values();
     const ProfileOutcome load = loadfromxml(folder / "my setup.qfk", loaded);
     EXPECT_TRUE(load.ok);
     EXPECT_EQ(load.message, "Settings Loaded");
-    const engine::OptionValues defaults;
+    const engine::OptionValues defaults = default_values();
     for (const OptionSpec& spec : option_table()) {
         const auto& expected = travels_in_profiles(spec.id) ? saved.at(spec.id) : defaults.at(spec.id);
         EXPECT_EQ(loaded.at(spec.id), expected) << spec.control;
@@ -45,7 +45,7 @@ TEST(ProfileFile, RoundTripRestoresEveryProfileOption)
 TEST(ProfileFile, WrittenFileHoldsOneAttributePerElementWithEncodedPasswords)
 {
     TempFolder folder;
-    engine::OptionValues values;
+    engine::OptionValues values = default_values();
     values.set(OptionId::pdfpassword, std::string("  open sesame "));
     values.set(OptionId::pdffullpassword, std::string(""));
     values.set(OptionId::pdftitle, std::string("\t Annual report  "));
@@ -99,7 +99,7 @@ TEST(ProfileFile, ReadsAProfileFromAnotherWriter)
                          "  <option pdfversionnumber=\"12\"/>\n"
                          "  <option showpdf=\"0\"/>\n"
                          "</settings>\n");
-    engine::OptionValues values;
+    engine::OptionValues values = default_values();
     ASSERT_TRUE(loadfromxml(folder / "other.qfk", values).ok);
     EXPECT_EQ(values.row(OptionId::imageformat), 3);
     EXPECT_TRUE(values.flag(OptionId::combineall));
@@ -134,7 +134,7 @@ TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
                                                    (c.version_first ? c.version_element + passwords
                                                                     : passwords + c.version_element) +
                                                    "</QUIREFOLDSETTINGS>");
-        engine::OptionValues values;
+        engine::OptionValues values = default_values();
         values.set(OptionId::pdfpassword, std::string("c2VjcmV0"));
         ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.version_element;
         EXPECT_EQ(values.text(OptionId::pdfpassword), c.expected_password) << c.version_element;
@@ -165,7 +165,7 @@ TEST(ProfileFile, PartialProfilesDuplicatesAndRowFallbacks)
     };
     for (const auto& c : cases) {
         fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.elements + "</QUIREFOLDSETTINGS>");
-        engine::OptionValues values;
+        engine::OptionValues values = default_values();
         values.set(OptionId::imageformat, 4);
         values.set(OptionId::encryptionlevel, 3);
         values.set(OptionId::pdftitle, std::string("kept"));
@@ -208,14 +208,14 @@ TEST(ProfileFile, BrokenProfilesChangeNothing)
 TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
 {
     TempFolder folder;
-    const ProfileOutcome outcome = savetoxml(folder / "no folder" / "p.qfk", engine::OptionValues());
+    const ProfileOutcome outcome = savetoxml(folder / "no folder" / "p.qfk", default_values());
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.message.rfind("Settings File p.qfk could not be saved: ", 0), 0u) << outcome.message;
     EXPECT_FALSE(std::filesystem::exists(folder / "no folder"));
 
     // Saving over an earlier profile replaces it whole and leaves no temporary beside it.
     fixtures::write_file(folder / "p.qfk", std::string(10000, 'x'));
-    ASSERT_TRUE(savetoxml(folder / "p.qfk", engine::OptionValues()).ok);
+    ASSERT_TRUE(savetoxml(folder / "p.qfk", default_values()).ok);
     engine::OptionValues values = fixtures::all_changed();
     ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok);
     EXPECT_EQ(values.row(OptionId::imageformat), 0);

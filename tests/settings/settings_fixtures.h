@@ -16,11 +16,11 @@ namespace qf::settings::fixtures {
 // characters that need escaping in XML and bytes beyond ASCII.
 inline engine::OptionValues all_changed()
 {
-    engine::OptionValues values;
+    engine::OptionValues values = default_values();
     for (const OptionSpec& spec : option_table()) {
-        switch (spec.kind) {
+        switch (spec.kind()) {
         case OptionKind::Popup: {
-            const int last = static_cast<int>(spec.rows.size()) - 1;
+            const int last = static_cast<int>(spec.rows().size()) - 1;
             values.set(spec.id, values.row(spec.id) == last ? 0 : last);
             break;
         }

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The command line's reading of its arguments, before anything runs.
+#include "cli/cli_options.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/run_model.h"
+
+namespace qf::cli {
+namespace {
+
+using engine::OptionId;
+
+// Parses, and gives the usage message instead when there is one. Any other exception fails
+// the test: its text would reach the user as it is.
+std::string parse(const std::vector<std::string>& arguments, CliRequest& request)
+{
+    try {
+        request = parse_arguments(arguments);
+    } catch (const UsageError& error) {
+        return error.what();
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << ::testing::PrintToString(arguments) << " ended in " << error.what();
+        return "(internal)";
+    }
+    return {};
+}
+
+TEST(CliOptions, EmptyValuesAreTakenOrRefusedWithAUsageMessage)
+{
+    const struct {
+        std::vector<std::string> arguments;
+        std::string usage; // empty: accepted
+        OptionId option;   // when accepted: an option that must now be empty
+    } cases[] = {
+        {{"--pdftitle=Report", "--pdftitle", "", "a.tif"}, "", OptionId::pdftitle},
+        {{"--combinedfilename", "", "a.tif"}, "", OptionId::combinedfilename},
+        {{"--tiffcopyright=", "a.tif"}, "", OptionId::tiffcopyright},
+        {{"--pdfpassword", "", "a.tif"}, "", OptionId::pdfpassword},
+        {{"-o", "", "a.tif"}, "-o needs a folder; leave it out, or give \"[Source Folder]\", to save beside the "
+                              "first document", OptionId::savein},
+        {{"--savein", " ", "a.tif"}, "--savein needs a folder; leave it out, or give \"[Source Folder]\", to save "
+                                     "beside the first document", OptionId::savein},
+        {{"a.tif", ""}, "an empty argument stands where a file or folder was expected", OptionId::savein},
+        {{"--save-profile", "", "a.tif"}, "--save-profile needs a file", OptionId::savein},
+        {{"--password-file=", "a.tif"}, "--password-file needs a file", OptionId::savein},
+        {{"--profile", ""}, "--profile needs a file", OptionId::savein},
+        {{"--dpi", "", "a.tif"}, "--dpi takes a whole number, not \"\"", OptionId::savein},
+        {{"--jobs", ""}, "--jobs takes a whole number of 1 or more, not \"\"", OptionId::savein},
+        {{"--pdftitle"}, "--pdftitle needs a value", OptionId::savein},
+    };
+    for (const auto& c : cases) {
+        CliRequest request;
+        const std::string usage = parse(c.arguments, request);
+        EXPECT_EQ(usage, c.usage) << ::testing::PrintToString(c.arguments);
+        if (c.usage.empty()) {
+            EXPECT_EQ(request.values.text(c.option), "") << ::testing::PrintToString(c.arguments);
+            EXPECT_EQ(request.paths, std::vector<std::string>{"a.tif"});
+        }
+    }
+}
+
+TEST(CliOptions, PagesAndUsePageRangesFollowTheirOrder)
+{
+    const struct {
+        std::vector<std::string> arguments;
+        bool use_ranges;
+        const char* pages; // nullptr: no --pages
+    } cases[] = {
+        {{"--pages", "2-3"}, true, "2-3"},
+        {{"--pages", "2-3", "--no-usepageranges"}, false, "2-3"},
+        {{"--no-usepageranges", "--pages=2-3"}, true, "2-3"},
+        {{"--pages", "2-3", "--no-usepageranges", "--usepageranges"}, true, "2-3"},
+        {{"--pages", ""}, true, ""},
+        {{"--usepageranges"}, true, nullptr},
+        {{}, false, nullptr},
+    };
+    for (const auto& c : cases) {
+        CliRequest request;
+        ASSERT_EQ(parse(c.arguments, request), "") << ::testing::PrintToString(c.arguments);
+        EXPECT_EQ(request.values.flag(OptionId::usepageranges), c.use_ranges) << ::testing::PrintToString(c.arguments);
+        EXPECT_EQ(request.pages_given, c.pages != nullptr) << ::testing::PrintToString(c.arguments);
+        EXPECT_EQ(request.pages, c.pages ? c.pages : "") << ::testing::PrintToString(c.arguments);
+    }
+}
+
+// What --help promises has to be what a run does: outputs go to the first document's folder
+// when no folder is given, and each option shows the value it starts from.
+TEST(CliOptions, HelpTellsTheDestinationAndEveryDefault)
+{
+    const std::string help = help_text();
+    EXPECT_EQ(help.find("each document's own folder"), std::string::npos);
+    const auto line_of = [&](const std::string& flag) {
+        const std::size_t at = help.find("\n  --" + flag + " ");
+        return at == std::string::npos ? std::string() : help.substr(at + 1, help.find('\n', at + 1) - at - 1);
+    };
+    const struct {
+        const char* flag;
+        const char* shown;
+    } defaults[] = {
+        {"imageformat", "(default: \"PDF (Multipage)\")"},
+        {"zoomfactor", "(default: \"3\")"},
+        {"zeropadding", "(default: \"3\")"},
+        {"pdfversionnumber", "(default: \"PDF 1.7\")"},
+        {"dotsperinch", "(default: \"150\")"},
+        {"combinedfilename", "(default: \"Combine\")"},
+        {"allowcopy", "(default: on)"},
+        {"combineall", "(default: off)"},
+        {"pdftitle", "(default: empty)"},
+        {"savein", "(default: \"[Source Folder]\")"},
+    };
+    for (const auto& d : defaults) {
+        EXPECT_NE(line_of(d.flag).find(d.shown), std::string::npos) << line_of(d.flag);
+    }
+    EXPECT_NE(line_of("savein").find("first document's folder"), std::string::npos) << line_of("savein");
+    for (const auto& spec : settings::option_table()) {
+        EXPECT_NE(line_of(std::string(spec.cli_flag)).find("(default: "), std::string::npos) << spec.cli_flag;
+    }
+    CliRequest request;
+    ASSERT_EQ(parse({"a.tif"}, request), "");
+    EXPECT_EQ(request.values.text(OptionId::savein), engine::kSourceFolder);
+}
+
+} // namespace
+} // namespace qf::cli
