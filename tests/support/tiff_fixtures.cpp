@@ -182,6 +182,87 @@ void make_tiff(const fs::path& path, const std::vector<TiffPage>& pages)
     TIFFClose(tif);
 }
 
+void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images)
+{
+    TIFF* tif = TIFFOpen(path.c_str(), "w");
+    if (tif == nullptr) {
+        throw std::runtime_error("cannot create " + path.string());
+    }
+    bool ok = true;
+    for (const RawTiffImage& image : images) {
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(image.width));
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(image.height));
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, image.bits_per_sample);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, image.samples_per_pixel);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, image.photometric);
+        TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, image.sample_format);
+        TIFFSetField(tif, TIFFTAG_ORIENTATION, image.orientation);
+        TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(image.height));
+        if (!image.extra_samples.empty()) {
+            TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<std::uint16_t>(image.extra_samples.size()),
+                         image.extra_samples.data());
+        }
+        if (!image.colour_map.empty()) {
+            const std::size_t n = image.colour_map.size() / 3;
+            TIFFSetField(tif, TIFFTAG_COLORMAP, image.colour_map.data(), image.colour_map.data() + n,
+                         image.colour_map.data() + 2 * n);
+        }
+        if (image.xres > 0) {
+            TIFFSetField(tif, TIFFTAG_XRESOLUTION, image.xres);
+            TIFFSetField(tif, TIFFTAG_YRESOLUTION, image.yres);
+            TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+        }
+        std::vector<std::uint8_t> data = image.data;
+        ok = ok && TIFFWriteEncodedStrip(tif, 0, data.data(), static_cast<tmsize_t>(data.size())) >= 0 &&
+             TIFFWriteDirectory(tif) == 1;
+    }
+    TIFFClose(tif);
+    if (!ok) {
+        throw std::runtime_error("libtiff could not write " + path.string());
+    }
+}
+
+std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits)
+{
+    std::vector<std::uint8_t> bytes;
+    if (bits % 8 == 0) {
+        for (const std::uint64_t sample : samples) {
+            std::uint8_t raw[8];
+            if (bits == 8) {
+                raw[0] = static_cast<std::uint8_t>(sample);
+            } else if (bits == 16) {
+                const auto value = static_cast<std::uint16_t>(sample);
+                std::memcpy(raw, &value, 2);
+            } else if (bits == 32) {
+                const auto value = static_cast<std::uint32_t>(sample);
+                std::memcpy(raw, &value, 4);
+            } else {
+                std::memcpy(raw, &sample, 8);
+            }
+            bytes.insert(bytes.end(), raw, raw + bits / 8);
+        }
+        return bytes;
+    }
+    for (std::size_t start = 0; start < samples.size(); start += static_cast<std::size_t>(per_row)) {
+        std::uint64_t pending = 0;
+        int pending_bits = 0;
+        for (int i = 0; i < per_row; ++i) {
+            pending = (pending << bits) | (samples[start + static_cast<std::size_t>(i)] & ((1ull << bits) - 1));
+            pending_bits += bits;
+            while (pending_bits >= 8) {
+                bytes.push_back(static_cast<std::uint8_t>(pending >> (pending_bits - 8)));
+                pending_bits -= 8;
+            }
+        }
+        if (pending_bits > 0) {
+            bytes.push_back(static_cast<std::uint8_t>(pending << (8 - pending_bits)));
+        }
+    }
+    return bytes;
+}
+
 TempFolder::TempFolder()
 {
     std::string pattern = (fs::temp_directory_path() / "qf-test-XXXXXX").string();
