@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 
 #include "engine/error.h"
+#include "intake/tiff_probe.h"
 #include "engine/run_model.h"
 #include "sources/tiff_source.h"
 #include "tests/support/tiff_fixtures.h"
@@ -134,6 +137,249 @@ TEST(TiffSource, DamagedFilesThrowInsteadOfCrashing)
         } catch (const engine::Error& e) {
             EXPECT_FALSE(e.reason().empty());
         }
+    }
+}
+
+// A picture as letters, one row after another separated by "/": K black, W white, and the
+// colours R, G, B and Y; each pixel takes the letter nearest to it.
+const std::pair<char, test::Rgb> kLetters[] = {{'K', {0, 0, 0}},   {'W', {255, 255, 255}}, {'R', {255, 0, 0}},
+                                               {'G', {0, 255, 0}}, {'B', {0, 0, 255}},     {'Y', {255, 255, 0}}};
+
+std::string letters(const engine::PagePicture& picture)
+{
+    const engine::PagePicture rgb = engine::to_rgb(picture);
+    std::string text;
+    for (int y = 0; y < rgb.height; ++y) {
+        text += y == 0 ? "" : "/";
+        for (int x = 0; x < rgb.width; ++x) {
+            const test::Rgb p = rgb_at(rgb, x, y);
+            int best = 1 << 30;
+            char letter = '?';
+            for (const auto& [c, colour] : kLetters) {
+                const int distance = std::abs(p.r - colour.r) + std::abs(p.g - colour.g) + std::abs(p.b - colour.b);
+                if (distance < best) {
+                    best = distance;
+                    letter = c;
+                }
+            }
+            text += letter;
+        }
+    }
+    return text;
+}
+
+// `rows` ("RGB/KWY") as 8-bit RGB samples, or as 1-bit MinIsWhite where only K is black.
+test::RawTiffImage lettered(const std::string& rows, bool bilevel)
+{
+    test::RawTiffImage image;
+    image.width = static_cast<int>(rows.find('/'));
+    image.height = static_cast<int>(std::count(rows.begin(), rows.end(), '/')) + 1;
+    image.bits_per_sample = bilevel ? 1 : 8;
+    image.samples_per_pixel = bilevel ? 1 : 3;
+    image.photometric = bilevel ? 0 : 2;
+    std::vector<std::uint64_t> samples;
+    for (const char c : rows) {
+        for (const auto& [letter, colour] : kLetters) {
+            if (letter == c && bilevel) {
+                samples.push_back(c == 'K' ? 1 : 0);
+            } else if (letter == c) {
+                samples.insert(samples.end(), {colour.r, colour.g, colour.b});
+            }
+        }
+    }
+    image.data = test::pack_samples(samples, image.width * image.samples_per_pixel, image.bits_per_sample);
+    return image;
+}
+
+TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
+{
+    const char* stored = "RGB/KWY";
+    const struct {
+        std::uint16_t orientation;
+        const char* shown;
+    } cases[] = {
+        {1, "RGB/KWY"}, {2, "BGR/YWK"}, {3, "YWK/BGR"}, {4, "KWY/RGB"},
+        {5, "RK/GW/BY"}, {6, "KR/WG/YB"}, {7, "YB/WG/KR"}, {8, "BY/GW/RK"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        for (const bool bilevel : {false, true}) {
+            test::RawTiffImage image = lettered(stored, bilevel);
+            image.orientation = c.orientation;
+            image.xres = 300;
+            image.yres = 200;
+            const auto path = folder / "oriented.tif";
+            test::make_raw_tiff(path, {image});
+            auto source = open(path);
+            const auto picture = source->picture(1, {});
+            std::string expected = c.shown;
+            if (bilevel) {
+                std::replace_if(expected.begin(), expected.end(), [](char l) { return l != 'K' && l != '/'; }, 'W');
+            }
+            EXPECT_EQ(picture.format, bilevel ? PixelFormat::Bilevel : PixelFormat::Rgb8) << c.orientation;
+            EXPECT_EQ(letters(picture), expected) << "orientation " << c.orientation << (bilevel ? " bilevel" : "");
+            // The resolution follows the sides it measures.
+            const bool turned = c.orientation >= 5;
+            EXPECT_EQ(source->tags().xres, turned ? 200 : 300) << c.orientation;
+            EXPECT_EQ(source->tags().yres, turned ? 300 : 200) << c.orientation;
+        }
+    }
+}
+
+// 1-bit images that the 1-bit reader leaves to the colour reader keep their colours, and stay
+// bilevel when they are black and white.
+TEST(TiffSource, OneBitPalettesAndExtraSamplesKeepTheirColours)
+{
+    const auto bits = [](std::vector<std::uint64_t> samples, int per_row) { return test::pack_samples(samples, per_row, 1); };
+    const struct {
+        const char* name;
+        test::RawTiffImage image;
+        PixelFormat format;
+        const char* shown;
+    } cases[] = {
+        {"white and green map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
+                                 .colour_map = {65535, 0, 65535, 65535, 65535, 0}, .data = bits({0, 1, 1}, 3)},
+         PixelFormat::Rgb8, "WGG"},
+        {"black and white map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
+                                 .colour_map = {0, 65535, 0, 65535, 0, 65535}, .data = bits({0, 1, 0}, 3)},
+         PixelFormat::Bilevel, "KWK"},
+        {"grey with alpha", {.width = 4, .bits_per_sample = 1, .samples_per_pixel = 2, .extra_samples = {2},
+                             .data = bits({0, 1, 0, 0, 1, 1, 1, 0}, 8)},
+         PixelFormat::Bilevel, "KWWW"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        const auto path = folder / "one-bit.tif";
+        test::make_raw_tiff(path, {c.image});
+        const auto picture = open(path)->picture(1, {});
+        EXPECT_EQ(picture.format, c.format) << c.name;
+        EXPECT_EQ(letters(picture), c.shown) << c.name;
+    }
+}
+
+// Sample forms libtiff's own readers refuse are read by the image module instead, reduced to
+// 8 bits a sample, and admitted.
+TEST(TiffSource, ReadsUnusualSampleForms)
+{
+    const auto floats = [](std::vector<float> values) {
+        std::vector<std::uint8_t> bytes(values.size() * 4);
+        std::memcpy(bytes.data(), values.data(), bytes.size());
+        return bytes;
+    };
+    const std::uint64_t full16 = 65535;
+    const struct {
+        const char* name;
+        test::RawTiffImage image;
+        std::vector<int> grey; // expected value of each pixel: red, green and blue alike
+        const char* shown;     // or the letters expected
+    } cases[] = {
+        {"12-bit grey", {.width = 3, .bits_per_sample = 12, .data = test::pack_samples({0, 2048, 4095}, 3, 12)},
+         {0, 128, 255}, ""},
+        {"3-bit grey", {.width = 3, .bits_per_sample = 3, .data = test::pack_samples({7, 3, 0}, 3, 3)},
+         {255, 109, 0}, ""},
+        {"5-bit RGB", {.width = 3, .bits_per_sample = 5, .samples_per_pixel = 3, .photometric = 2,
+                       .data = test::pack_samples({31, 0, 0, 0, 31, 0, 31, 31, 31}, 9, 5)},
+         {}, "RGW"},
+        {"16-bit CMYK", {.width = 4, .bits_per_sample = 16, .samples_per_pixel = 4, .photometric = 5,
+                         .data = test::pack_samples({0, full16, full16, 0, full16, 0, full16, 0, 0, 0, 0, full16,
+                                                     0, 0, 0, 0}, 16, 16)},
+         {}, "RGKW"},
+        {"32-bit integer grey", {.width = 3, .bits_per_sample = 32,
+                                 .data = test::pack_samples({0xFFFFFFFF, 0x80000000, 0}, 3, 32)},
+         {255, 128, 0}, ""},
+        {"32-bit float grey", {.width = 3, .bits_per_sample = 32, .sample_format = 3, .data = floats({0, 0.5f, 1})},
+         {0, 128, 255}, ""},
+        {"12-bit grey turned", {.width = 2, .height = 1, .bits_per_sample = 12, .orientation = 6,
+                                .data = test::pack_samples({0, 4095}, 2, 12)},
+         {0, 255}, ""},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        const auto path = folder / "deep.tif";
+        test::make_raw_tiff(path, {c.image, c.image});
+        EXPECT_TRUE(intake::probe_tiff(path).readable) << c.name;
+        auto source = open(path);
+        const auto picture = source->picture(2, {});
+        ASSERT_EQ(picture.format, PixelFormat::Rgb8) << c.name;
+        if (*c.shown != '\0') {
+            EXPECT_EQ(letters(picture), c.shown) << c.name;
+            continue;
+        }
+        ASSERT_EQ(picture.width * picture.height, static_cast<int>(c.grey.size())) << c.name;
+        for (std::size_t i = 0; i < c.grey.size(); ++i) {
+            const std::uint8_t* p = picture.pixels.data() + 3 * i;
+            EXPECT_NEAR(p[0], c.grey[i], 1) << c.name << " pixel " << i;
+            EXPECT_EQ(p[0], p[1]) << c.name << " pixel " << i;
+            EXPECT_EQ(p[0], p[2]) << c.name << " pixel " << i;
+        }
+    }
+}
+
+// What neither reader can read fails its page with libtiff's reason, and is still admitted.
+TEST(TiffSource, SampleFormsNeitherReaderKnowsFailWithAReason)
+{
+    const struct {
+        const char* name;
+        test::RawTiffImage image;
+        const char* reason;
+    } cases[] = {
+        {"64-bit float grey", {.bits_per_sample = 64, .sample_format = 3, .data = std::vector<std::uint8_t>(8, 0)},
+         "64-bit samples"},
+        {"64-bit integer grey", {.bits_per_sample = 64, .data = std::vector<std::uint8_t>(8, 0)}, "64-bit samples"},
+        {"16-bit CMY", {.bits_per_sample = 16, .samples_per_pixel = 3, .photometric = 5,
+                        .data = std::vector<std::uint8_t>(6, 0)},
+         "Samples/pixel=3"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        const auto path = folder / "deep.tif";
+        test::make_raw_tiff(path, {c.image});
+        EXPECT_TRUE(intake::probe_tiff(path).readable) << c.name;
+        try {
+            (void)open(path)->picture(1, {});
+            ADD_FAILURE() << c.name << " was read";
+        } catch (const engine::Error& e) {
+            EXPECT_NE(e.reason().find(c.reason), std::string::npos) << c.name << ": " << e.reason();
+        }
+    }
+}
+
+TEST(TiffSource, SemiTransparentPixelsBlendOntoWhite)
+{
+    const auto samples16 = [](std::vector<std::uint64_t> samples) {
+        for (auto& sample : samples) {
+            sample *= 257;
+        }
+        return test::pack_samples(samples, static_cast<int>(samples.size()), 16);
+    };
+    // Half-covered pixels: 200, 100, 0 at alpha 128 shows 227, 177, 127 over white.
+    const struct {
+        const char* name;
+        test::RawTiffImage image;
+        test::Rgb shown;
+    } cases[] = {
+        {"grey, unassociated", {.samples_per_pixel = 2, .extra_samples = {2}, .data = {200, 128}}, {227, 227, 227}},
+        {"grey, associated", {.samples_per_pixel = 2, .extra_samples = {1}, .data = {100, 128}}, {227, 227, 227}},
+        {"16-bit grey, unassociated",
+         {.bits_per_sample = 16, .samples_per_pixel = 2, .extra_samples = {2}, .data = samples16({200, 128})},
+         {227, 227, 227}},
+        {"RGB, unassociated", {.samples_per_pixel = 4, .photometric = 2, .extra_samples = {2}, .data = {200, 100, 0, 128}},
+         {227, 177, 127}},
+        {"RGB, associated", {.samples_per_pixel = 4, .photometric = 2, .extra_samples = {1}, .data = {100, 50, 0, 128}},
+         {227, 177, 127}},
+        {"16-bit RGB, unassociated",
+         {.bits_per_sample = 16, .samples_per_pixel = 4, .photometric = 2, .extra_samples = {2},
+          .data = samples16({200, 100, 0, 128})},
+         {227, 177, 127}},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        const auto path = folder / "alpha.tif";
+        test::make_raw_tiff(path, {c.image});
+        const test::Rgb shown = rgb_at(open(path)->picture(1, {}), 0, 0);
+        EXPECT_NEAR(shown.r, c.shown.r, 1) << c.name;
+        EXPECT_NEAR(shown.g, c.shown.g, 1) << c.name;
+        EXPECT_NEAR(shown.b, c.shown.b, 1) << c.name;
     }
 }
 
