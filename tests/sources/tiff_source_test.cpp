@@ -289,9 +289,9 @@ TEST(TiffSource, ReadsUnusualSampleForms)
          {255, 128, 0}, ""},
         {"32-bit float grey", {.width = 3, .bits_per_sample = 32, .sample_format = 3, .data = floats({0, 0.5f, 1})},
          {0, 128, 255}, ""},
-        {"12-bit grey turned", {.width = 2, .height = 1, .bits_per_sample = 12, .orientation = 6,
-                                .data = test::pack_samples({0, 4095}, 2, 12)},
-         {0, 255}, ""},
+        {"12-bit grey turned", {.width = 3, .bits_per_sample = 12, .orientation = 8,
+                                .data = test::pack_samples({0, 2048, 4095}, 3, 12)},
+         {255, 128, 0}, ""},
     };
     test::TempFolder folder;
     for (const auto& c : cases) {
@@ -305,7 +305,10 @@ TEST(TiffSource, ReadsUnusualSampleForms)
             EXPECT_EQ(letters(picture), c.shown) << c.name;
             continue;
         }
-        ASSERT_EQ(picture.width * picture.height, static_cast<int>(c.grey.size())) << c.name;
+        // Each image is one row as stored; a turned one shows as a column.
+        const bool turned = c.image.orientation >= 5;
+        ASSERT_EQ(turned ? picture.height : picture.width, static_cast<int>(c.grey.size())) << c.name;
+        ASSERT_EQ(turned ? picture.width : picture.height, 1) << c.name;
         for (std::size_t i = 0; i < c.grey.size(); ++i) {
             const std::uint8_t* p = picture.pixels.data() + 3 * i;
             EXPECT_NEAR(p[0], c.grey[i], 1) << c.name << " pixel " << i;
