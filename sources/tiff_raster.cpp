@@ -2,8 +2,9 @@
 #include "sources/tiff_raster.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
-#include <tiffio.h>
+#include <cstring>
 
 namespace qf::sources {
 namespace {
@@ -38,7 +39,56 @@ unsigned over_white(unsigned colour, unsigned alpha, bool premultiplied)
     return (colour * alpha + 255 * (255 - alpha) + 127) / 255;
 }
 
+// One 64-bit sample as 8 bits.
+unsigned sample_to_8bit(const std::uint8_t* at, bool is_float)
+{
+    if (is_float) {
+        double value = 0;
+        std::memcpy(&value, at, sizeof value);
+        return std::isnan(value) ? 0u : static_cast<unsigned>(std::lround(std::clamp(value, 0.0, 1.0) * 255));
+    }
+    std::uint64_t value = 0;
+    std::memcpy(&value, at, sizeof value);
+    return static_cast<unsigned>(value >> 56);
+}
+
 } // namespace
+
+WideRead read_64bit_samples(TIFF* tif, std::uint32_t width, std::uint32_t height, TiffRaster& raster)
+{
+    std::uint16_t bits = 0, samples = 1, format = SAMPLEFORMAT_UINT, planar = PLANARCONFIG_CONTIG, model = 0;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &samples);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &format);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &model);
+    const bool grey = (model == PHOTOMETRIC_MINISBLACK || model == PHOTOMETRIC_MINISWHITE) && samples == 1;
+    const bool rgb = model == PHOTOMETRIC_RGB && samples == 3;
+    if (bits != 64 || (format != SAMPLEFORMAT_UINT && format != SAMPLEFORMAT_IEEEFP) ||
+        planar != PLANARCONFIG_CONTIG || TIFFIsTiled(tif) || !(grey || rgb)) {
+        return WideRead::OtherForm;
+    }
+    std::vector<std::uint8_t> line(static_cast<std::size_t>(TIFFScanlineSize64(tif)));
+    if (line.size() != static_cast<std::size_t>(width) * samples * 8) {
+        return WideRead::Damaged;
+    }
+    raster = TiffRaster{width, height, std::vector<std::uint32_t>(static_cast<std::size_t>(width) * height), false};
+    for (std::uint32_t y = 0; y < height; ++y) {
+        if (TIFFReadScanline(tif, line.data(), y, 0) < 0) {
+            return WideRead::Damaged;
+        }
+        for (std::uint32_t x = 0; x < width; ++x) {
+            unsigned rgba[3];
+            for (unsigned s = 0; s < 3; ++s) {
+                rgba[s] = sample_to_8bit(line.data() + (static_cast<std::size_t>(x) * samples + (grey ? 0 : s)) * 8,
+                                         format == SAMPLEFORMAT_IEEEFP);
+                rgba[s] = model == PHOTOMETRIC_MINISWHITE ? 255 - rgba[s] : rgba[s];
+            }
+            raster.pixels[static_cast<std::size_t>(y) * width + x] = rgba[0] | rgba[1] << 8 | rgba[2] << 16 | 0xFFu << 24;
+        }
+    }
+    return WideRead::Done;
+}
 
 engine::PagePicture displayed_page(const TiffRaster& raster, int orientation, bool bilevel)
 {

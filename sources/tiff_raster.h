@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <tiffio.h>
 #include <vector>
 
 #include "engine/page.h"
@@ -28,5 +29,12 @@ inline bool orientation_turns(int orientation)
 // applied, laid over white, as 8-bit RGB or, with `bilevel`, as 1-bit (black where the mean of
 // red, green and blue falls below 128).
 engine::PagePicture displayed_page(const TiffRaster& raster, int orientation, bool bilevel);
+
+// Reads the current image of `tif` when it holds 64-bit unsigned integer or float samples, grey
+// or RGB, pixel after pixel in strips: the forms neither libtiff's readers nor the image module
+// read. Integers keep their top 8 bits; floats run from 0 to 1 (clamped), as the image module
+// takes 32-bit floats. Opaque.
+enum class WideRead { Done, OtherForm, Damaged };
+WideRead read_64bit_samples(TIFF* tif, std::uint32_t width, std::uint32_t height, TiffRaster& raster);
 
 } // namespace qf::sources

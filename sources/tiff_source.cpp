@@ -369,7 +369,7 @@ private:
             is_grey() && bits == 16 && (alpha == EXTRASAMPLE_ASSOCALPHA || alpha == EXTRASAMPLE_UNASSALPHA);
         TIFFRGBAImage reader{};
         if (TIFFRGBAImageOK(tif_, refusal) != 1 || TIFFRGBAImageBegin(&reader, tif_, 0, refusal) != 1) {
-            return decode_with_module(index, pageno, refusal);
+            return decode_refused(width, height, index, pageno, refusal);
         }
         const std::unique_ptr<TIFFRGBAImage, decltype(&TIFFRGBAImageEnd)> end_reader(&reader, TIFFRGBAImageEnd);
         if (grey_alpha_dropped) {
@@ -392,16 +392,28 @@ private:
         return raster;
     }
 
-    // The image module reads what libtiff's readers refuse; `refusal` is libtiff's reason, given
-    // when the module cannot read the image either.
-    TiffRaster decode_with_module(int index, int pageno, const std::string& refusal)
+    // What libtiff's readers refuse: 64-bit samples are read here (the image library refuses
+    // 64-bit integers and misreads 64-bit floats), the rest by the image module. `refusal` is
+    // libtiff's reason, given when neither can read the image.
+    TiffRaster decode_refused(std::uint32_t width, std::uint32_t height, int index, int pageno,
+                              const std::string& refusal)
     {
+        TiffRaster wide;
+        switch (read_64bit_samples(tif_, width, height, wide)) {
+        case WideRead::Done: return wide;
+        case WideRead::Damaged: throw Error(ErrorKind::Damaged, reason("the image cannot be decoded"), path_, pageno);
+        case WideRead::OtherForm: break;
+        }
         std::uint16_t bits = 0;
         TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
         if (bits > 32) {
-            // The image library refuses 64-bit integers and misreads 64-bit floats.
             throw Error(ErrorKind::Unsupported, refusal, path_, pageno);
         }
+        return decode_with_module(index, pageno, refusal);
+    }
+
+    TiffRaster decode_with_module(int index, int pageno, const std::string& refusal)
+    {
         const writers::MagickModule& module = writers::magick_module();
         if (!module.problem.empty()) {
             throw Error(ErrorKind::Unsupported, refusal + " (" + module.problem + ")", path_, pageno);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <cstring>
+#include <cstdlib>
 #include <fstream>
+#include <utility>
 #include <gtest/gtest.h>
 
 #include "engine/error.h"
@@ -140,11 +140,8 @@ TEST(TiffSource, DamagedFilesThrowInsteadOfCrashing)
     }
 }
 
-// A picture as letters, one row after another separated by "/": K black, W white, and the
-// colours R, G, B and Y; each pixel takes the letter nearest to it.
-const std::pair<char, test::Rgb> kLetters[] = {{'K', {0, 0, 0}},   {'W', {255, 255, 255}}, {'R', {255, 0, 0}},
-                                               {'G', {0, 255, 0}}, {'B', {0, 0, 255}},     {'Y', {255, 255, 0}}};
-
+// A picture as letters, rows separated by "/", each channel counting as full above 127: K black,
+// B blue, G green, C cyan, R red, M magenta, Y yellow, W white.
 std::string letters(const engine::PagePicture& picture)
 {
     const engine::PagePicture rgb = engine::to_rgb(picture);
@@ -153,75 +150,40 @@ std::string letters(const engine::PagePicture& picture)
         text += y == 0 ? "" : "/";
         for (int x = 0; x < rgb.width; ++x) {
             const test::Rgb p = rgb_at(rgb, x, y);
-            int best = 1 << 30;
-            char letter = '?';
-            for (const auto& [c, colour] : kLetters) {
-                const int distance = std::abs(p.r - colour.r) + std::abs(p.g - colour.g) + std::abs(p.b - colour.b);
-                if (distance < best) {
-                    best = distance;
-                    letter = c;
-                }
-            }
-            text += letter;
+            text += "KBGCRMYW"[(p.r > 127) * 4 + (p.g > 127) * 2 + (p.b > 127)];
         }
     }
     return text;
 }
 
-// `rows` ("RGB/KWY") as 8-bit RGB samples, or as 1-bit MinIsWhite where only K is black.
-test::RawTiffImage lettered(const std::string& rows, bool bilevel)
-{
-    test::RawTiffImage image;
-    image.width = static_cast<int>(rows.find('/'));
-    image.height = static_cast<int>(std::count(rows.begin(), rows.end(), '/')) + 1;
-    image.bits_per_sample = bilevel ? 1 : 8;
-    image.samples_per_pixel = bilevel ? 1 : 3;
-    image.photometric = bilevel ? 0 : 2;
-    std::vector<std::uint64_t> samples;
-    for (const char c : rows) {
-        for (const auto& [letter, colour] : kLetters) {
-            if (letter == c && bilevel) {
-                samples.push_back(c == 'K' ? 1 : 0);
-            } else if (letter == c) {
-                samples.insert(samples.end(), {colour.r, colour.g, colour.b});
-            }
-        }
-    }
-    image.data = test::pack_samples(samples, image.width * image.samples_per_pixel, image.bits_per_sample);
-    return image;
-}
-
 TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
 {
-    const char* stored = "RGB/KWY";
+    // Both store "RGB/KWY": as 8-bit RGB, and as 1-bit MinIsWhite where only K is black.
+    const test::RawTiffImage colour{.width = 3, .height = 2, .samples_per_pixel = 3, .photometric = 2, .xres = 300,
+                                    .yres = 200, .data = {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255, 255, 0}};
+    const test::RawTiffImage bilevel{.width = 3, .height = 2, .bits_per_sample = 1, .photometric = 0, .xres = 300,
+                                     .yres = 200, .data = {0x00, 0x80}};
     const struct {
         std::uint16_t orientation;
         const char* shown;
+        const char* bilevel;
     } cases[] = {
-        {1, "RGB/KWY"}, {2, "BGR/YWK"}, {3, "YWK/BGR"}, {4, "KWY/RGB"},
-        {5, "RK/GW/BY"}, {6, "KR/WG/YB"}, {7, "YB/WG/KR"}, {8, "BY/GW/RK"},
+        {1, "RGB/KWY", "WWW/KWW"},  {2, "BGR/YWK", "WWW/WWK"},  {3, "YWK/BGR", "WWK/WWW"},  {4, "KWY/RGB", "KWW/WWW"},
+        {5, "RK/GW/BY", "WK/WW/WW"}, {6, "KR/WG/YB", "KW/WW/WW"}, {7, "YB/WG/KR", "WW/WW/KW"}, {8, "BY/GW/RK", "WW/WW/WK"},
     };
     test::TempFolder folder;
     for (const auto& c : cases) {
-        for (const bool bilevel : {false, true}) {
-            test::RawTiffImage image = lettered(stored, bilevel);
+        for (test::RawTiffImage image : {colour, bilevel}) {
             image.orientation = c.orientation;
-            image.xres = 300;
-            image.yres = 200;
-            const auto path = folder / "oriented.tif";
-            test::make_raw_tiff(path, {image});
-            auto source = open(path);
+            test::make_raw_tiff(folder / "turned.tif", {image});
+            auto source = open(folder / "turned.tif");
             const auto picture = source->picture(1, {});
-            std::string expected = c.shown;
-            if (bilevel) {
-                std::replace_if(expected.begin(), expected.end(), [](char l) { return l != 'K' && l != '/'; }, 'W');
-            }
-            EXPECT_EQ(picture.format, bilevel ? PixelFormat::Bilevel : PixelFormat::Rgb8) << c.orientation;
-            EXPECT_EQ(letters(picture), expected) << "orientation " << c.orientation << (bilevel ? " bilevel" : "");
-            // The resolution follows the sides it measures.
-            const bool turned = c.orientation >= 5;
-            EXPECT_EQ(source->tags().xres, turned ? 200 : 300) << c.orientation;
-            EXPECT_EQ(source->tags().yres, turned ? 300 : 200) << c.orientation;
+            const bool one_bit = image.bits_per_sample == 1;
+            EXPECT_EQ(letters(picture), one_bit ? c.bilevel : c.shown) << c.orientation;
+            EXPECT_EQ(picture.format, one_bit ? PixelFormat::Bilevel : PixelFormat::Rgb8) << c.orientation;
+            // Each resolution follows the side it measures.
+            const auto resolution = std::pair(source->tags().xres, source->tags().yres);
+            EXPECT_EQ(resolution, c.orientation >= 5 ? std::pair(200, 300) : std::pair(300, 200)) << c.orientation;
         }
     }
 }
@@ -230,7 +192,6 @@ TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
 // bilevel when they are black and white.
 TEST(TiffSource, OneBitPalettesAndExtraSamplesKeepTheirColours)
 {
-    const auto bits = [](std::vector<std::uint64_t> samples, int per_row) { return test::pack_samples(samples, per_row, 1); };
     const struct {
         const char* name;
         test::RawTiffImage image;
@@ -238,151 +199,93 @@ TEST(TiffSource, OneBitPalettesAndExtraSamplesKeepTheirColours)
         const char* shown;
     } cases[] = {
         {"white and green map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
-                                 .colour_map = {65535, 0, 65535, 65535, 65535, 0}, .data = bits({0, 1, 1}, 3)},
+                                 .colour_map = {65535, 0, 65535, 65535, 65535, 0}, .data = test::pack_samples({0, 1, 1}, 3, 1)},
          PixelFormat::Rgb8, "WGG"},
         {"black and white map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
-                                 .colour_map = {0, 65535, 0, 65535, 0, 65535}, .data = bits({0, 1, 0}, 3)},
+                                 .colour_map = {0, 65535, 0, 65535, 0, 65535}, .data = test::pack_samples({0, 1, 0}, 3, 1)},
          PixelFormat::Bilevel, "KWK"},
         {"grey with alpha", {.width = 4, .bits_per_sample = 1, .samples_per_pixel = 2, .extra_samples = {2},
-                             .data = bits({0, 1, 0, 0, 1, 1, 1, 0}, 8)},
+                             .data = test::pack_samples({0, 1, 0, 0, 1, 1, 1, 0}, 8, 1)},
          PixelFormat::Bilevel, "KWWW"},
     };
     test::TempFolder folder;
     for (const auto& c : cases) {
-        const auto path = folder / "one-bit.tif";
-        test::make_raw_tiff(path, {c.image});
-        const auto picture = open(path)->picture(1, {});
+        test::make_raw_tiff(folder / "one-bit.tif", {c.image});
+        const auto picture = open(folder / "one-bit.tif")->picture(1, {});
         EXPECT_EQ(picture.format, c.format) << c.name;
         EXPECT_EQ(letters(picture), c.shown) << c.name;
     }
 }
 
 // Sample forms libtiff's own readers refuse are read by the image module instead, reduced to
-// 8 bits a sample, and admitted.
-TEST(TiffSource, ReadsUnusualSampleForms)
+// 8 bits a sample, and admitted; what neither reads fails its page with libtiff's reason.
+// Semi-transparent pixels lie over white: 200 at alpha 128 shows as 227.
+TEST(TiffSource, EveryPixelFormBecomesEightBitRgbOverWhite)
 {
-    const auto floats = [](std::vector<float> values) {
-        std::vector<std::uint8_t> bytes(values.size() * 4);
-        std::memcpy(bytes.data(), values.data(), bytes.size());
-        return bytes;
-    };
-    const std::uint64_t full16 = 65535;
+    const std::uint64_t full = 65535;
     const struct {
         const char* name;
-        test::RawTiffImage image;
-        std::vector<int> grey; // expected value of each pixel: red, green and blue alike
-        const char* shown;     // or the letters expected
+        test::RawTiffImage image; // one row as stored
+        std::vector<int> grey;    // expected value of each pixel shown: red, green and blue alike
+        const char* shown;        // or the letters expected, or the refusal
     } cases[] = {
         {"12-bit grey", {.width = 3, .bits_per_sample = 12, .data = test::pack_samples({0, 2048, 4095}, 3, 12)},
          {0, 128, 255}, ""},
-        {"3-bit grey", {.width = 3, .bits_per_sample = 3, .data = test::pack_samples({7, 3, 0}, 3, 3)},
-         {255, 109, 0}, ""},
+        {"3-bit grey", {.width = 3, .bits_per_sample = 3, .data = test::pack_samples({7, 3, 0}, 3, 3)}, {255, 109, 0}, ""},
         {"5-bit RGB", {.width = 3, .bits_per_sample = 5, .samples_per_pixel = 3, .photometric = 2,
-                       .data = test::pack_samples({31, 0, 0, 0, 31, 0, 31, 31, 31}, 9, 5)},
-         {}, "RGW"},
+                       .data = test::pack_samples({31, 0, 0, 0, 31, 0, 31, 31, 31}, 9, 5)}, {}, "RGW"},
         {"16-bit CMYK", {.width = 4, .bits_per_sample = 16, .samples_per_pixel = 4, .photometric = 5,
-                         .data = test::pack_samples({0, full16, full16, 0, full16, 0, full16, 0, 0, 0, 0, full16,
-                                                     0, 0, 0, 0}, 16, 16)},
+                         .data = test::pack_samples({0, full, full, 0, full, 0, full, 0, 0, 0, 0, full, 0, 0, 0, 0}, 16, 16)},
          {}, "RGKW"},
-        {"32-bit integer grey", {.width = 3, .bits_per_sample = 32,
-                                 .data = test::pack_samples({0xFFFFFFFF, 0x80000000, 0}, 3, 32)},
+        {"32-bit integer grey", {.width = 3, .bits_per_sample = 32, .data = test::pack_samples({~0u, 1u << 31, 0}, 3, 32)},
          {255, 128, 0}, ""},
-        {"32-bit float grey", {.width = 3, .bits_per_sample = 32, .sample_format = 3, .data = floats({0, 0.5f, 1})},
-         {0, 128, 255}, ""},
+        // The bit patterns of the floats 0, 0.5 and 1.
+        {"32-bit float grey", {.width = 3, .bits_per_sample = 32, .sample_format = 3,
+                               .data = test::pack_samples({0, 0x3F000000, 0x3F800000}, 3, 32)}, {0, 128, 255}, ""},
         {"12-bit grey turned", {.width = 3, .bits_per_sample = 12, .orientation = 8,
-                                .data = test::pack_samples({0, 2048, 4095}, 3, 12)},
+                                .data = test::pack_samples({0, 2048, 4095}, 3, 12)}, {255, 128, 0}, ""},
+        {"grey, unassociated alpha", {.samples_per_pixel = 2, .extra_samples = {2}, .data = {200, 128}}, {227}, ""},
+        {"grey, associated alpha", {.samples_per_pixel = 2, .extra_samples = {1}, .data = {100, 128}}, {227}, ""},
+        {"16-bit grey, unassociated alpha", {.bits_per_sample = 16, .samples_per_pixel = 2, .extra_samples = {2},
+                                             .data = test::pack_samples({200 * 257, 128 * 257}, 2, 16)}, {227}, ""},
+        // The bit patterns of the doubles 1, 0.5 and 0.
+        {"64-bit float grey", {.width = 3, .bits_per_sample = 64, .sample_format = 3,
+                               .data = test::pack_samples({0x3FF0000000000000, 0x3FE0000000000000, 0}, 3, 64)},
          {255, 128, 0}, ""},
+        {"64-bit integer RGB", {.width = 3, .bits_per_sample = 64, .samples_per_pixel = 3, .photometric = 2,
+                                .data = test::pack_samples({~0ull, 0, 0, 0, 0, ~0ull, 0, ~0ull >> 1, 0}, 9, 64)},
+         {}, "RBK"},
+        {"64-bit signed grey", {.bits_per_sample = 64, .sample_format = 2, .data = test::pack_samples({0}, 1, 64)},
+         {}, "64-bit samples"},
+        {"16-bit CMY", {.bits_per_sample = 16, .samples_per_pixel = 3, .photometric = 5,
+                        .data = test::pack_samples({0, 0, 0}, 3, 16)}, {}, "Samples/pixel=3"},
     };
     test::TempFolder folder;
     for (const auto& c : cases) {
         const auto path = folder / "deep.tif";
         test::make_raw_tiff(path, {c.image, c.image});
         EXPECT_TRUE(intake::probe_tiff(path).readable) << c.name;
-        auto source = open(path);
-        const auto picture = source->picture(2, {});
+        engine::PagePicture picture;
+        try {
+            picture = open(path)->picture(2, {});
+        } catch (const engine::Error& e) {
+            EXPECT_TRUE(c.grey.empty() && e.reason().find(c.shown) != std::string::npos) << c.name << ": " << e.reason();
+            continue;
+        }
         ASSERT_EQ(picture.format, PixelFormat::Rgb8) << c.name;
-        if (*c.shown != '\0') {
+        if (c.grey.empty()) {
             EXPECT_EQ(letters(picture), c.shown) << c.name;
             continue;
         }
-        // Each image is one row as stored; a turned one shows as a column.
+        // A turned row shows as a column.
         const bool turned = c.image.orientation >= 5;
         ASSERT_EQ(turned ? picture.height : picture.width, static_cast<int>(c.grey.size())) << c.name;
         ASSERT_EQ(turned ? picture.width : picture.height, 1) << c.name;
         for (std::size_t i = 0; i < c.grey.size(); ++i) {
             const std::uint8_t* p = picture.pixels.data() + 3 * i;
-            EXPECT_NEAR(p[0], c.grey[i], 1) << c.name << " pixel " << i;
-            EXPECT_EQ(p[0], p[1]) << c.name << " pixel " << i;
-            EXPECT_EQ(p[0], p[2]) << c.name << " pixel " << i;
+            EXPECT_TRUE(std::abs(p[0] - c.grey[i]) <= 1 && p[0] == p[1] && p[1] == p[2])
+                << c.name << " pixel " << i << ": " << +p[0] << " " << +p[1] << " " << +p[2];
         }
-    }
-}
-
-// What neither reader can read fails its page with libtiff's reason, and is still admitted.
-TEST(TiffSource, SampleFormsNeitherReaderKnowsFailWithAReason)
-{
-    const struct {
-        const char* name;
-        test::RawTiffImage image;
-        const char* reason;
-    } cases[] = {
-        {"64-bit float grey", {.bits_per_sample = 64, .sample_format = 3, .data = std::vector<std::uint8_t>(8, 0)},
-         "64-bit samples"},
-        {"64-bit integer grey", {.bits_per_sample = 64, .data = std::vector<std::uint8_t>(8, 0)}, "64-bit samples"},
-        {"16-bit CMY", {.bits_per_sample = 16, .samples_per_pixel = 3, .photometric = 5,
-                        .data = std::vector<std::uint8_t>(6, 0)},
-         "Samples/pixel=3"},
-    };
-    test::TempFolder folder;
-    for (const auto& c : cases) {
-        const auto path = folder / "deep.tif";
-        test::make_raw_tiff(path, {c.image});
-        EXPECT_TRUE(intake::probe_tiff(path).readable) << c.name;
-        try {
-            (void)open(path)->picture(1, {});
-            ADD_FAILURE() << c.name << " was read";
-        } catch (const engine::Error& e) {
-            EXPECT_NE(e.reason().find(c.reason), std::string::npos) << c.name << ": " << e.reason();
-        }
-    }
-}
-
-TEST(TiffSource, SemiTransparentPixelsBlendOntoWhite)
-{
-    const auto samples16 = [](std::vector<std::uint64_t> samples) {
-        for (auto& sample : samples) {
-            sample *= 257;
-        }
-        return test::pack_samples(samples, static_cast<int>(samples.size()), 16);
-    };
-    // Half-covered pixels: 200, 100, 0 at alpha 128 shows 227, 177, 127 over white.
-    const struct {
-        const char* name;
-        test::RawTiffImage image;
-        test::Rgb shown;
-    } cases[] = {
-        {"grey, unassociated", {.samples_per_pixel = 2, .extra_samples = {2}, .data = {200, 128}}, {227, 227, 227}},
-        {"grey, associated", {.samples_per_pixel = 2, .extra_samples = {1}, .data = {100, 128}}, {227, 227, 227}},
-        {"16-bit grey, unassociated",
-         {.bits_per_sample = 16, .samples_per_pixel = 2, .extra_samples = {2}, .data = samples16({200, 128})},
-         {227, 227, 227}},
-        {"RGB, unassociated", {.samples_per_pixel = 4, .photometric = 2, .extra_samples = {2}, .data = {200, 100, 0, 128}},
-         {227, 177, 127}},
-        {"RGB, associated", {.samples_per_pixel = 4, .photometric = 2, .extra_samples = {1}, .data = {100, 50, 0, 128}},
-         {227, 177, 127}},
-        {"16-bit RGB, unassociated",
-         {.bits_per_sample = 16, .samples_per_pixel = 4, .photometric = 2, .extra_samples = {2},
-          .data = samples16({200, 100, 0, 128})},
-         {227, 177, 127}},
-    };
-    test::TempFolder folder;
-    for (const auto& c : cases) {
-        const auto path = folder / "alpha.tif";
-        test::make_raw_tiff(path, {c.image});
-        const test::Rgb shown = rgb_at(open(path)->picture(1, {}), 0, 0);
-        EXPECT_NEAR(shown.r, c.shown.r, 1) << c.name;
-        EXPECT_NEAR(shown.g, c.shown.g, 1) << c.name;
-        EXPECT_NEAR(shown.b, c.shown.b, 1) << c.name;
     }
 }
 

@@ -214,8 +214,8 @@ void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images
             TIFFSetField(tif, TIFFTAG_YRESOLUTION, image.yres);
             TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
         }
-        std::vector<std::uint8_t> data = image.data;
-        ok = ok && TIFFWriteEncodedStrip(tif, 0, data.data(), static_cast<tmsize_t>(data.size())) >= 0 &&
+        auto* data = const_cast<std::uint8_t*>(image.data.data());
+        ok = ok && TIFFWriteEncodedStrip(tif, 0, data, static_cast<tmsize_t>(image.data.size())) >= 0 &&
              TIFFWriteDirectory(tif) == 1;
     }
     TIFFClose(tif);
@@ -227,38 +227,21 @@ void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images
 std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits)
 {
     std::vector<std::uint8_t> bytes;
-    if (bits % 8 == 0) {
-        for (const std::uint64_t sample : samples) {
-            std::uint8_t raw[8];
-            if (bits == 8) {
-                raw[0] = static_cast<std::uint8_t>(sample);
-            } else if (bits == 16) {
-                const auto value = static_cast<std::uint16_t>(sample);
-                std::memcpy(raw, &value, 2);
-            } else if (bits == 32) {
-                const auto value = static_cast<std::uint32_t>(sample);
-                std::memcpy(raw, &value, 4);
-            } else {
-                std::memcpy(raw, &sample, 8);
-            }
+    int used = 8; // bits used in the last byte
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        if (bits % 8 == 0) { // whole bytes, least significant first on this machine
+            const auto* raw = reinterpret_cast<const std::uint8_t*>(&samples[i]);
             bytes.insert(bytes.end(), raw, raw + bits / 8);
+            continue;
         }
-        return bytes;
-    }
-    for (std::size_t start = 0; start < samples.size(); start += static_cast<std::size_t>(per_row)) {
-        std::uint64_t pending = 0;
-        int pending_bits = 0;
-        for (int i = 0; i < per_row; ++i) {
-            pending = (pending << bits) | (samples[start + static_cast<std::size_t>(i)] & ((1ull << bits) - 1));
-            pending_bits += bits;
-            while (pending_bits >= 8) {
-                bytes.push_back(static_cast<std::uint8_t>(pending >> (pending_bits - 8)));
-                pending_bits -= 8;
+        for (int bit = bits - 1; bit >= 0; --bit, ++used) {
+            if (used == 8) {
+                bytes.push_back(0);
+                used = 0;
             }
+            bytes.back() |= static_cast<std::uint8_t>(((samples[i] >> bit) & 1) << (7 - used));
         }
-        if (pending_bits > 0) {
-            bytes.push_back(static_cast<std::uint8_t>(pending << (8 - pending_bits)));
-        }
+        used = (i + 1) % static_cast<std::size_t>(per_row) == 0 ? 8 : used; // rows start on a byte
     }
     return bytes;
 }
