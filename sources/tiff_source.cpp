@@ -316,10 +316,16 @@ private:
         return TIFFGetField(tif_, TIFFTAG_PHOTOMETRIC, &value) == 1 ? value : fallback;
     }
 
-    bool shows_grey() const
+    bool is_grey() const
     {
         const std::uint16_t model = photometric(PHOTOMETRIC_MINISWHITE);
-        if (model == PHOTOMETRIC_MINISWHITE || model == PHOTOMETRIC_MINISBLACK) {
+        return model == PHOTOMETRIC_MINISWHITE || model == PHOTOMETRIC_MINISBLACK;
+    }
+
+    // Grey, or a colour map of greys only.
+    bool shows_grey() const
+    {
+        if (is_grey()) {
             return true;
         }
         std::uint16_t bits = 1;
@@ -327,7 +333,8 @@ private:
         const std::uint16_t* green = nullptr;
         const std::uint16_t* blue = nullptr;
         TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
-        if (model != PHOTOMETRIC_PALETTE || bits > 8 || TIFFGetField(tif_, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) {
+        if (photometric(PHOTOMETRIC_MINISWHITE) != PHOTOMETRIC_PALETTE || bits > 8 ||
+            TIFFGetField(tif_, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) {
             return false;
         }
         for (std::size_t i = 0; i < (std::size_t{1} << bits); ++i) {
@@ -347,12 +354,6 @@ private:
             return EXTRASAMPLE_UNSPECIFIED;
         }
         return kinds[0];
-    }
-
-    bool is_grey() const
-    {
-        const std::uint16_t model = photometric(PHOTOMETRIC_MINISWHITE);
-        return model == PHOTOMETRIC_MINISWHITE || model == PHOTOMETRIC_MINISBLACK;
     }
 
     // libtiff's RGBA reader where it can read the image, else the image module. The reader
