@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <tiffio.h>
@@ -12,6 +14,8 @@
 
 #include "engine/error.h"
 #include "engine/run_model.h"
+#include "sources/tiff_raster.h"
+#include "writers/magick/magick_module.h"
 
 namespace qf::sources {
 namespace {
@@ -82,7 +86,8 @@ public:
     {
         // One libtiff handle: callers on several threads take turns.
         const std::lock_guard lock(mutex_);
-        select_image(tiled_ ? tiled_index() : pageno - 1, pageno);
+        const int index = tiled_ ? tiled_index() : pageno - 1;
+        select_image(index, pageno);
         std::uint32_t width = 0;
         std::uint32_t height = 0;
         TIFFGetField(tif_, TIFFTAG_IMAGEWIDTH, &width);
@@ -113,7 +118,7 @@ public:
                 return bilevel;
             }
         }
-        return read_rgb(width, height, pageno, bits < 2);
+        return read_rgb(width, height, index, pageno, bits < 2);
     }
 
 private:
@@ -150,6 +155,12 @@ private:
             const double factor = unit == RESUNIT_CENTIMETER ? 2.54 : 1.0;
             tags_.xres = static_cast<int>(std::lround(std::clamp(xres * factor, 0.0, 1.0e6)));
             tags_.yres = static_cast<int>(std::lround(std::clamp(yres * factor, 0.0, 1.0e6)));
+            // Each value measures a side as stored; a turned image shows the other side across.
+            std::uint16_t orientation = ORIENTATION_TOPLEFT;
+            TIFFGetFieldDefaulted(tif_, TIFFTAG_ORIENTATION, &orientation);
+            if (orientation_turns(orientation)) {
+                std::swap(tags_.xres, tags_.yres);
+            }
         }
         if (tiled_ && tiled_index() != 0) {
             select_image(tiled_index(), 0);
@@ -289,43 +300,146 @@ private:
         return true;
     }
 
-    // Any other image through libtiff's RGBA reader (any photometric, 16-bit reduced to 8),
-    // laid over white. A 1-bit image read this way is made bilevel again.
-    PagePicture read_rgb(std::uint32_t width, std::uint32_t height, int pageno, bool make_bilevel)
+    // Any other image, laid over white and turned as its Orientation tag says. A 1-bit image
+    // read this way is made bilevel again when it is grey (a colour map of greys included).
+    PagePicture read_rgb(std::uint32_t width, std::uint32_t height, int index, int pageno, bool one_bit)
     {
-        messages_.first_error.clear();
-        std::vector<std::uint32_t> raster(static_cast<std::size_t>(width) * height);
-        if (TIFFReadRGBAImageOriented(tif_, width, height, raster.data(), ORIENTATION_TOPLEFT, 0) != 1) {
-            throw Error(ErrorKind::Damaged, reason("the image cannot be decoded"), path_, pageno);
+        std::uint16_t orientation = ORIENTATION_TOPLEFT;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_ORIENTATION, &orientation);
+        const TiffRaster raster = decode_raster(width, height, orientation, index, pageno);
+        return displayed_page(raster, orientation, one_bit && shows_grey());
+    }
+
+    std::uint16_t photometric(std::uint16_t fallback) const
+    {
+        std::uint16_t value = fallback;
+        return TIFFGetField(tif_, TIFFTAG_PHOTOMETRIC, &value) == 1 ? value : fallback;
+    }
+
+    bool is_grey() const
+    {
+        const std::uint16_t model = photometric(PHOTOMETRIC_MINISWHITE);
+        return model == PHOTOMETRIC_MINISWHITE || model == PHOTOMETRIC_MINISBLACK;
+    }
+
+    // Grey, or a colour map of greys only.
+    bool shows_grey() const
+    {
+        if (is_grey()) {
+            return true;
         }
-        PagePicture picture;
-        picture.width = static_cast<int>(width);
-        picture.height = static_cast<int>(height);
-        picture.format = make_bilevel ? PixelFormat::Bilevel : PixelFormat::Rgb8;
-        const std::size_t stride = picture.stride();
-        picture.pixels.assign(stride * height, 0);
-        for (std::uint32_t y = 0; y < height; ++y) {
-            const std::uint32_t* in = raster.data() + static_cast<std::size_t>(y) * width;
-            std::uint8_t* out = picture.pixels.data() + stride * y;
-            for (std::uint32_t x = 0; x < width; ++x) {
-                // The reader gives premultiplied colour: over white, add what alpha leaves.
-                const std::uint32_t pixel = in[x];
-                const unsigned white = 255 - TIFFGetA(pixel);
-                const unsigned r = std::min(255u, TIFFGetR(pixel) + white);
-                const unsigned g = std::min(255u, TIFFGetG(pixel) + white);
-                const unsigned b = std::min(255u, TIFFGetB(pixel) + white);
-                if (make_bilevel) {
-                    if (r + g + b < 3 * 128) {
-                        out[x >> 3] |= static_cast<std::uint8_t>(0x80 >> (x & 7));
-                    }
-                } else {
-                    out[3 * x] = static_cast<std::uint8_t>(r);
-                    out[3 * x + 1] = static_cast<std::uint8_t>(g);
-                    out[3 * x + 2] = static_cast<std::uint8_t>(b);
-                }
+        std::uint16_t bits = 1;
+        const std::uint16_t* red = nullptr;
+        const std::uint16_t* green = nullptr;
+        const std::uint16_t* blue = nullptr;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        if (photometric(PHOTOMETRIC_MINISWHITE) != PHOTOMETRIC_PALETTE || bits > 8 ||
+            TIFFGetField(tif_, TIFFTAG_COLORMAP, &red, &green, &blue) != 1) {
+            return false;
+        }
+        for (std::size_t i = 0; i < (std::size_t{1} << bits); ++i) {
+            if (red[i] != green[i] || green[i] != blue[i]) {
+                return false;
             }
         }
-        return picture;
+        return true;
+    }
+
+    // What the first extra sample, the alpha of libtiff's RGBA reader, says it is.
+    std::uint16_t alpha_kind() const
+    {
+        std::uint16_t count = 0;
+        const std::uint16_t* kinds = nullptr;
+        if (TIFFGetField(tif_, TIFFTAG_EXTRASAMPLES, &count, &kinds) != 1 || count == 0 || kinds == nullptr) {
+            return EXTRASAMPLE_UNSPECIFIED;
+        }
+        return kinds[0];
+    }
+
+    // libtiff's RGBA reader where it can read the image, else the image module. The reader
+    // ignores the alpha of 16-bit grey images, which therefore go to the module too.
+    TiffRaster decode_raster(std::uint32_t width, std::uint32_t height, std::uint16_t orientation, int index,
+                             int pageno)
+    {
+        messages_.first_error.clear();
+        char refusal[1024] = "";
+        std::uint16_t bits = 1;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        const std::uint16_t alpha = alpha_kind();
+        const bool grey_alpha_dropped =
+            is_grey() && bits == 16 && (alpha == EXTRASAMPLE_ASSOCALPHA || alpha == EXTRASAMPLE_UNASSALPHA);
+        TIFFRGBAImage reader{};
+        if (TIFFRGBAImageOK(tif_, refusal) != 1 || TIFFRGBAImageBegin(&reader, tif_, 0, refusal) != 1) {
+            return decode_refused(width, height, index, pageno, refusal);
+        }
+        const std::unique_ptr<TIFFRGBAImage, decltype(&TIFFRGBAImageEnd)> end_reader(&reader, TIFFRGBAImageEnd);
+        if (grey_alpha_dropped) {
+            return decode_with_module(index, pageno, "the image cannot be decoded");
+        }
+        TiffRaster raster;
+        raster.width = width;
+        raster.height = height;
+        raster.pixels.resize(static_cast<std::size_t>(width) * height);
+        // Asked for in the file's own orientation, the reader gives the rows as stored.
+        reader.req_orientation = orientation;
+        if (TIFFRGBAImageGet(&reader, raster.pixels.data(), width, height) != 1) {
+            throw Error(ErrorKind::Damaged, reason("the image cannot be decoded"), path_, pageno);
+        }
+        // The reader leaves associated alpha's colour as stored (multiplied), multiplies colour
+        // by unassociated alpha itself except in grey images, and takes an unspecified extra
+        // sample of RGB as alpha without multiplying.
+        raster.premultiplied =
+            alpha == EXTRASAMPLE_ASSOCALPHA || (alpha == EXTRASAMPLE_UNASSALPHA && !is_grey());
+        return raster;
+    }
+
+    // What libtiff's readers refuse: 64-bit samples are read here (the image library refuses
+    // 64-bit integers and misreads 64-bit floats), the rest by the image module. `refusal` is
+    // libtiff's reason, given when neither can read the image.
+    TiffRaster decode_refused(std::uint32_t width, std::uint32_t height, int index, int pageno,
+                              const std::string& refusal)
+    {
+        TiffRaster wide;
+        switch (read_64bit_samples(tif_, width, height, wide)) {
+        case WideRead::Done: return wide;
+        case WideRead::Damaged: throw Error(ErrorKind::Damaged, reason("the image cannot be decoded"), path_, pageno);
+        case WideRead::OtherForm: break;
+        }
+        std::uint16_t bits = 0;
+        TIFFGetFieldDefaulted(tif_, TIFFTAG_BITSPERSAMPLE, &bits);
+        if (bits > 32) {
+            throw Error(ErrorKind::Unsupported, refusal, path_, pageno);
+        }
+        return decode_with_module(index, pageno, refusal);
+    }
+
+    TiffRaster decode_with_module(int index, int pageno, const std::string& refusal)
+    {
+        const writers::MagickModule& module = writers::magick_module();
+        if (!module.problem.empty()) {
+            throw Error(ErrorKind::Unsupported, refusal + " (" + module.problem + ")", path_, pageno);
+        }
+        std::ifstream in(path_, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        unsigned width = 0;
+        unsigned height = 0;
+        unsigned char* rgba = nullptr;
+        const int result = module.read_tiff(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                                            static_cast<unsigned>(index), kMaxTiffPixels, &width, &height, &rgba);
+        if (result != kQfReadDone) {
+            throw Error(ErrorKind::Unsupported, refusal, path_, pageno);
+        }
+        const std::unique_ptr<unsigned char, decltype(module.release)> owned(rgba, module.release);
+        TiffRaster raster;
+        raster.width = width;
+        raster.height = height;
+        raster.pixels.resize(static_cast<std::size_t>(width) * height);
+        for (std::size_t i = 0; i < raster.pixels.size(); ++i) {
+            const unsigned char* p = rgba + 4 * i;
+            raster.pixels[i] = static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
+                               static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
+        }
+        return raster;
     }
 
     std::filesystem::path path_;

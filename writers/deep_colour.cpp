@@ -5,17 +5,15 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include <dlfcn.h>
 #include <tiffio.h>
 
 #include "engine/error.h"
 #include "engine/file_ops.h"
-#include "writers/magick/magick_deep_tiff.h"
+#include "writers/magick/magick_module.h"
 
 namespace qf::writers {
 namespace {
@@ -64,59 +62,6 @@ std::string read_whole_file(const std::filesystem::path& file)
     return bytes;
 }
 
-// The 16-bit module's two entry points, or why it could not be loaded.
-struct DeepModule {
-    decltype(&qf_deep_tiff) rewrite = nullptr;
-    decltype(&qf_deep_tiff_free) release = nullptr;
-    std::string problem;
-};
-
-// Installed beside the program (<prefix>/lib/quirefold), else where this build made it.
-std::vector<std::filesystem::path> module_candidates()
-{
-    std::vector<std::filesystem::path> candidates;
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        candidates.push_back(program.parent_path().parent_path() / "lib" / "quirefold" / "qf_magick.so");
-    }
-#ifdef QF_MAGICK_MODULE
-    candidates.emplace_back(QF_MAGICK_MODULE);
-#endif
-    return candidates;
-}
-
-const DeepModule& deep_module()
-{
-    static const DeepModule module = [] {
-        DeepModule loaded;
-        loaded.problem = "the 16-bit module was not found";
-        for (const auto& candidate : module_candidates()) {
-            std::error_code error;
-            if (!std::filesystem::is_regular_file(candidate, error)) {
-                continue;
-            }
-            // Kept loaded for the rest of the process; its library cannot be unloaded cleanly.
-            void* handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
-            if (handle == nullptr) {
-                const char* reason = ::dlerror();
-                loaded.problem = std::string("the 16-bit module could not be loaded: ") +
-                                 (reason != nullptr ? reason : "unknown reason");
-                continue;
-            }
-            loaded.rewrite = reinterpret_cast<decltype(&qf_deep_tiff)>(::dlsym(handle, "qf_deep_tiff"));
-            loaded.release = reinterpret_cast<decltype(&qf_deep_tiff_free)>(::dlsym(handle, "qf_deep_tiff_free"));
-            if (loaded.rewrite != nullptr && loaded.release != nullptr) {
-                loaded.problem.clear();
-                break;
-            }
-            loaded.problem = "the 16-bit module is incomplete";
-        }
-        return loaded;
-    }();
-    return module;
-}
-
 std::string deep_failure(int result)
 {
     switch (result) {
@@ -134,7 +79,7 @@ void writergb48(const std::filesystem::path& file)
     if (!std::filesystem::is_regular_file(file, error)) {
         return;
     }
-    const DeepModule& module = deep_module();
+    const MagickModule& module = magick_module();
     if (!module.problem.empty()) {
         throw engine::Error(engine::ErrorKind::Output, module.problem, file);
     }
@@ -145,7 +90,7 @@ void writergb48(const std::filesystem::path& file)
     unsigned char* encoded = nullptr;
     std::size_t encoded_length = 0;
     const int result =
-        module.rewrite(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), compressions.data(),
+        module.deep_tiff(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), compressions.data(),
                        compressions.size(), &encoded, &encoded_length);
     if (result != kQfDeepDone) {
         throw engine::Error(engine::ErrorKind::Output, deep_failure(result), file);

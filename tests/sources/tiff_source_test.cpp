@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <cstdlib>
 #include <fstream>
+#include <utility>
 #include <gtest/gtest.h>
 
 #include "engine/error.h"
+#include "intake/tiff_probe.h"
 #include "engine/run_model.h"
 #include "sources/tiff_source.h"
 #include "tests/support/tiff_fixtures.h"
@@ -133,6 +136,155 @@ TEST(TiffSource, DamagedFilesThrowInsteadOfCrashing)
             ADD_FAILURE() << "a file cut at " << cut << " of " << size << " bytes read as whole";
         } catch (const engine::Error& e) {
             EXPECT_FALSE(e.reason().empty());
+        }
+    }
+}
+
+// A picture as letters, rows separated by "/", each channel counting as full above 127: K black,
+// B blue, G green, C cyan, R red, M magenta, Y yellow, W white.
+std::string letters(const engine::PagePicture& picture)
+{
+    const engine::PagePicture rgb = engine::to_rgb(picture);
+    std::string text;
+    for (int y = 0; y < rgb.height; ++y) {
+        text += y == 0 ? "" : "/";
+        for (int x = 0; x < rgb.width; ++x) {
+            const test::Rgb p = rgb_at(rgb, x, y);
+            text += "KBGCRMYW"[(p.r > 127) * 4 + (p.g > 127) * 2 + (p.b > 127)];
+        }
+    }
+    return text;
+}
+
+TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
+{
+    // Both store "RGB/KWY": as 8-bit RGB, and as 1-bit MinIsWhite where only K is black.
+    const test::RawTiffImage colour{.width = 3, .height = 2, .samples_per_pixel = 3, .photometric = 2, .xres = 300,
+                                    .yres = 200, .data = {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255, 255, 0}};
+    const test::RawTiffImage bilevel{.width = 3, .height = 2, .bits_per_sample = 1, .photometric = 0, .xres = 300,
+                                     .yres = 200, .data = {0x00, 0x80}};
+    const struct {
+        std::uint16_t orientation;
+        const char* shown;
+        const char* bilevel;
+    } cases[] = {
+        {1, "RGB/KWY", "WWW/KWW"},  {2, "BGR/YWK", "WWW/WWK"},  {3, "YWK/BGR", "WWK/WWW"},  {4, "KWY/RGB", "KWW/WWW"},
+        {5, "RK/GW/BY", "WK/WW/WW"}, {6, "KR/WG/YB", "KW/WW/WW"}, {7, "YB/WG/KR", "WW/WW/KW"}, {8, "BY/GW/RK", "WW/WW/WK"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        for (test::RawTiffImage image : {colour, bilevel}) {
+            image.orientation = c.orientation;
+            test::make_raw_tiff(folder / "turned.tif", {image});
+            auto source = open(folder / "turned.tif");
+            const auto picture = source->picture(1, {});
+            const bool one_bit = image.bits_per_sample == 1;
+            EXPECT_EQ(letters(picture), one_bit ? c.bilevel : c.shown) << c.orientation;
+            EXPECT_EQ(picture.format, one_bit ? PixelFormat::Bilevel : PixelFormat::Rgb8) << c.orientation;
+            // Each resolution follows the side it measures.
+            const auto resolution = std::pair(source->tags().xres, source->tags().yres);
+            EXPECT_EQ(resolution, c.orientation >= 5 ? std::pair(200, 300) : std::pair(300, 200)) << c.orientation;
+        }
+    }
+}
+
+// 1-bit images that the 1-bit reader leaves to the colour reader keep their colours, and stay
+// bilevel when they are black and white.
+TEST(TiffSource, OneBitPalettesAndExtraSamplesKeepTheirColours)
+{
+    const struct {
+        const char* name;
+        test::RawTiffImage image;
+        PixelFormat format;
+        const char* shown;
+    } cases[] = {
+        {"white and green map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
+                                 .colour_map = {65535, 0, 65535, 65535, 65535, 0}, .data = test::pack_samples({0, 1, 1}, 3, 1)},
+         PixelFormat::Rgb8, "WGG"},
+        {"black and white map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
+                                 .colour_map = {0, 65535, 0, 65535, 0, 65535}, .data = test::pack_samples({0, 1, 0}, 3, 1)},
+         PixelFormat::Bilevel, "KWK"},
+        {"grey with alpha", {.width = 4, .bits_per_sample = 1, .samples_per_pixel = 2, .extra_samples = {2},
+                             .data = test::pack_samples({0, 1, 0, 0, 1, 1, 1, 0}, 8, 1)},
+         PixelFormat::Bilevel, "KWWW"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        test::make_raw_tiff(folder / "one-bit.tif", {c.image});
+        const auto picture = open(folder / "one-bit.tif")->picture(1, {});
+        EXPECT_EQ(picture.format, c.format) << c.name;
+        EXPECT_EQ(letters(picture), c.shown) << c.name;
+    }
+}
+
+// Sample forms libtiff's own readers refuse are read by the image module instead, reduced to
+// 8 bits a sample, and admitted; what neither reads fails its page with libtiff's reason.
+// Semi-transparent pixels lie over white: 200 at alpha 128 shows as 227.
+TEST(TiffSource, EveryPixelFormBecomesEightBitRgbOverWhite)
+{
+    const std::uint64_t full = 65535;
+    const struct {
+        const char* name;
+        test::RawTiffImage image; // one row as stored
+        std::vector<int> grey;    // expected value of each pixel shown: red, green and blue alike
+        const char* shown;        // or the letters expected, or the refusal
+    } cases[] = {
+        {"12-bit grey", {.width = 3, .bits_per_sample = 12, .data = test::pack_samples({0, 2048, 4095}, 3, 12)},
+         {0, 128, 255}, ""},
+        {"3-bit grey", {.width = 3, .bits_per_sample = 3, .data = test::pack_samples({7, 3, 0}, 3, 3)}, {255, 109, 0}, ""},
+        {"5-bit RGB", {.width = 3, .bits_per_sample = 5, .samples_per_pixel = 3, .photometric = 2,
+                       .data = test::pack_samples({31, 0, 0, 0, 31, 0, 31, 31, 31}, 9, 5)}, {}, "RGW"},
+        {"16-bit CMYK", {.width = 4, .bits_per_sample = 16, .samples_per_pixel = 4, .photometric = 5,
+                         .data = test::pack_samples({0, full, full, 0, full, 0, full, 0, 0, 0, 0, full, 0, 0, 0, 0}, 16, 16)},
+         {}, "RGKW"},
+        {"32-bit integer grey", {.width = 3, .bits_per_sample = 32, .data = test::pack_samples({~0u, 1u << 31, 0}, 3, 32)},
+         {255, 128, 0}, ""},
+        // The bit patterns of the floats 0, 0.5 and 1.
+        {"32-bit float grey", {.width = 3, .bits_per_sample = 32, .sample_format = 3,
+                               .data = test::pack_samples({0, 0x3F000000, 0x3F800000}, 3, 32)}, {0, 128, 255}, ""},
+        {"12-bit grey turned", {.width = 3, .bits_per_sample = 12, .orientation = 8,
+                                .data = test::pack_samples({0, 2048, 4095}, 3, 12)}, {255, 128, 0}, ""},
+        {"grey, unassociated alpha", {.samples_per_pixel = 2, .extra_samples = {2}, .data = {200, 128}}, {227}, ""},
+        {"grey, associated alpha", {.samples_per_pixel = 2, .extra_samples = {1}, .data = {100, 128}}, {227}, ""},
+        {"16-bit grey, unassociated alpha", {.bits_per_sample = 16, .samples_per_pixel = 2, .extra_samples = {2},
+                                             .data = test::pack_samples({200 * 257, 128 * 257}, 2, 16)}, {227}, ""},
+        // The bit patterns of the doubles 1, 0.5 and 0.
+        {"64-bit float grey", {.width = 3, .bits_per_sample = 64, .sample_format = 3,
+                               .data = test::pack_samples({0x3FF0000000000000, 0x3FE0000000000000, 0}, 3, 64)},
+         {255, 128, 0}, ""},
+        {"64-bit integer RGB", {.width = 3, .bits_per_sample = 64, .samples_per_pixel = 3, .photometric = 2,
+                                .data = test::pack_samples({~0ull, 0, 0, 0, 0, ~0ull, 0, ~0ull >> 1, 0}, 9, 64)},
+         {}, "RBK"},
+        {"64-bit signed grey", {.bits_per_sample = 64, .sample_format = 2, .data = test::pack_samples({0}, 1, 64)},
+         {}, "64-bit samples"},
+        {"16-bit CMY", {.bits_per_sample = 16, .samples_per_pixel = 3, .photometric = 5,
+                        .data = test::pack_samples({0, 0, 0}, 3, 16)}, {}, "Samples/pixel=3"},
+    };
+    test::TempFolder folder;
+    for (const auto& c : cases) {
+        const auto path = folder / "deep.tif";
+        test::make_raw_tiff(path, {c.image, c.image});
+        EXPECT_TRUE(intake::probe_tiff(path).readable) << c.name;
+        engine::PagePicture picture;
+        try {
+            picture = open(path)->picture(2, {});
+        } catch (const engine::Error& e) {
+            EXPECT_TRUE(c.grey.empty() && e.reason().find(c.shown) != std::string::npos) << c.name << ": " << e.reason();
+            continue;
+        }
+        ASSERT_EQ(picture.format, PixelFormat::Rgb8) << c.name;
+        if (c.grey.empty()) {
+            EXPECT_EQ(letters(picture), c.shown) << c.name;
+            continue;
+        }
+        // A turned row shows as a column.
+        const bool turned = c.image.orientation >= 5;
+        ASSERT_EQ(turned ? picture.height : picture.width, static_cast<int>(c.grey.size())) << c.name;
+        ASSERT_EQ(turned ? picture.width : picture.height, 1) << c.name;
+        for (std::size_t i = 0; i < c.grey.size(); ++i) {
+            const std::uint8_t* p = picture.pixels.data() + 3 * i;
+            EXPECT_TRUE(std::abs(p[0] - c.grey[i]) <= 1 && p[0] == p[1] && p[1] == p[2])
+                << c.name << " pixel " << i << ": " << +p[0] << " " << +p[1] << " " << +p[2];
         }
     }
 }

@@ -182,6 +182,70 @@ void make_tiff(const fs::path& path, const std::vector<TiffPage>& pages)
     TIFFClose(tif);
 }
 
+void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images)
+{
+    TIFF* tif = TIFFOpen(path.c_str(), "w");
+    if (tif == nullptr) {
+        throw std::runtime_error("cannot create " + path.string());
+    }
+    bool ok = true;
+    for (const RawTiffImage& image : images) {
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(image.width));
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(image.height));
+        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, image.bits_per_sample);
+        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, image.samples_per_pixel);
+        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, image.photometric);
+        TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, image.sample_format);
+        TIFFSetField(tif, TIFFTAG_ORIENTATION, image.orientation);
+        TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(image.height));
+        if (!image.extra_samples.empty()) {
+            TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<std::uint16_t>(image.extra_samples.size()),
+                         image.extra_samples.data());
+        }
+        if (!image.colour_map.empty()) {
+            const std::size_t n = image.colour_map.size() / 3;
+            TIFFSetField(tif, TIFFTAG_COLORMAP, image.colour_map.data(), image.colour_map.data() + n,
+                         image.colour_map.data() + 2 * n);
+        }
+        if (image.xres > 0) {
+            TIFFSetField(tif, TIFFTAG_XRESOLUTION, image.xres);
+            TIFFSetField(tif, TIFFTAG_YRESOLUTION, image.yres);
+            TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+        }
+        auto* data = const_cast<std::uint8_t*>(image.data.data());
+        ok = ok && TIFFWriteEncodedStrip(tif, 0, data, static_cast<tmsize_t>(image.data.size())) >= 0 &&
+             TIFFWriteDirectory(tif) == 1;
+    }
+    TIFFClose(tif);
+    if (!ok) {
+        throw std::runtime_error("libtiff could not write " + path.string());
+    }
+}
+
+std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits)
+{
+    std::vector<std::uint8_t> bytes;
+    int used = 8; // bits used in the last byte
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        if (bits % 8 == 0) { // whole bytes, least significant first on this machine
+            const auto* raw = reinterpret_cast<const std::uint8_t*>(&samples[i]);
+            bytes.insert(bytes.end(), raw, raw + bits / 8);
+            continue;
+        }
+        for (int bit = bits - 1; bit >= 0; --bit, ++used) {
+            if (used == 8) {
+                bytes.push_back(0);
+                used = 0;
+            }
+            bytes.back() |= static_cast<std::uint8_t>(((samples[i] >> bit) & 1) << (7 - used));
+        }
+        used = (i + 1) % static_cast<std::size_t>(per_row) == 0 ? 8 : used; // rows start on a byte
+    }
+    return bytes;
+}
+
 TempFolder::TempFolder()
 {
     std::string pattern = (fs::temp_directory_path() / "qf-test-XXXXXX").string();

@@ -41,6 +41,28 @@ Rgb page_colour(int index);
 // Writes the pages as one TIFF file; throws std::runtime_error when libtiff fails.
 void make_tiff(const std::filesystem::path& path, const std::vector<TiffPage>& pages);
 
+// An image written with exactly the tags given, for the forms the kinds above do not cover
+// (odd bit depths, float samples, CMYK, colour maps, orientations, extra samples).
+struct RawTiffImage {
+    int width = 1, height = 1;
+    std::uint16_t bits_per_sample = 8;
+    std::uint16_t samples_per_pixel = 1;
+    std::uint16_t photometric = 1;   // MinIsBlack
+    std::uint16_t sample_format = 1; // unsigned integer; 3 for IEEE float
+    std::uint16_t orientation = 1;   // top-left
+    std::vector<std::uint16_t> extra_samples;
+    std::vector<std::uint16_t> colour_map; // red, then green, then blue entries
+    float xres = 0, yres = 0;              // 0: no resolution tags; inch otherwise
+    std::vector<std::uint8_t> data; // rows as the file holds them, each starting on a byte
+};
+
+// Writes the images uncompressed as one TIFF file; throws std::runtime_error when libtiff fails.
+void make_raw_tiff(const std::filesystem::path& path, const std::vector<RawTiffImage>& images);
+
+// Integer samples, row after row of `per_row`, packed `bits` each (most significant bit first,
+// whole bytes in this little-endian machine's order, as libtiff takes them).
+std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits);
+
 // A folder of its own for one test, removed when the object goes.
 class TempFolder {
 public:

@@ -8,13 +8,15 @@
 
 #include <Magick++.h>
 
-namespace {
+#include "writers/magick/magick_setup.h"
 
-void initialise_magick()
+void qf_magick_initialise()
 {
     static std::once_flag once;
     std::call_once(once, [] { Magick::InitializeMagick(nullptr); });
 }
+
+namespace {
 
 MagickLib::CompressionType magick_compression(int code)
 {
@@ -34,7 +36,7 @@ extern "C" int qf_deep_tiff(const unsigned char* tiff, std::size_t length, const
     *out = nullptr;
     *out_length = 0;
     try {
-        initialise_magick();
+        qf_magick_initialise();
         std::list<Magick::Image> frames;
         try {
             Magick::readImages(&frames, Magick::Blob(tiff, length));

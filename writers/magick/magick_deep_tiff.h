@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-// The interface of the 16-bit TIFF module, loaded only when a run asks for 48-bit TIFF output.
-// The image library it wraps pulls in several dozen shared libraries whose loading would
-// otherwise add to the start of every run. Plain C types only: nothing but these two symbols
-// crosses the boundary, and no exception does.
+// The interface of the image module, loaded only when a run asks for 48-bit TIFF output or meets
+// a TIFF image that libtiff's readers refuse (magick_read_tiff.h). The image library it wraps
+// pulls in several dozen shared libraries whose loading would otherwise add to the start of
+// every run. Plain C types only: nothing but the exported symbols crosses the boundary, and no
+// exception does.
 
 #include <cstddef>
 
@@ -24,5 +25,6 @@ enum QfDeepResult { kQfDeepDone = 0, kQfDeepUnreadable = 1, kQfDeepNoImage = 2, 
 QF_DEEP_EXPORT int qf_deep_tiff(const unsigned char* tiff, std::size_t length, const int* compressions,
                                 std::size_t count, unsigned char** out, std::size_t* out_length);
 
+// Gives back what the module's functions handed out.
 QF_DEEP_EXPORT void qf_deep_tiff_free(unsigned char* data);
 }
