@@ -5,7 +5,7 @@
 #include <map>
 #include <gtest/gtest.h>
 
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
 

@@ -7,7 +7,8 @@
 #include <tiffio.h>
 
 #include "sources/pdf_source.h"
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_examine.h"
@@ -28,18 +29,6 @@ std::vector<std::string> page_texts(const fs::path& pdf, const std::string& pass
         texts.push_back(source->text(page));
     }
     return texts;
-}
-
-int page_count(const fs::path& pdf)
-{
-    QPDF document;
-    open_pdf(document, pdf);
-    return static_cast<int>(QPDFPageDocumentHelper(document).getAllPages().size());
-}
-
-bool has_line(const std::vector<std::string>& lines, const std::string& line)
-{
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 class PdfRuns : public ::testing::Test {
@@ -101,7 +90,7 @@ TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
     values.set(OptionId::combinedfilename, std::string("Both"));
     harness.run(values, {admitted_row(first), admitted_row(second)});
     ASSERT_TRUE(fs::exists(out() / "Both.PDF"));
-    EXPECT_EQ(page_count(out() / "Both.PDF"), 3);
+    EXPECT_EQ(pdf_page_count(out() / "Both.PDF"), 3);
     const auto texts = page_texts(out() / "Both.PDF");
     EXPECT_EQ(texts[0], "Hello page 1");
     EXPECT_EQ(texts[1], "Hello page 2");
@@ -195,21 +184,6 @@ TEST_F(PdfRuns, PdfPagesRenderAtTheChosenResolution)
     const auto inside = jpeg.image.rgb_at(312, 1650 - 312);
     EXPECT_GT(inside[0], 180);
     EXPECT_LT(inside[1], 90);
-}
-
-TEST_F(PdfRuns, ABrokenPageDoesNotStopTheOthers)
-{
-    const auto source = folder / "short.pdf";
-    write_numbered_pdf(source, 2);
-    auto values = options_for(out(), "PNG");
-    values.set(OptionId::usepageranges, true);
-    values.set(OptionId::DotsPerInch, std::string("20"));
-    auto row = admitted_row(source);
-    row.cells[4] = "1,5,2"; // page 5 is beyond the document
-    harness.run(values, {row});
-    EXPECT_TRUE(has_line(harness.lines, "short.pdf page 5 could not be converted: the document has 2 pages"));
-    EXPECT_TRUE(fs::exists(out() / "short Page 001.PNG"));
-    EXPECT_TRUE(fs::exists(out() / "short Page 002.PNG"));
 }
 
 } // namespace

@@ -11,8 +11,9 @@
 
 #include "cli/cli_services.h"
 #include "engine/options.h"
-#include "tests/engine_e2e/run_harness.h"
-#include "tests/safety/safety_support.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
@@ -157,29 +158,6 @@ TEST_F(FailedWrites, FileSizeLimitKeepsTheEarlierFilesOfEveryKind)
     expect_sources_untouched();
 }
 
-TEST_F(FailedWrites, TheRunGoesOnPastAFileThatDoesNotFit)
-{
-    // Uncompressed TIFF pages: the big document's cannot be written under the limit, the small
-    // ones' can, before and after it.
-    make_tiff(folder / "in" / "big.tif",
-              {TiffPage{.width = 1000, .height = 800, .compression = 1}});
-    make_tiff(folder / "in" / "small1.tif", {TiffPage{}});
-    make_tiff(folder / "in" / "small2.tif", {TiffPage{}});
-    const fs::path out = folder / "out";
-    const auto outcome =
-        run_cli({"--format", "TIFF (Single Page)", "--tiffcompression", "None", "-o", out.string(),
-                 (folder / "in" / "small1.tif").string(), (folder / "in" / "big.tif").string(),
-                 (folder / "in" / "small2.tif").string()},
-                {data_home, 1024 * 1024});
-    EXPECT_EQ(outcome.status, 3) << outcome.err;
-    EXPECT_TRUE(reports_not_saved(outcome.out, "big.TIF", "File too large"))
-        << ::testing::PrintToString(outcome.out);
-    EXPECT_FALSE(reports_saved(outcome.out, "big.TIF"));
-    EXPECT_EQ(tree_of(out), (std::vector<std::string>{"small1.TIF", "small2.TIF"}));
-    EXPECT_EQ(undecodable(out / "small1.TIF"), "");
-    EXPECT_EQ(undecodable(out / "small2.TIF"), "");
-}
-
 TEST_F(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
 {
     // The limit lets the picture be written but not ExifTool's stamped copy of it.
@@ -234,26 +212,6 @@ TEST_F(FailedWrites, AnOutputFolderThatCannotBeMadeIsReportedForEveryFile)
     }
     EXPECT_TRUE(seal_of(folder / "plain.txt") == plain);
     expect_sources_untouched();
-}
-
-TEST_F(FailedWrites, AReadOnlyOutputFolderKeepsItsFiles)
-{
-    if (::geteuid() == 0) {
-        GTEST_SKIP() << "root writes into a read-only folder; the path through a file covers this";
-    }
-    const fs::path out = folder / "out";
-    fs::create_directories(out);
-    std::ofstream(out / "report Page 001.PNG") << "earlier";
-    const FileSeal earlier = seal_of(out / "report Page 001.PNG");
-    fs::permissions(out, fs::perms::owner_read | fs::perms::owner_exec);
-    const auto outcome =
-        run_cli(with_inputs({"--format", "PNG", "--dpi", "36", "-o", out.string()}), {data_home});
-    fs::permissions(out, fs::perms::owner_all);
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_TRUE(reports_not_saved(outcome.out, "report Page 001.PNG", "Permission denied"))
-        << ::testing::PrintToString(outcome.out);
-    EXPECT_TRUE(seal_of(out / "report Page 001.PNG") == earlier);
-    EXPECT_EQ(tree_of(out), std::vector<std::string>{"report Page 001.PNG"});
 }
 
 TEST_F(FailedWrites, AnOutputFolderThatVanishesMidRunTakesNothingWithIt)

@@ -5,8 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "engine/options.h"
-#include "tests/engine_e2e/run_harness.h"
-#include "tests/safety/safety_support.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"

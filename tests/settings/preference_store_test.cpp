@@ -10,35 +10,6 @@ namespace {
 
 using engine::OptionId;
 
-// A memory store that also keeps the order of what was asked of it.
-class LoggingStore : public MemoryPreferenceStore {
-public:
-    std::optional<std::string> string_value(std::string_view key) const override
-    {
-        reads.emplace_back(key);
-        return MemoryPreferenceStore::string_value(key);
-    }
-    std::optional<bool> bool_value(std::string_view key) const override
-    {
-        reads.emplace_back(key);
-        return MemoryPreferenceStore::bool_value(key);
-    }
-    void set_string(std::string_view key, const std::string& value) override
-    {
-        writes.emplace_back(key);
-        MemoryPreferenceStore::set_string(key, value);
-    }
-    void set_bool(std::string_view key, bool value) override
-    {
-        writes.emplace_back(key);
-        MemoryPreferenceStore::set_bool(key, value);
-    }
-    void synchronize() override { writes.emplace_back("(synchronize)"); }
-
-    mutable std::vector<std::string> reads;
-    std::vector<std::string> writes;
-};
-
 TEST(Preferences, EmptyStoreKeepsEveryDefault)
 {
     MemoryPreferenceStore store;
@@ -67,30 +38,6 @@ TEST(Preferences, SaveThenLoadRestoresAllButTheDocumentName)
     EXPECT_EQ(store.string_value("imageformat"), "6");                // a row index, not its text
     EXPECT_EQ(store.bool_value("allowcopy"), false);
     EXPECT_FALSE(store.contains("tiffdocumentname"));
-}
-
-TEST(Preferences, WriteAndRestoreOrders)
-{
-    LoggingStore store;
-    Savesettings(store, engine::OptionValues());
-    EXPECT_EQ(store.writes,
-              (std::vector<std::string>{"combineall",      "flattenpdf",       "combinedfilename", "zoomfactor",
-                                        "colordepth48",    "pdfversionnumber", "imageformat",      "showpdf",
-                                        "tiffcompression", "savein",           "jpgquality",       "dotsperinch",
-                                        "zeropadding",     "usepageranges",    "onefileonefolder", "pdfpassword",
-                                        "hidepassword",    "pdffullpassword",  "hidepassword1",    "allowannotation",
-                                        "encryptionlevel", "allowprint",       "allowcopy",        "tiffcopyright",
-                                        "pdfauthor",       "pdfsubject",       "pdftitle",         "(synchronize)"}));
-    engine::OptionValues values;
-    loadsettings(store, values);
-    EXPECT_EQ(store.reads,
-              (std::vector<std::string>{"imageformat",     "showpdf",          "pdfversionnumber", "jpgquality",
-                                        "tiffcompression", "zeropadding",      "zoomfactor",       "dotsperinch",
-                                        "flattenpdf",      "colordepth48",     "combineall",       "combinedfilename",
-                                        "tiffcopyright",   "pdfauthor",        "pdfsubject",       "pdftitle",
-                                        "hidepassword",    "pdfpassword",      "hidepassword1",    "pdffullpassword",
-                                        "allowannotation", "allowcopy",        "allowprint",       "encryptionlevel",
-                                        "usepageranges",   "onefileonefolder", "savein"}));
 }
 
 TEST(Preferences, StoredRowsOutsideThePopupsFallBack)

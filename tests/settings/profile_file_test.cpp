@@ -10,12 +10,14 @@
 #include "engine/version.h"
 #include "settings/base64.h"
 #include "settings_fixtures.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/temp_folder.h"
 
 namespace qf::settings {
 namespace {
 
 using engine::OptionId;
-using fixtures::TempFolder;
+using test::TempFolder;
 
 bool travels_in_profiles(OptionId id)
 {
@@ -85,7 +87,7 @@ TEST(ProfileFile, WrittenFileHoldsOneAttributePerElementWithEncodedPasswords)
 TEST(ProfileFile, ReadsAProfileFromAnotherWriter)
 {
     TempFolder folder;
-    fixtures::write_file(folder / "other.qfk",
+    test::write_text_file(folder / "other.qfk",
                          "<settings>\n"
                          "  <option IMAGEFORMAT=\"3\"/>\n"
                          "  <option CombineAll=\"TRUE\"/>\n"
@@ -130,7 +132,7 @@ TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
     };
     for (const auto& c : cases) {
         const std::string passwords = "<QF pdfpassword=\"c2VjcmV0\"/><QF pdffullpassword=\"c2VjcmV0\"/>";
-        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
+        test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
                                                    (c.version_first ? c.version_element + passwords
                                                                     : passwords + c.version_element) +
                                                    "</QUIREFOLDSETTINGS>");
@@ -164,7 +166,7 @@ TEST(ProfileFile, PartialProfilesDuplicatesAndRowFallbacks)
         {"<QF combineall=\"true\"/>", OptionId::imageformat, 4},
     };
     for (const auto& c : cases) {
-        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.elements + "</QUIREFOLDSETTINGS>");
+        test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.elements + "</QUIREFOLDSETTINGS>");
         engine::OptionValues values;
         values.set(OptionId::imageformat, 4);
         values.set(OptionId::encryptionlevel, 3);
@@ -194,7 +196,7 @@ TEST(ProfileFile, BrokenProfilesChangeNothing)
     };
     for (const auto& c : cases) {
         if (c.content != nullptr) {
-            fixtures::write_file(folder / c.file, c.content);
+            test::write_text_file(folder / c.file, c.content);
         }
         engine::OptionValues values = fixtures::all_changed();
         const engine::OptionValues before = values;
@@ -214,7 +216,7 @@ TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
     EXPECT_FALSE(std::filesystem::exists(folder / "no folder"));
 
     // Saving over an earlier profile replaces it whole and leaves no temporary beside it.
-    fixtures::write_file(folder / "p.qfk", std::string(10000, 'x'));
+    test::write_text_file(folder / "p.qfk", std::string(10000, 'x'));
     ASSERT_TRUE(savetoxml(folder / "p.qfk", engine::OptionValues()).ok);
     engine::OptionValues values = fixtures::all_changed();
     ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temp_folder.h" // TempFolder
+
 // TIFF documents made on the fly for the tests, with libtiff.
 namespace qf::test {
 
@@ -38,21 +40,10 @@ struct TiffPage {
 // The colour of page `index` (0-based) of an Rgb page.
 Rgb page_colour(int index);
 
-// Writes the pages as one TIFF file; throws std::runtime_error when libtiff fails.
+// Writes the pages as one TIFF file, parent folders made; throws std::runtime_error when
+// libtiff fails.
 void make_tiff(const std::filesystem::path& path, const std::vector<TiffPage>& pages);
-
-// A folder of its own for one test, removed when the object goes.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
+// A TIFF of `images` 16 x 16 Rgb images, in strips or in 16 x 16 tiles.
+void make_tiff(const std::filesystem::path& path, int images, bool tiled = false);
 
 } // namespace qf::test

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
 #include "writers/exif_stamper.h"
 #include "writers/jpeg_writer.h"
 #include "writers/tiff_writer.h"
@@ -14,6 +15,7 @@ namespace qf::writers {
 namespace {
 
 using namespace std::chrono_literals;
+using test::file_bytes;
 
 engine::PagePicture small_page()
 {
@@ -28,14 +30,6 @@ void write_tiff(const std::filesystem::path& file, const std::string& global_cop
     snapshot.thedpi = 72;
     snapshot.mtiffcopyright = global_copyright;
     write_tiff_single(small_page(), file, {snapshot, 5, "", ""});
-}
-
-std::string file_bytes(const std::filesystem::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
 }
 
 void write_script(const std::filesystem::path& file, const std::string& text)
