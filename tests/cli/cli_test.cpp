@@ -116,27 +116,6 @@ TEST_F(Cli, BadInputsGetALineAndStatusThree)
     EXPECT_LT(result.peak_kib, 700 * 1024);
 }
 
-TEST_F(Cli, EncryptedPdfsOpenWithTheGivenPasswordOnly)
-{
-    write_numbered_pdf(folder / "plain.pdf", 2);
-    write_encrypted_copy(folder / "plain.pdf", folder / "in" / "locked.pdf", PdfEncryption::Aes128, "s3cret", "owner");
-    const auto refused = cli({"--format", "png", "--zoomfactor", "1", "--dpi", "36", "-o", (folder / "out").string(),
-                              (folder / "in" / "locked.pdf").string()});
-    EXPECT_EQ(refused.status, 3);
-    EXPECT_NE(refused.err.find("locked.pdf could not be opened: could not be opened without a password"),
-              std::string::npos)
-        << refused.err;
-
-    const auto opened = cli({"--format", "png", "--zoomfactor", "1", "--dpi", "36", "--password", "wrong",
-                             "--password", "s3cret", "-o", (folder / "out").string(),
-                             (folder / "in" / "locked.pdf").string()});
-    EXPECT_EQ(opened.status, 0) << opened.err;
-    EXPECT_EQ(read_png(folder / "out" / "locked Page 002.PNG").image.width, 306); // 612 points at 36 dpi
-    for (const auto& line : opened.out) {
-        EXPECT_EQ(line.find("s3cret"), std::string::npos) << line;
-    }
-}
-
 TEST_F(Cli, UsageErrorsEndWithStatusTwo)
 {
     make_tiff(folder / "in" / "a.tif", {TiffPage{}});
@@ -152,22 +131,6 @@ TEST_F(Cli, UsageErrorsEndWithStatusTwo)
         EXPECT_FALSE(result.err.empty()) << ::testing::PrintToString(arguments);
     }
     EXPECT_FALSE(fs::exists(folder / "in" / "a.PDF"));
-}
-
-TEST_F(Cli, HelpListsEveryOptionFromTheTable)
-{
-    const auto result = cli({"--help"});
-    EXPECT_EQ(result.status, 0);
-    std::string text;
-    for (const auto& line : result.out) {
-        text += line + "\n";
-    }
-    for (const char* flag : {"--imageformat", "--savein", "--dotsperinch", "--zoomfactor", "--jpgquality",
-                             "--zeropadding", "--usepageranges", "--onefileonefolder", "--encryptionlevel",
-                             "--pdfversionnumber", "--tiffcompression", "--pages", "--password"}) {
-        EXPECT_NE(text.find(flag), std::string::npos) << flag;
-    }
-    EXPECT_NE(text.find("\"TIFF (Single Page)\""), std::string::npos);
 }
 
 } // namespace

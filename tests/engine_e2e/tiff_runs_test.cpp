@@ -60,24 +60,6 @@ TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
     EXPECT_EQ(harness.last_tick.statustext.rfind("All Done\n", 0), 0u);
 }
 
-TEST_F(TiffRuns, PngPagesAreEightBitRgbWithNoResolution)
-{
-    const auto source = folder / "g4.tif";
-    make_tiff(source, {TiffPage{.kind = TiffKind::Bilevel, .compression = 4, .xres = 300, .yres = 300},
-                       TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
-    auto values = options_for(out(), "PNG");
-    values.set(OptionId::ZeroPadding, 0); // width 1
-    harness.run(values, {admitted_row(source)});
-    for (const char* name : {"g4 Page 1.PNG", "g4 Page 2.PNG"}) {
-        const PngFile png = read_png(out() / name);
-        EXPECT_EQ(png.bit_depth, 8) << name;
-        EXPECT_EQ(png.color_type, 2) << name;
-        EXPECT_FALSE(png.has_phys) << name;
-        EXPECT_EQ(png.image.rgb_at(16, 12), (std::array<std::uint8_t, 3>{0, 0, 0})) << name;
-        EXPECT_EQ(png.image.rgb_at(60, 40), (std::array<std::uint8_t, 3>{255, 255, 255})) << name;
-    }
-}
-
 TEST_F(TiffRuns, SelectionsKeepTheirOrderAndNameByPageNumber)
 {
     const auto source = folder / "book.tif";

@@ -102,14 +102,23 @@ TEST_F(PasswordSecrecy, UnlockPasswordsStayOutOfEverythingARunLeaves)
 
 TEST_F(PasswordSecrecy, AWrongPasswordIsRefusedWithoutBeingRepeated)
 {
-    const auto outcome = run_cli(
-        {"--format", "PNG", "--password", kWrong, "-o", (folder / "out").string(), locked.string()},
-        {data_home});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_NE(outcome.err.find("locked.pdf could not be opened: the password does not open it"),
-              std::string::npos)
-        << outcome.err;
-    expect_no_secret({joined(outcome.out), outcome.err}, {folder / "out", data_home});
+    const struct
+    {
+        std::vector<std::string> given;
+        const char *line;
+    } cases[] = {
+        {{"--password", kWrong}, "locked.pdf could not be opened: the password does not open it"},
+        {{}, "locked.pdf could not be opened: could not be opened without a password"},
+    };
+    for (const auto &c : cases) {
+        std::vector<std::string> arguments{"--format", "PNG", "-o", (folder / "out").string()};
+        arguments.insert(arguments.end(), c.given.begin(), c.given.end());
+        arguments.push_back(locked.string());
+        const auto outcome = run_cli(arguments, {data_home});
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_NE(outcome.err.find(c.line), std::string::npos) << outcome.err;
+        expect_no_secret({joined(outcome.out), outcome.err}, {folder / "out", data_home});
+    }
 }
 
 TEST_F(PasswordSecrecy, AProfileWithOutputPasswordsKeepsThemOutOfLogsAndFiles)
