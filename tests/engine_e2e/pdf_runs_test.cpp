@@ -62,23 +62,6 @@ TEST_F(PdfRuns, AMultipagePdfOfASelectionLogsPositionsAndPageNumbers)
     EXPECT_EQ(info_entry(written, "/Producer"), "Quirefold");
 }
 
-TEST_F(PdfRuns, TiffPagesBecomePdfPagesSizedByTheirResolution)
-{
-    const auto scan = folder / "scan.tif";
-    make_tiff(scan, {TiffPage{.width = 600, .height = 300, .xres = 300, .yres = 150},
-                     TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
-    harness.run(options_for(out(), "PDF (Single Page)"), {admitted_row(scan)});
-    EXPECT_TRUE(has_line(harness.lines, "scan Page 001.PDF has been Saved"));
-    EXPECT_TRUE(has_line(harness.lines, "scan Page 002.PDF has been Saved"));
-    QPDF first;
-    open_pdf(first, out() / "scan Page 001.PDF");
-    const auto box = page_box(QPDFPageDocumentHelper(first).getAllPages().front(), "/MediaBox");
-    // One scale from the horizontal resolution serves both sides: 600 and 300 pixels at 300 dpi.
-    ASSERT_EQ(box.size(), 4u);
-    EXPECT_NEAR(box[2] - box[0], 144.0, 0.01);
-    EXPECT_NEAR(box[3] - box[1], 72.0, 0.01);
-}
-
 TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
 {
     const auto first = folder / "first.pdf";
@@ -170,20 +153,6 @@ TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
     harness.run(options_for(out(), "TEXT"), {admitted_row(blank)});
     EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
     EXPECT_FALSE(fs::exists(out() / "blank.TXT"));
-}
-
-TEST_F(PdfRuns, PdfPagesRenderAtTheChosenResolution)
-{
-    const auto source = folder / "letter.pdf";
-    write_square_annotation_pdf(source, AnnotationForm::WithAppearance);
-    harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
-    const auto jpeg = read_jpeg(out() / "letter.JPG");
-    EXPECT_EQ(jpeg.image.width, 1275);
-    EXPECT_EQ(jpeg.image.height, 1650);
-    // The annotation is drawn: its rectangle starts 100 points in, at 150/72 pixels a point.
-    const auto inside = jpeg.image.rgb_at(312, 1650 - 312);
-    EXPECT_GT(inside[0], 180);
-    EXPECT_LT(inside[1], 90);
 }
 
 } // namespace

@@ -217,93 +217,68 @@ TEST(MultipageTiff, EmptyGlobalCopyrightGivesAnEmptyTag)
     EXPECT_EQ(test::read_tiff(folder / "empty.tif").at(0).copyright.value_or("<absent>"), "");
 }
 
-TEST(MultipageTiff, RefusedPageLeavesTheFileSound)
+// The writer's life through a run: files of the pages that could be added, one file a
+// document when reused, the open file finished by the next open, and nothing left of a file
+// that had no page or was never closed. Steps: "o NAME" open, "+" a page, "x" a page it
+// refuses (empty, or too wide for JPEG), "c" close, "e" a close that must fail.
+TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
 {
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    PagePicture too_wide_for_jpeg =
-        test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
-    MultipageTiff writer;
-    writer.open(folder / "mixed.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat({250, 0, 0}), {snapshot, 5, "", ""});
-    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 5, "", ""}), engine::Error);
-    EXPECT_THROW(writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""}), engine::Error);
-    writer.add_page(flat({0, 0, 250}), {snapshot, 8, "", ""});
-    writer.close();
-
-    const auto images = test::read_tiff(folder / "mixed.tif");
-    ASSERT_EQ(images.size(), 2u);
-    EXPECT_EQ(images[0].image.rgb_at(1, 1), (Rgb{250, 0, 0}));
-    EXPECT_EQ(images[1].image.rgb_at(1, 1), (Rgb{0, 0, 250}));
-}
-
-TEST(MultipageTiff, FileOfNoPageIsDroppedWithAnError)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    MultipageTiff writer;
-    writer.open(folder / "none.tif", {snapshot, 4, "", ""});
-    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 4, "", ""}), engine::Error);
-    try {
-        writer.close();
-        ADD_FAILURE() << "closed a file of no page";
-    } catch (const engine::Error& error) {
-        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
-        EXPECT_EQ(error.reason(), "no page could be added");
-    }
-    EXPECT_FALSE(writer.is_open());
-    EXPECT_TRUE(folder.entries().empty());
-}
-
-TEST(MultipageTiff, UnclosedFileIsDiscarded)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    {
-        MultipageTiff writer;
-        writer.open(folder / "abandoned.tif", {snapshot, 5, "", ""});
-        writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    }
-    EXPECT_TRUE(folder.entries().empty());
-}
-
-TEST(MultipageTiff, ReusedForOneFilePerDocument)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
     const struct {
-        const char* name;
-        int pages;
-    } documents[] = {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}};
-    MultipageTiff writer;
-    for (const auto& document : documents) {
-        writer.open(folder / document.name, {snapshot, 4, "", ""});
-        for (int page = 0; page < document.pages; ++page) {
-            writer.add_page(striped(16, 8), {snapshot, 4, "", ""});
-        }
-        writer.close();
-    }
-    for (const auto& document : documents) {
-        EXPECT_EQ(test::read_tiff(folder / document.name).size(),
-                  static_cast<std::size_t>(document.pages))
-            << document.name;
-    }
-    EXPECT_EQ(folder.entries().size(), 3u);
-}
-
-TEST(MultipageTiff, OpeningAgainFinishesTheOpenFile)
-{
-    test::OutputFolder folder;
+        std::vector<std::string> steps;
+        std::vector<std::pair<std::string, std::size_t>> files; // name and page count
+    } cases[] = {
+        {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
+        {{"o none.tif", "x", "e"}, {}},
+        {{"o abandoned.tif", "+"}, {}},
+        {{"o first.tif", "+", "c", "o second.tif", "+", "+", "+", "c", "o third.tif", "+", "+", "c"},
+         {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}}},
+        {{"o a.tif", "+", "o b.tif", "+", "+", "c"}, {{"a.tif", 1}, {"b.tif", 2}}},
+    };
     const engine::OptionSnapshot snapshot = run_snapshot();
-    MultipageTiff writer;
-    writer.open(folder / "a.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.open(folder / "b.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.close();
-    EXPECT_EQ(test::read_tiff(folder / "a.tif").size(), 1u);
-    EXPECT_EQ(test::read_tiff(folder / "b.tif").size(), 2u);
+    const PagePicture too_wide_for_jpeg = test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
+    for (const auto& c : cases) {
+        const std::string where = ::testing::PrintToString(c.steps);
+        test::OutputFolder folder;
+        {
+            MultipageTiff writer;
+            bool refused_empty = false;
+            for (const std::string& step : c.steps) {
+                if (step.rfind("o ", 0) == 0) {
+                    writer.open(folder / step.substr(2), {snapshot, 5, "", ""});
+                } else if (step == "+") {
+                    writer.add_page(flat({250, 0, 0}), {snapshot, 8, "", ""});
+                } else if (step == "x") {
+                    EXPECT_THROW(refused_empty ? writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""})
+                                               : writer.add_page(PagePicture{}, {snapshot, 5, "", ""}),
+                                 engine::Error)
+                        << where;
+                    refused_empty = !refused_empty;
+                } else if (step == "c") {
+                    writer.close();
+                    EXPECT_FALSE(writer.is_open()) << where;
+                } else {
+                    try {
+                        writer.close();
+                        ADD_FAILURE() << "closed a file of no page";
+                    } catch (const engine::Error& error) {
+                        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+                        EXPECT_EQ(error.reason(), "no page could be added");
+                    }
+                    EXPECT_FALSE(writer.is_open()) << where;
+                }
+            }
+        }
+        std::vector<std::string> names;
+        for (const auto& [name, pages] : c.files) {
+            names.push_back(name);
+            const auto images = test::read_tiff(folder / name);
+            EXPECT_EQ(images.size(), pages) << where << " " << name;
+            for (const auto& image : images) {
+                EXPECT_EQ(image.image.rgb_at(1, 1), (Rgb{250, 0, 0})) << where << " " << name;
+            }
+        }
+        EXPECT_EQ(folder.entries(), names) << where;
+    }
 }
 
 } // namespace
