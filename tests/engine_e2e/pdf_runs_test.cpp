@@ -143,9 +143,7 @@ TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
     write_numbered_pdf(source, 3);
     harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
     const fs::path written = out() / "notes.TXT";
-    std::ifstream file(written, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(text, "Hello page 1\nHello page 2\nHello page 3\n");
+    EXPECT_EQ(file_bytes(written), "Hello page 1\nHello page 2\nHello page 3\n");
     EXPECT_EQ(harness.lines.back(), written.string() + " has been Saved");
 
     const auto blank = folder / "blank.pdf";

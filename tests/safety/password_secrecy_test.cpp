@@ -22,12 +22,6 @@ const std::string kOutputOpen = "Qf7-open-Heron";
 const std::string kOutputMaster = "Qf7-master-Ibis";
 const std::vector<std::string> kSecrets{kUnlock, kWrong, kOutputOpen, kOutputMaster};
 
-std::string read_all(const fs::path &file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // Every place a secret could end up after a run: the texts given, and every name and byte of
 // every file under the folders given.
 void expect_no_secret(const std::vector<std::string> &texts, const std::vector<fs::path> &folders)
@@ -40,7 +34,7 @@ void expect_no_secret(const std::vector<std::string> &texts, const std::vector<f
             for (const auto &name : tree_of(folder)) {
                 EXPECT_EQ(name.find(secret), std::string::npos) << secret << " names " << name;
                 if (fs::is_regular_file(folder / name)) {
-                    EXPECT_EQ(read_all(folder / name).find(secret), std::string::npos)
+                    EXPECT_EQ(file_bytes(folder / name).find(secret), std::string::npos)
                         << secret << " inside " << folder / name;
                 }
             }
@@ -140,7 +134,7 @@ TEST_F(PasswordSecrecy, AProfileWithOutputPasswordsKeepsThemOutOfLogsAndFiles)
         EXPECT_FALSE(opens_with(folder / "out" / name, "")) << name;
     }
     // The profile itself keeps them encoded, never as typed.
-    EXPECT_EQ(read_all(profile).find(kOutputOpen), std::string::npos);
+    EXPECT_EQ(file_bytes(profile).find(kOutputOpen), std::string::npos);
     expect_no_secret({joined(saved.out), saved.err, joined(used.out), used.err},
                      {folder / "out", data_home});
 }
@@ -176,7 +170,7 @@ TEST_F(PasswordSecrecy, OtherUsersCannotReadThePasswordFromTheCommandLine)
         CliChild child(arguments, {data_home});
         ASSERT_TRUE(child.wait_for_output("is being Processed", std::chrono::seconds(60)))
             << child.err();
-        const std::string cmdline = read_all("/proc/" + std::to_string(child.pid()) + "/cmdline");
+        const std::string cmdline = file_bytes("/proc/" + std::to_string(child.pid()) + "/cmdline");
         // The rest of the command line is still there for whoever looks at the process.
         EXPECT_NE(cmdline.find("locked0.pdf"), std::string::npos);
         for (const auto &secret : kSecrets) {
@@ -215,7 +209,7 @@ fs::path crash_a_run(const std::vector<std::string> &arguments, const fs::path &
 
 TEST_F(PasswordSecrecy, ACrashLeavesNoCoreDumpHoldingThePassword)
 {
-    const std::string pattern = read_all("/proc/sys/kernel/core_pattern");
+    const std::string pattern = file_bytes("/proc/sys/kernel/core_pattern");
     if (pattern.rfind("core", 0) != 0) {
         GTEST_SKIP() << "core dumps go elsewhere here: " << pattern;
     }
@@ -237,7 +231,7 @@ TEST_F(PasswordSecrecy, ACrashLeavesNoCoreDumpHoldingThePassword)
     }
     const auto cores = core_files(crash_a_run(with_password, folder / "crash-locked", data_home));
     for (const auto &core : cores) {
-        EXPECT_EQ(read_all(core).find(kUnlock), std::string::npos) << core;
+        EXPECT_EQ(file_bytes(core).find(kUnlock), std::string::npos) << core;
     }
     EXPECT_EQ(cores, std::vector<fs::path>{}) << "a run holding a password leaves no core dump";
 }

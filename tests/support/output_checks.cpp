@@ -7,11 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <qpdf/Pl_Discard.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
 #include "tests/support/image_checks.h"
+#include "tests/support/pdf_examine.h"
 
 namespace qf::test {
 namespace fs = std::filesystem;
@@ -30,31 +30,6 @@ std::string upper_extension(const fs::path &file)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     }
     return extension;
-}
-
-// Opens the PDF and reads every stream; empty when all is sound.
-std::string pdf_problems(const fs::path &file, const std::string &password)
-{
-    try {
-        QPDF pdf;
-        pdf.setSuppressWarnings(true);
-        pdf.processFile(file.c_str(), password.c_str());
-        if (QPDFPageDocumentHelper(pdf).getAllPages().empty()) {
-            return "a PDF of no page";
-        }
-        for (auto &object : pdf.getAllObjects()) {
-            Pl_Discard discard;
-            if (object.isStream() && !object.pipeStreamData(&discard, 0, qpdf_dl_generalized)) {
-                return "a stream cannot be read";
-            }
-        }
-        if (pdf.anyWarnings()) {
-            return "QPDF warns: " + pdf.getWarnings().front().getMessageDetail();
-        }
-    } catch (const std::exception &e) {
-        return e.what();
-    }
-    return {};
 }
 
 } // namespace
@@ -102,7 +77,10 @@ std::string undecodable(const fs::path &file, const std::string &pdf_password)
             return {};
         }
         if (extension == ".PDF") {
-            return pdf_problems(file, pdf_password);
+            if (pdf_page_count(file, pdf_password) <= 0) {
+                return "a PDF of no page, or none that opens";
+            }
+            return structural_problems(file, pdf_password);
         }
         if (extension == ".TXT") {
             return file_bytes(file).empty() ? "an empty text file" : "";
