@@ -89,24 +89,6 @@ TEST_F(TiffRuns, OnePageDocumentsAndTiledFiles)
     EXPECT_EQ(read_jpeg(out() / "tiled.JPG").image.width, 32);
 }
 
-TEST_F(TiffRuns, StopBeforeTheFirstDocumentWritesNothing)
-{
-    const auto source = folder / "scan.tif";
-    make_tiff(source, {TiffPage{}});
-    harness.batch.prepare(options_for(out(), "PNG"), {admitted_row(source)});
-    harness.batch.stop();
-    harness.batch.processall();
-    const auto tick = harness.batch.Timer1_Action();
-    EXPECT_EQ(harness.lines, std::vector<std::string>{"Processing Terminated by User "});
-    EXPECT_EQ(tick.statustext, "All Done\nProcessing Terminated by User \n");
-    EXPECT_FALSE(fs::exists(out() / "scan.PNG"));
-
-    // A Stop outside a run has no effect on the next one.
-    harness.batch.stop();
-    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
-    EXPECT_TRUE(fs::exists(out() / "scan.PNG"));
-}
-
 TEST_F(TiffRuns, TextOfATiffIsNoTextFoundAndReplacesTheLog)
 {
     const auto source = folder / "scan.tif";
