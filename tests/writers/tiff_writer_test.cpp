@@ -103,29 +103,6 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
     }
 }
 
-TEST(TiffWriter, BilevelCodesThresholdLuminanceAtMidGrey)
-{
-    const struct {
-        Rgb colour;
-        bool black;
-    } cases[] = {
-        {{127, 127, 127}, true}, {{128, 128, 128}, false}, {{255, 0, 0}, true},
-        {{0, 255, 0}, false},    {{0, 0, 255}, true},      {{255, 255, 0}, false},
-        {{0, 0, 0}, true},       {{255, 255, 255}, false},
-    };
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    for (const int code : {2, 3, 4}) {
-        for (const auto& c : cases) {
-            write_tiff_single(flat(c.colour), folder / "bw.tif", {snapshot, code, "", ""});
-            const Rgb pixel = test::read_tiff(folder / "bw.tif").at(0).image.rgb_at(5, 5);
-            EXPECT_EQ(pixel, c.black ? kBlack : kWhite)
-                << "code " << code << " colour " << int(c.colour[0]) << "," << int(c.colour[1])
-                << "," << int(c.colour[2]);
-        }
-    }
-}
-
 TEST(TiffWriter, BilevelPageKeepsItsPixelsInEveryForm)
 {
     const PagePicture page =
