@@ -7,44 +7,15 @@
 #include <stdexcept>
 #include <string>
 
-#include <unistd.h>
+#include "tests/support/temp_folder.h"
 
 namespace qf::fuzz {
 namespace fs = std::filesystem;
-namespace {
-
-// The folder of this process's inputs; removed when the program ends normally.
-class ScratchFolder
-{
-  public:
-    ScratchFolder()
-    {
-        std::string pattern = (fs::temp_directory_path() / "qf-fuzz-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            std::perror("qf-fuzz: cannot create a scratch folder");
-            std::abort();
-        }
-        path_ = pattern;
-    }
-    ~ScratchFolder()
-    {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    ScratchFolder(const ScratchFolder &) = delete;
-    ScratchFolder &operator=(const ScratchFolder &) = delete;
-
-    const fs::path &path() const { return path_; }
-
-  private:
-    fs::path path_;
-};
-
-} // namespace
 
 const fs::path &scratch_folder()
 {
-    static const ScratchFolder folder;
+    // Removed when the program ends normally.
+    static const test::TempFolder folder;
     return folder.path();
 }
 

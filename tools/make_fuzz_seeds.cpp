@@ -21,6 +21,7 @@
 #include "engine/options.h"
 #include "settings/option_table.h"
 #include "settings/profile_file.h"
+#include "tests/support/hostile_files.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
 
@@ -29,15 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using qf::test::TiffKind;
 using qf::test::TiffPage;
-
-void write_text(const fs::path &target, const std::string &text)
-{
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        throw std::runtime_error("cannot write " + target.string());
-    }
-}
+using qf::test::write_text_file;
 
 // Page count, From, To and the range text, one a line.
 void write_range_seeds(const fs::path &folder)
@@ -56,7 +49,7 @@ void write_range_seeds(const fs::path &folder)
         {"long-document", "100000\n1\n100000\n1-100000,50000"},
     };
     for (const auto &[name, text] : seeds) {
-        write_text(folder / name, text);
+        write_text_file(folder / name, text);
     }
 }
 
@@ -92,7 +85,7 @@ void write_profile_seeds(const fs::path &folder)
          "\xEF\xBB\xBF<R><QF version=\" \"/><QF pdftitle=\"&lt;&#x263A;&gt;&amp;\"/></R>"},
     };
     for (const auto &[name, text] : seeds) {
-        write_text(folder / name, text);
+        write_text_file(folder / name, text);
     }
 }
 
@@ -194,7 +187,7 @@ void write_tiff_seeds(const fs::path &folder)
     write_extra_tiff(folder / "cmyk.tif", ExtraTiff::Cmyk);
     write_extra_tiff(folder / "gray4.tif", ExtraTiff::Gray4);
     write_extra_tiff(folder / "rgb-big-endian.tif", ExtraTiff::BigEndianRgb);
-    write_text(folder / "no-images.tif", std::string("II*\0\0\0\0\0", 8));
+    write_text_file(folder / "no-images.tif", std::string("II*\0\0\0\0\0", 8));
 }
 
 // One page showing an 8 x 8 RGB picture over most of it, and a 1-bit stencil mask.

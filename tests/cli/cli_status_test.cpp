@@ -2,79 +2,39 @@
 // What the command line says and returns when inputs are refused or a run is interrupted.
 #include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 #include "tests/support/pdf_fixtures.h"
+#include "tests/support/process.h"
+#include "tests/support/temp_folder.h"
 #include "tests/support/tiff_fixtures.h"
-
-extern char** environ;
 
 namespace qf::test {
 namespace {
 namespace fs = std::filesystem;
 
-std::string slurp(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-// quirefold-cli as a child with no terminal, its output going to files in `folder`; when
-// `interrupt_at` is given, one SIGINT as soon as standard output holds it.
 struct Outcome {
     int status = -1;
     std::string out;
     std::string err;
 };
-Outcome run_cli(std::vector<std::string> arguments, const fs::path& folder, const std::string& interrupt_at = {})
+
+// quirefold-cli with its work folder in `folder`; when `interrupt_at` is given, one SIGINT as
+// soon as standard output holds it.
+Outcome run_cli(const std::vector<std::string>& arguments, const fs::path& folder, const std::string& interrupt_at = {})
 {
-    arguments.insert(arguments.begin(), QF_CLI_PATH);
-    std::vector<char*> argv;
-    for (auto& argument : arguments) {
-        argv.push_back(argument.data());
+    CliChild child(arguments, {.data_home = folder / "data"});
+    if (!interrupt_at.empty() && child.wait_for_output(interrupt_at, std::chrono::seconds(60))) {
+        child.send(SIGINT);
     }
-    argv.push_back(nullptr);
-    const fs::path out = folder / "stdout.txt";
-    const fs::path err = folder / "stderr.txt";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = 0;
-    Outcome outcome;
-    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!interrupt_at.empty() && std::chrono::steady_clock::now() < deadline) {
-            if (slurp(out).find(interrupt_at) != std::string::npos) {
-                ::kill(pid, SIGINT);
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    outcome.out = slurp(out);
-    outcome.err = slurp(err);
-    return outcome;
+    const int status = child.finish(std::chrono::seconds(120));
+    return {status, child.out(), child.err()};
 }
 
 class CliStatus : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        fs::create_directories(folder / "in");
-        ::setenv("XDG_DATA_HOME", (folder / "data").c_str(), 1);
-    }
+    void SetUp() override { fs::create_directories(folder / "in"); }
     TempFolder folder;
 };
 

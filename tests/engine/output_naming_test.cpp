@@ -4,147 +4,98 @@
 
 #include "engine/output_naming.h"
 #include "engine/page_selection.h"
+#include "tests/support/temp_folder.h"
 
 namespace qf::engine {
 namespace {
 namespace fs = std::filesystem;
 
-class OutputNaming : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        folder_ = fs::temp_directory_path() /
-                  ("qf-naming-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(folder_);
-        fs::create_directories(folder_ / "src");
-        fs::create_directories(folder_ / "out");
-        snapshot_.mzeropad = 3;
-        snapshot_.msavein = (folder_ / "out").string() + "/";
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    DocumentRow row(const std::string& name, const std::string& pages, const std::string& folder = "src")
-    {
-        DocumentRow r;
-        r[column::name] = name;
-        r[column::pages] = pages;
-        r[column::folder] = (folder_ / folder).string();
-        return r;
-    }
-
-    NamingResult name(const DocumentRow& doc, const std::string& format, int pageno, int first, int last,
-                      bool whole)
-    {
-        sources_ = {fs::path(doc[column::folder]) / doc[column::name]};
-        NamingRequest request{snapshot_, doc, doc, format, pageno, pageno == first, first, last, whole, {},
-                              &sources_, folder_ / "work"};
-        return name_output(request);
-    }
-
-    void touch(const fs::path& path) { std::ofstream(path) << "x"; }
-
-    fs::path folder_;
-    OptionSnapshot snapshot_;
-    std::vector<fs::path> sources_;
-};
-
-TEST_F(OutputNaming, NamesFollowFormatAndSelection)
+// Where each output of a page or selection goes, as paths under a folder with "src" (the
+// documents), "out" (the chosen output folder) and "work" (a combined run's scratch).
+TEST(OutputNaming, NamesAndPathsFollowFormatSelectionAndDestination)
 {
-    const DocumentRow report = row("report.pdf", "12");
     const struct {
+        const char* doc; // in "src"; "other/NAME" for a document whose folder is not the first's
+        const char* pages;
         const char* format;
         int pageno, first, last;
         bool whole;
-        const char* expected;
-        bool single;
+        const char* path; // expected, under the folder
+        bool single = false;
+        const char* savein = nullptr; // nullptr: "out/"
+        bool onefolder = false;
+        bool combine = false;
+        std::vector<const char*> existing = {}; // files already in "out"
+        const char* previous = "";              // the name the selection's first page got
     } cases[] = {
-        {kJpeg, 7, 7, 7, false, "report Page 007.JPG", false},
-        {kPng, 12, 1, 12, true, "report Page 012.PNG", false},
-        {kTiffSinglePage, 3, 3, 4, false, "report Page 003.TIF", true},
-        {kPdfSinglePage, 1, 1, 12, true, "report Page 001.PDF", true},
-        {kTiffMultipage, 1, 1, 12, false, "report Page 001 to 012.TIF", false},
-        {kPdfMultipage, 5, 5, 5, false, "report Page 005 to 005.PDF", false},
-        {kText, 2, 2, 12, false, "report Page 002 to 012.TXT", false},
-        {kPdfMultipage, 1, 1, 12, true, "report.PDF", false},
+        {"report.pdf", "12", kJpeg, 7, 7, 7, false, "out/report Page 007.JPG"},
+        {"report.pdf", "12", kPng, 12, 1, 12, true, "out/report Page 012.PNG"},
+        {"report.pdf", "12", kTiffSinglePage, 3, 3, 4, false, "out/report Page 003.TIF", true},
+        {"report.pdf", "12", kPdfSinglePage, 1, 1, 12, true, "out/report Page 001.PDF", true},
+        {"report.pdf", "12", kTiffMultipage, 1, 1, 12, false, "out/report Page 001 to 012.TIF"},
+        {"report.pdf", "12", kPdfMultipage, 5, 5, 5, false, "out/report Page 005 to 005.PDF"},
+        {"report.pdf", "12", kText, 2, 2, 12, false, "out/report Page 002 to 012.TXT"},
+        {"report.pdf", "12", kPdfMultipage, 1, 1, 12, true, "out/report.PDF"},
+        // One-page documents never get "Page" in the name.
+        {"memo.v2.tif", "1", kJpeg, 1, 1, 1, true, "out/memo.v2.JPG"},
+        {"memo.v2.tif", "1", kPng, 1, 1, 1, true, "out/memo.v2.PNG"},
+        {"memo.v2.tif", "1", kTiffSinglePage, 1, 1, 1, true, "out/memo.v2.TIF"},
+        {"memo.v2.tif", "1", kPdfSinglePage, 1, 1, 1, true, "out/memo.v2.PDF"},
+        {"memo.v2.tif", "1", kTiffMultipage, 1, 1, 1, true, "out/memo.v2.TIF"},
+        {"memo.v2.tif", "1", kText, 1, 1, 1, true, "out/memo.v2.TXT"},
+        // A whole selection takes the first free number; a partial one overwrites.
+        {"report.pdf", "12", kPdfMultipage, 1, 1, 12, true, "out/report 1.PDF", false, nullptr, false, false,
+         {"report.PDF"}},
+        {"report.pdf", "12", kPdfMultipage, 1, 1, 12, true, "out/report 2.PDF", false, nullptr, false, false,
+         {"report.PDF", "report 1.PDF"}},
+        {"report.pdf", "12", kPdfMultipage, 2, 2, 12, false, "out/report Page 002 to 012.PDF", false, nullptr,
+         false, false, {"report Page 002 to 012.PDF"}},
+        // Beside the sources an output never takes a source document's place.
+        {"memo.PDF", "3", kPdfMultipage, 1, 1, 3, true, "src/memo 1.PDF", false, "[Source Folder]"},
+        {"scan.TIF", "1", kTiffSinglePage, 1, 1, 1, true, "src/scan 1.TIF", false, "[Source Folder]"},
+        {"report.pdf", "12", kJpeg, 2, 2, 2, false, "src/report Page 002.JPG", false, "[source folder]"},
+        // One folder a document, except for the multipage TIFF; a combined run's parts go to work.
+        {"report.pdf", "12", kJpeg, 2, 2, 2, false, "out/report/report Page 002.JPG", false, nullptr, true},
+        {"report.pdf", "12", kText, 1, 1, 12, true, "out/report/report.TXT", false, nullptr, true},
+        {"report.pdf", "12", kTiffMultipage, 1, 1, 12, true, "out/report.TIF", false, nullptr, true},
+        {"report.pdf", "12", kPdfMultipage, 1, 1, 12, true, "work/report.PDF", false, nullptr, true, true},
+        // A blank folder means the first document's folder.
+        {"other/b.pdf", "2", kJpeg, 1, 1, 2, true, "src/b Page 001.JPG", false, "  ", true},
+        // Later pages of a multipage selection keep the name its first page got.
+        {"report.pdf", "12", kTiffMultipage, 6, 4, 6, false, "out/report Page 004 to 006.TIF", false, nullptr,
+         false, false, {}, "report Page 004 to 006.TIF"},
     };
     for (const auto& c : cases) {
-        const NamingResult result = name(report, c.format, c.pageno, c.first, c.last, c.whole);
-        EXPECT_EQ(result.outputname, c.expected) << c.format;
-        EXPECT_EQ(result.issinglepage, c.single) << c.format;
+        const test::TempFolder root;
+        for (const char* folder : {"src", "out", "other"}) {
+            fs::create_directories(root / folder);
+        }
+        for (const char* name : c.existing) {
+            std::ofstream(root / "out" / name) << "x";
+        }
+        OptionSnapshot snapshot;
+        snapshot.mzeropad = 3;
+        snapshot.msavein = c.savein ? c.savein : (root / "out").string() + "/";
+        snapshot.monefileonefolder = c.onefolder;
+        snapshot.mcombineall = c.combine;
+        const auto row = [&](const fs::path& file) {
+            DocumentRow r;
+            r[column::name] = file.filename().string();
+            r[column::pages] = c.pages;
+            r[column::folder] = (root / (file.has_parent_path() ? file.parent_path() : "src")).string();
+            return r;
+        };
+        const DocumentRow doc = row(c.doc);
+        const DocumentRow first = row("a.pdf");
+        std::vector<fs::path> sources{fs::path(doc[column::folder]) / doc[column::name]};
+        const NamingRequest request{snapshot, doc, fs::path(c.doc).has_parent_path() ? first : doc, c.format,
+                                    c.pageno, c.pageno == c.first, c.first, c.last, c.whole, c.previous,
+                                    &sources, root / "work"};
+        const NamingResult result = name_output(request);
+        EXPECT_EQ(result.outputpath, root / c.path) << c.path;
+        EXPECT_EQ(result.outputname, fs::path(c.path).filename()) << c.path;
+        EXPECT_EQ(result.issinglepage, c.single) << c.path;
     }
-}
-
-TEST_F(OutputNaming, OnePageDocumentsNeverGetPageInTheName)
-{
-    for (const char* format : {kJpeg, kPng, kTiffSinglePage, kPdfSinglePage, kTiffMultipage, kText}) {
-        const NamingResult result = name(row("memo.v2.tif", "1"), format, 1, 1, 1, true);
-        EXPECT_EQ(result.outputname, "memo.v2" + docext_of(format)) << format;
-        EXPECT_FALSE(result.issinglepage) << format;
-    }
-}
-
-TEST_F(OutputNaming, WholeSelectionTakesTheFirstFreeNumber)
-{
-    const DocumentRow report = row("report.pdf", "12");
-    touch(folder_ / "out" / "report.PDF");
-    EXPECT_EQ(name(report, kPdfMultipage, 1, 1, 12, true).outputname, "report 1.PDF");
-    touch(folder_ / "out" / "report 1.PDF");
-    EXPECT_EQ(name(report, kPdfMultipage, 1, 1, 12, true).outputname, "report 2.PDF");
-    // A partial selection overwrites without asking.
-    touch(folder_ / "out" / "report Page 002 to 012.PDF");
-    EXPECT_EQ(name(report, kPdfMultipage, 2, 2, 12, false).outputname, "report Page 002 to 012.PDF");
-}
-
-TEST_F(OutputNaming, AnOutputNeverTakesASourceDocumentsPlace)
-{
-    snapshot_.msavein = "[Source Folder]";
-    const DocumentRow memo = row("memo.PDF", "3");
-    const NamingResult result = name(memo, kPdfMultipage, 1, 1, 3, true);
-    EXPECT_EQ(result.outputname, "memo 1.PDF");
-    EXPECT_EQ(result.outputpath, folder_ / "src" / "memo 1.PDF");
-
-    const DocumentRow scan = row("scan.TIF", "1");
-    EXPECT_EQ(name(scan, kTiffSinglePage, 1, 1, 1, true).outputname, "scan 1.TIF");
-}
-
-TEST_F(OutputNaming, PathsFollowTheDestinationRules)
-{
-    const DocumentRow report = row("report.pdf", "12");
-    EXPECT_EQ(name(report, kJpeg, 2, 2, 2, false).outputpath, folder_ / "out" / "report Page 002.JPG");
-
-    snapshot_.monefileonefolder = true;
-    EXPECT_EQ(name(report, kJpeg, 2, 2, 2, false).outputpath, folder_ / "out" / "report" / "report Page 002.JPG");
-    EXPECT_TRUE(fs::is_directory(folder_ / "out" / "report"));
-    EXPECT_EQ(name(report, kText, 1, 1, 12, true).outputpath, folder_ / "out" / "report" / "report.TXT");
-    EXPECT_EQ(name(report, kTiffMultipage, 1, 1, 12, true).outputpath, folder_ / "out" / "report.TIF");
-
-    snapshot_.mcombineall = true;
-    EXPECT_EQ(name(report, kPdfMultipage, 1, 1, 12, true).outputpath, folder_ / "work" / "report.PDF");
-
-    snapshot_.mcombineall = false;
-    snapshot_.msavein = "[source folder]";
-    EXPECT_EQ(name(report, kJpeg, 2, 2, 2, false).outputpath, folder_ / "src" / "report Page 002.JPG");
-}
-
-TEST_F(OutputNaming, SourceFolderMeansTheFirstDocumentsFolder)
-{
-    snapshot_.msavein = "  ";
-    fs::create_directories(folder_ / "other");
-    const DocumentRow first = row("a.pdf", "2");
-    const DocumentRow second = row("b.pdf", "2", "other");
-    snapshot_.monefileonefolder = true;
-    sources_ = {};
-    NamingRequest request{snapshot_, second, first, kJpeg, 1, true, 1, 2, true, {}, &sources_, {}};
-    EXPECT_EQ(name_output(request).outputpath, folder_ / "src" / "b Page 001.JPG");
-}
-
-TEST_F(OutputNaming, LaterPagesKeepTheMultipageName)
-{
-    const DocumentRow report = row("report.pdf", "12");
-    sources_ = {};
-    NamingRequest request{snapshot_, report, report, kTiffMultipage, 6, false, 4, 6, false, "report Page 004 to 006.TIF",
-                          &sources_, {}};
-    EXPECT_EQ(name_output(request).outputname, "report Page 004 to 006.TIF");
 }
 
 } // namespace

@@ -53,22 +53,6 @@ TEST(Snapshot, ResolutionHasAFloorOf72)
     }
 }
 
-TEST(Snapshot, TiffCompressionCodes)
-{
-    const struct {
-        int row;
-        int code;
-    } cases[] = {{0, 1}, {1, 32773}, {2, 5}, {3, 3}, {4, 4}, {5, 7}, {6, 8}, {7, 2}};
-    for (const auto& c : cases) {
-        OptionValues values = settings::default_values();
-        values.set(OptionId::tiffcompression, c.row);
-        OptionSnapshot s;
-        take_snapshot(values, 1, s);
-        EXPECT_EQ(tiff_compression_code(s.mtiffcompression), c.code) << c.row;
-    }
-    EXPECT_EQ(tiff_compression_code("anything"), 1);
-}
-
 TEST(RunLog, NewestFirstAndNoTextFoundReplacesAll)
 {
     RunLog log;

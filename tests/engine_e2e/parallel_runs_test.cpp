@@ -5,7 +5,8 @@
 #include <map>
 #include <gtest/gtest.h>
 
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
 
@@ -19,9 +20,7 @@ std::map<std::string, std::string> folder_bytes(const fs::path& folder)
     std::map<std::string, std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
         if (entry.is_regular_file()) {
-            std::ifstream file(entry.path(), std::ios::binary);
-            files[fs::relative(entry.path(), folder).string()] =
-                std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+            files[fs::relative(entry.path(), folder).string()] = file_bytes(entry.path());
         }
     }
     return files;

@@ -7,7 +7,8 @@
 #include <tiffio.h>
 
 #include "sources/pdf_source.h"
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_examine.h"
@@ -28,18 +29,6 @@ std::vector<std::string> page_texts(const fs::path& pdf, const std::string& pass
         texts.push_back(source->text(page));
     }
     return texts;
-}
-
-int page_count(const fs::path& pdf)
-{
-    QPDF document;
-    open_pdf(document, pdf);
-    return static_cast<int>(QPDFPageDocumentHelper(document).getAllPages().size());
-}
-
-bool has_line(const std::vector<std::string>& lines, const std::string& line)
-{
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 class PdfRuns : public ::testing::Test {
@@ -73,23 +62,6 @@ TEST_F(PdfRuns, AMultipagePdfOfASelectionLogsPositionsAndPageNumbers)
     EXPECT_EQ(info_entry(written, "/Producer"), "Quirefold");
 }
 
-TEST_F(PdfRuns, TiffPagesBecomePdfPagesSizedByTheirResolution)
-{
-    const auto scan = folder / "scan.tif";
-    make_tiff(scan, {TiffPage{.width = 600, .height = 300, .xres = 300, .yres = 150},
-                     TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
-    harness.run(options_for(out(), "PDF (Single Page)"), {admitted_row(scan)});
-    EXPECT_TRUE(has_line(harness.lines, "scan Page 001.PDF has been Saved"));
-    EXPECT_TRUE(has_line(harness.lines, "scan Page 002.PDF has been Saved"));
-    QPDF first;
-    open_pdf(first, out() / "scan Page 001.PDF");
-    const auto box = page_box(QPDFPageDocumentHelper(first).getAllPages().front(), "/MediaBox");
-    // One scale from the horizontal resolution serves both sides: 600 and 300 pixels at 300 dpi.
-    ASSERT_EQ(box.size(), 4u);
-    EXPECT_NEAR(box[2] - box[0], 144.0, 0.01);
-    EXPECT_NEAR(box[3] - box[1], 72.0, 0.01);
-}
-
 TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
 {
     const auto first = folder / "first.pdf";
@@ -101,7 +73,7 @@ TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
     values.set(OptionId::combinedfilename, std::string("Both"));
     harness.run(values, {admitted_row(first), admitted_row(second)});
     ASSERT_TRUE(fs::exists(out() / "Both.PDF"));
-    EXPECT_EQ(page_count(out() / "Both.PDF"), 3);
+    EXPECT_EQ(pdf_page_count(out() / "Both.PDF"), 3);
     const auto texts = page_texts(out() / "Both.PDF");
     EXPECT_EQ(texts[0], "Hello page 1");
     EXPECT_EQ(texts[1], "Hello page 2");
@@ -171,9 +143,7 @@ TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
     write_numbered_pdf(source, 3);
     harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
     const fs::path written = out() / "notes.TXT";
-    std::ifstream file(written, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(text, "Hello page 1\nHello page 2\nHello page 3\n");
+    EXPECT_EQ(file_bytes(written), "Hello page 1\nHello page 2\nHello page 3\n");
     EXPECT_EQ(harness.lines.back(), written.string() + " has been Saved");
 
     const auto blank = folder / "blank.pdf";
@@ -181,35 +151,6 @@ TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
     harness.run(options_for(out(), "TEXT"), {admitted_row(blank)});
     EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
     EXPECT_FALSE(fs::exists(out() / "blank.TXT"));
-}
-
-TEST_F(PdfRuns, PdfPagesRenderAtTheChosenResolution)
-{
-    const auto source = folder / "letter.pdf";
-    write_square_annotation_pdf(source, AnnotationForm::WithAppearance);
-    harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
-    const auto jpeg = read_jpeg(out() / "letter.JPG");
-    EXPECT_EQ(jpeg.image.width, 1275);
-    EXPECT_EQ(jpeg.image.height, 1650);
-    // The annotation is drawn: its rectangle starts 100 points in, at 150/72 pixels a point.
-    const auto inside = jpeg.image.rgb_at(312, 1650 - 312);
-    EXPECT_GT(inside[0], 180);
-    EXPECT_LT(inside[1], 90);
-}
-
-TEST_F(PdfRuns, ABrokenPageDoesNotStopTheOthers)
-{
-    const auto source = folder / "short.pdf";
-    write_numbered_pdf(source, 2);
-    auto values = options_for(out(), "PNG");
-    values.set(OptionId::usepageranges, true);
-    values.set(OptionId::DotsPerInch, std::string("20"));
-    auto row = admitted_row(source);
-    row.cells[4] = "1,5,2"; // page 5 is beyond the document
-    harness.run(values, {row});
-    EXPECT_TRUE(has_line(harness.lines, "short.pdf page 5 could not be converted: the document has 2 pages"));
-    EXPECT_TRUE(fs::exists(out() / "short Page 001.PNG"));
-    EXPECT_TRUE(fs::exists(out() / "short Page 002.PNG"));
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <typeinfo>
 #include <gtest/gtest.h>
 
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/tiff_fixtures.h"
 
@@ -62,24 +62,6 @@ TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
     EXPECT_EQ(harness.statustext.rfind("All Done\n", 0), 0u);
 }
 
-TEST_F(TiffRuns, PngPagesAreEightBitRgbWithNoResolution)
-{
-    const auto source = folder / "g4.tif";
-    make_tiff(source, {TiffPage{.kind = TiffKind::Bilevel, .compression = 4, .xres = 300, .yres = 300},
-                       TiffPage{.kind = TiffKind::Bilevel, .compression = 4}});
-    auto values = options_for(out(), "PNG");
-    values.set(OptionId::ZeroPadding, 0); // width 1
-    harness.run(values, {admitted_row(source)});
-    for (const char* name : {"g4 Page 1.PNG", "g4 Page 2.PNG"}) {
-        const PngFile png = read_png(out() / name);
-        EXPECT_EQ(png.bit_depth, 8) << name;
-        EXPECT_EQ(png.color_type, 2) << name;
-        EXPECT_FALSE(png.has_phys) << name;
-        EXPECT_EQ(png.image.rgb_at(16, 12), (std::array<std::uint8_t, 3>{0, 0, 0})) << name;
-        EXPECT_EQ(png.image.rgb_at(60, 40), (std::array<std::uint8_t, 3>{255, 255, 255})) << name;
-    }
-}
-
 TEST_F(TiffRuns, SelectionsKeepTheirOrderAndNameByPageNumber)
 {
     const auto source = folder / "book.tif";
@@ -107,69 +89,6 @@ TEST_F(TiffRuns, OnePageDocumentsAndTiledFiles)
     EXPECT_TRUE(fs::exists(out() / "single.JPG"));
     // A tiled file is one page showing its second image.
     EXPECT_EQ(read_jpeg(out() / "tiled.JPG").image.width, 32);
-}
-
-TEST_F(TiffRuns, BadDocumentsGetALineAndTheRunGoesOn)
-{
-    const auto good = folder / "good.tif";
-    make_tiff(good, {TiffPage{}});
-    const auto text = folder / "notes.tif";
-    std::ofstream(text) << "not an image";
-    const auto gone = folder / "gone.tif";
-    const auto cut = folder / "cut.tif";
-    make_tiff(cut, {TiffPage{.width = 300, .height = 300, .compression = 1}, TiffPage{}});
-    fs::resize_file(cut, fs::file_size(cut) / 2);
-
-    harness.run(options_for(out(), "PNG"), {raw_row(text, 1), raw_row(gone, 1), raw_row(cut, 2), admitted_row(good)});
-    const auto has_line = [&](const std::string& line) {
-        return std::find(harness.lines.begin(), harness.lines.end(), line) != harness.lines.end();
-    };
-    EXPECT_TRUE(has_line("gone.tif cannot be processed as it could have been moved or deleted"));
-    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
-        return line.rfind("notes.tif could not be opened: ", 0) == 0;
-    }));
-    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
-        return line.rfind("cut.tif", 0) == 0 && line.find("could not be") != std::string::npos;
-    }));
-    EXPECT_TRUE(has_line("good.PNG has been Saved"));
-    EXPECT_FALSE(has_line("notes.PNG has been Saved"));
-    EXPECT_GE(harness.batch.failures(), 3);
-    EXPECT_EQ(harness.last_tick.progress, harness.last_tick.progress_max);
-}
-
-TEST_F(TiffRuns, AnUnwritableFolderIsNeverReportedAsSaved)
-{
-    const auto source = folder / "scan.tif";
-    make_tiff(source, {TiffPage{}, TiffPage{}});
-    const auto blocked = folder / "blocked";
-    std::ofstream(blocked) << "a file where the folder should be";
-    harness.run(options_for(blocked / "out", "JPEG"), {admitted_row(source)});
-    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
-                            [](const std::string& line) { return line.find("has been Saved") != std::string::npos; }),
-              0);
-    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
-                            [](const std::string& line) { return line.find("could not be saved: ") != std::string::npos; }),
-              2);
-}
-
-TEST_F(TiffRuns, StopBeforeTheFirstDocumentWritesNothing)
-{
-    const auto source = folder / "scan.tif";
-    make_tiff(source, {TiffPage{}});
-    harness.batch.prepare(options_for(out(), "PNG"), {admitted_row(source)});
-    harness.batch.stop();
-    harness.batch.processall();
-    const auto tick = harness.batch.Timer1_Action();
-    EXPECT_EQ(harness.lines, std::vector<std::string>{"Processing Terminated by User "});
-    std::string shown;
-    engine::apply(tick.status, shown);
-    EXPECT_EQ(shown, "All Done\nProcessing Terminated by User \n");
-    EXPECT_FALSE(fs::exists(out() / "scan.PNG"));
-
-    // A Stop outside a run has no effect on the next one.
-    harness.batch.stop();
-    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
-    EXPECT_TRUE(fs::exists(out() / "scan.PNG"));
 }
 
 TEST_F(TiffRuns, TextOfATiffIsNoTextFoundAndReplacesTheLog)

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <map>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <thread>
@@ -11,8 +13,9 @@
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
 #include "sources/pdf_source.h"
-#include "tests/engine_e2e/run_harness.h"
-#include "tests/hostile/hostile_files.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/hostile_files.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_security_checks.h"
@@ -33,18 +36,6 @@ bool ends_with(const std::string &text, const std::string &suffix)
 {
     return text.size() >= suffix.size() &&
            text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-int pdf_page_count(const fs::path &pdf)
-{
-    QPDF document;
-    open_pdf(document, pdf);
-    return static_cast<int>(QPDFPageDocumentHelper(document).getAllPages().size());
-}
-
-bool has_line(const std::vector<std::string> &lines, const std::string &line)
-{
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 // The lines that report a failure of document `name`: "NAME could not be opened: ..." or
@@ -116,35 +107,79 @@ class HostileRuns : public ::testing::Test
     RunHarness harness;
 };
 
-TEST_F(HostileRuns, FilesThatAreNoDocumentEachGetAnOpeningFailure)
+// The one table of documents a run cannot use: each gets its line, the sources stay as they
+// were, and the run goes on to the good documents after them.
+TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
 {
-    write_text_file(folder / "empty.pdf", "");
-    write_text_file(folder / "empty.tif", "");
-    write_text_file(folder / "notes.pdf", "Shopping list\nbread\nmilk\n");
-    write_text_file(folder / "notes.tif", std::string("II*\0 not really", 16));
-    write_garbage_pdf(folder / "garbage.pdf");
-    write_numbered_pdf(folder / "plain.pdf", 1);
-    write_encrypted_copy(folder / "plain.pdf", folder / "locked.pdf", PdfEncryption::Aes256, "user",
-                         "owner");
-
+    write_numbered_pdf(folder / "plain.pdf", 2);
+    const struct
+    {
+        const char *name;
+        std::function<void(const fs::path &)> make;
+        int pages;          // as the row claims
+        std::string ranges; // the row's selection; empty for all
+        std::string line;   // the failure line, or its start when it ends in a space
+    } cases[] = {
+        {"empty.pdf", [](const fs::path &f) { write_text_file(f, ""); }, 1, "",
+         "empty.pdf could not be opened: "},
+        {"empty.tif", [](const fs::path &f) { write_text_file(f, ""); }, 1, "",
+         "empty.tif could not be opened: "},
+        {"notes.pdf", [](const fs::path &f) { write_text_file(f, "Shopping list\nbread\n"); }, 1,
+         "", "notes.pdf could not be opened: "},
+        {"notes.tif", [](const fs::path &f) { write_text_file(f, std::string("II*\0 no", 8)); },
+         1, "", "notes.tif could not be opened: "},
+        {"garbage.pdf", [](const fs::path &f) { write_garbage_pdf(f); }, 1, "",
+         "garbage.pdf could not be opened: "},
+        {"locked.pdf",
+         [&](const fs::path &f) {
+             write_encrypted_copy(folder / "plain.pdf", f, PdfEncryption::Aes256, "user", "owner");
+         },
+         1, "", "locked.pdf could not be opened: the document needs a password"},
+        {"gone.tif", [](const fs::path &) {}, 1, "",
+         "gone.tif cannot be processed as it could have been moved or deleted"},
+        {"cut.tif",
+         [](const fs::path &f) {
+             make_tiff(f, {TiffPage{.width = 300, .height = 300, .compression = 1}, TiffPage{}});
+             fs::resize_file(f, fs::file_size(f) / 2);
+         },
+         2, "", "cut.tif could not be "},
+        {"short.pdf", [](const fs::path &f) { write_numbered_pdf(f, 2); }, 2, "1,5,2",
+         "short.pdf page 5 could not be converted: the document has 2 pages"},
+        // Refused before they are attempted.
+        {"wide.pdf", [](const fs::path &f) { write_wide_page_pdf(f, 14400.0 * 72); }, 1, "",
+         "wide.pdf page 1 could not be converted: page too large to render: 432000 x 330 pixels"},
+        {"huge.tif", [](const fs::path &f) { write_tiff_header_only(f, 200000, 200000); }, 1, "",
+         "huge.tif page 1 could not be converted: the image is too large: 200000 x 200000 pixels"},
+    };
     std::vector<engine::ListRow> rows;
-    const char *names[] = {"empty.pdf", "empty.tif",   "notes.pdf",
-                           "notes.tif", "garbage.pdf", "locked.pdf"};
-    for (const char *name : names) {
-        rows.push_back(raw_row(folder / name, 1));
+    std::map<std::string, FileSeal> seals;
+    for (const auto &c : cases) {
+        c.make(folder / c.name);
+        seals[c.name] = seal_of(folder / c.name);
+        rows.push_back(raw_row(folder / c.name, c.pages));
+        if (!c.ranges.empty()) {
+            rows.back().cells[engine::column::ranges] = c.ranges;
+        }
     }
-    harness.run(options("PNG"), with_good_documents(rows));
+    auto values = options("PNG");
+    values.set(OptionId::usepageranges, true);
+    harness.run(values, with_good_documents(rows));
 
-    for (const char *name : names) {
-        const auto failures = failures_of(harness.lines, name);
-        ASSERT_EQ(failures.size(), 1u) << name;
-        EXPECT_TRUE(starts_with(failures[0], std::string(name) + " could not be opened: "))
-            << failures[0];
+    for (const auto &c : cases) {
+        const bool prefix = ends_with(c.line, " ");
+        EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(),
+                                [&](const std::string &line) {
+                                    return prefix ? starts_with(line, c.line) : line == c.line;
+                                }))
+            << c.line;
+        EXPECT_TRUE(seal_of(folder / c.name) == seals[c.name]) << c.name << " was changed";
     }
-    EXPECT_TRUE(
-        has_line(harness.lines, "locked.pdf could not be opened: the document needs a password"));
+    // The whole pages of the cut and short documents are converted all the same.
+    EXPECT_TRUE(fs::exists(out() / "short Page 001.PNG"));
+    EXPECT_TRUE(fs::exists(out() / "short Page 002.PNG"));
+    EXPECT_FALSE(saved_any(harness.lines, "notes"));
+    EXPECT_EQ(harness.last_tick.progress, harness.last_tick.progress_max);
     expect_good_documents_converted();
-    EXPECT_EQ(fs::file_size(folder / "empty.pdf"), 0u); // sources are never written
 }
 
 TEST_F(HostileRuns, TruncatedDocumentsConvertWhatTheyHoldOrSayWhy)
@@ -186,33 +221,6 @@ TEST_F(HostileRuns, TruncatedDocumentsConvertWhatTheyHoldOrSayWhy)
     expect_good_documents_converted();
 }
 
-TEST_F(HostileRuns, LoopingFormsAreDrawnOnceRoundTheLoopInEveryOutput)
-{
-    write_self_drawing_form_pdf(folder / "self.pdf");
-    write_mutual_forms_pdf(folder / "mutual.pdf");
-    for (const std::string format : {"PNG", "TEXT", "PDF (Multipage)"}) {
-        SCOPED_TRACE(format);
-        const auto started = Clock::now();
-        harness.run(options(format),
-                    {raw_row(folder / "self.pdf", 1), raw_row(folder / "mutual.pdf", 1),
-                     admitted_row(folder / "good.pdf")});
-        EXPECT_LT(Clock::now() - started, std::chrono::seconds(60));
-        EXPECT_TRUE(failures_of(harness.lines, "self.pdf").empty());
-        EXPECT_TRUE(failures_of(harness.lines, "mutual.pdf").empty());
-        EXPECT_TRUE(saved_any(harness.lines, "good"));
-    }
-    // The first round of each loop shows: the blue square at (10, 10), 100 points a side, and
-    // the red one of the second form at (200, 200).
-    const PngFile self = read_png(out() / "self.PNG");
-    EXPECT_EQ(self.image.rgb_at(25, self.image.height - 25),
-              (std::array<std::uint8_t, 3>{0, 0, 255}));
-    const PngFile mutual = read_png(out() / "mutual.PNG");
-    EXPECT_EQ(mutual.image.rgb_at(100, mutual.image.height - 100),
-              (std::array<std::uint8_t, 3>{255, 0, 0}));
-    EXPECT_EQ(pdf_page_count(out() / "self.PDF"), 1);
-    EXPECT_EQ(pdf_page_count(out() / "mutual.PDF"), 1);
-}
-
 class PageTimeLimit : public HostileRuns
 {
   protected:
@@ -241,10 +249,8 @@ TEST_F(PageTimeLimit, AnExponentialPageIsAbandonedAndTheRunGoesOn)
         const char *work;
     } cases[] = {{"PNG", "draw"}, {"TEXT", "read"}};
     for (const auto &c : cases) {
-        const auto started = Clock::now();
         harness.run(options(c.format),
                     {raw_row(folder / "doubling.pdf", 1), admitted_row(folder / "good.pdf")});
-        EXPECT_LT(Clock::now() - started, std::chrono::seconds(30)) << c.format;
         EXPECT_TRUE(has_line(harness.lines, std::string("doubling.pdf page 1 could not be "
                                                         "converted: the page took longer than "
                                                         "1.5 seconds to ") +
@@ -253,9 +259,7 @@ TEST_F(PageTimeLimit, AnExponentialPageIsAbandonedAndTheRunGoesOn)
         EXPECT_TRUE(saved_any(harness.lines, "good")) << c.format;
     }
     // Copying the page is not drawing it: the PDF output has it, quickly.
-    const auto started = Clock::now();
     harness.run(options("PDF (Multipage)"), {raw_row(folder / "doubling.pdf", 1)});
-    EXPECT_LT(Clock::now() - started, std::chrono::seconds(30));
     EXPECT_EQ(pdf_page_count(out() / "doubling.PDF"), 1);
 }
 
@@ -287,75 +291,51 @@ TEST_F(PageTimeLimit, ClosingARunWhileAPageIsStuckReturnsAtOnce)
     }
 }
 
-TEST_F(HostileRuns, DeepNestingEndsWithAPageOrAReason)
+// Content built to exhaust a reader, in every kind of output: forms that draw themselves or
+// each other are drawn once round the loop; deep nesting ends with the page or, for forms
+// 3000 deep drawn or read (copying is not), with a reason.
+TEST_F(HostileRuns, LoopsAndDeepNestingEndWithAPageOrAReason)
 {
+    write_self_drawing_form_pdf(folder / "self.pdf");
+    write_mutual_forms_pdf(folder / "mutual.pdf");
     write_nested_saves_pdf(folder / "saves.pdf", 20000);
     write_nested_forms_pdf(folder / "forms.pdf", 3000);
     write_nested_arrays_pdf(folder / "arrays.pdf", 20000);
-    const struct
-    {
-        const char *format;
-        bool forms_fail; // drawing or reading forms 3000 deep is refused; copying is not
-    } cases[] = {{"PNG", true}, {"TEXT", true}, {"PDF (Multipage)", false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.format);
-        harness.run(options(c.format), with_good_documents({raw_row(folder / "saves.pdf", 1),
-                                                            raw_row(folder / "forms.pdf", 1),
-                                                            raw_row(folder / "arrays.pdf", 1)}));
-        EXPECT_TRUE(failures_of(harness.lines, "saves.pdf").empty());
-        EXPECT_TRUE(failures_of(harness.lines, "arrays.pdf").empty());
-        const auto forms = failures_of(harness.lines, "forms.pdf");
-        ASSERT_EQ(forms.size(), c.forms_fail ? 1u : 0u);
-        if (c.forms_fail) {
-            EXPECT_TRUE(starts_with(forms[0], "forms.pdf page 1 could not be converted: "))
-                << forms[0];
+    const char *names[] = {"self.pdf", "mutual.pdf", "saves.pdf", "forms.pdf", "arrays.pdf"};
+    for (const std::string format : {"PNG", "TEXT", "PDF (Multipage)"}) {
+        SCOPED_TRACE(format);
+        std::vector<engine::ListRow> rows;
+        for (const char *name : names) {
+            rows.push_back(raw_row(folder / name, 1));
+        }
+        harness.run(options(format), with_good_documents(rows));
+        for (const std::string name : names) {
+            const auto failures = failures_of(harness.lines, name);
+            const bool fails = name == "forms.pdf" && format != "PDF (Multipage)";
+            ASSERT_EQ(failures.size(), fails ? 1u : 0u) << name;
+            if (fails) {
+                EXPECT_TRUE(starts_with(failures[0], name + " page 1 could not be converted: "))
+                    << failures[0];
+            }
         }
         EXPECT_TRUE(saved_any(harness.lines, "good"));
     }
-    // The nested fill is drawn: the blue square at the origin, 100 points a side.
-    const PngFile saves = read_png(out() / "saves.PNG");
-    EXPECT_EQ(saves.image.rgb_at(10, saves.image.height - 10),
-              (std::array<std::uint8_t, 3>{0, 0, 255}));
-    for (const char *pdf : {"saves.PDF", "forms.PDF", "arrays.PDF"}) {
-        EXPECT_EQ(pdf_page_count(out() / pdf), 1) << pdf;
+    // What the pages show: the first round of each loop (the blue square at (10, 10), 100
+    // points a side, and the red one of the second form at (200, 200)) and the nested fill.
+    const struct
+    {
+        const char *png;
+        int x, from_bottom;
+        std::array<std::uint8_t, 3> rgb;
+    } shown[] = {{"self.PNG", 25, 25, {0, 0, 255}},
+                 {"mutual.PNG", 100, 100, {255, 0, 0}},
+                 {"saves.PNG", 10, 10, {0, 0, 255}}};
+    for (const auto &s : shown) {
+        const PngFile png = read_png(out() / s.png);
+        EXPECT_EQ(png.image.rgb_at(s.x, png.image.height - s.from_bottom), s.rgb) << s.png;
     }
-}
-
-TEST_F(HostileRuns, OversizedPagesAndImagesAreRefusedBeforeTheyAreAttempted)
-{
-    write_wide_page_pdf(folder / "wide.pdf", 14400.0 * 72);
-    write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
-    write_tiff_header_only(folder / "huge.tif", 200000, 200000);
-    const auto started = Clock::now();
-    harness.run(options("PNG"), with_good_documents({raw_row(folder / "wide.pdf", 1),
-                                                     raw_row(folder / "bomb.pdf", 1),
-                                                     admitted_row(folder / "huge.tif")}));
-    EXPECT_LT(Clock::now() - started, std::chrono::seconds(60));
-    EXPECT_TRUE(has_line(harness.lines, "wide.pdf page 1 could not be converted: page too large "
-                                        "to render: 432000 x 330 pixels"));
-    EXPECT_TRUE(has_line(harness.lines, "huge.tif page 1 could not be converted: the image is too "
-                                        "large: 200000 x 200000 pixels"));
-    // Within the memory ceiling MuPDF draws the image at the size it is shown; the ceiling
-    // itself is tried through the command line, which can be given a small one.
-    EXPECT_TRUE(saved_any(harness.lines, "bomb") ||
-                !failures_of(harness.lines, "bomb.pdf").empty());
-    expect_good_documents_converted();
-
-    // Every output that decodes the TIFF refuses it the same way; the wide page is refused
-    // where it must be drawn and written where it need not (a PDF copy, its text).
-    for (const std::string format : {"TIFF (Multipage)", "PDF (Multipage)", "TEXT"}) {
-        SCOPED_TRACE(format);
-        harness.run(options(format),
-                    {raw_row(folder / "huge.tif", 1), raw_row(folder / "wide.pdf", 1)});
-        if (format != "TEXT") {
-            EXPECT_TRUE(has_line(harness.lines, "huge.tif page 1 could not be converted: the "
-                                                "image is too large: 200000 x 200000 pixels"));
-        }
-        if (format == "TIFF (Multipage)") {
-            EXPECT_EQ(failures_of(harness.lines, "wide.pdf").size(), 1u);
-        } else {
-            EXPECT_TRUE(saved_any(harness.lines, "wide"));
-        }
+    for (const char *pdf : {"self.PDF", "mutual.PDF", "saves.PDF", "forms.PDF", "arrays.PDF"}) {
+        EXPECT_EQ(pdf_page_count(out() / pdf), 1) << pdf;
     }
 }
 

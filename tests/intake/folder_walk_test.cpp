@@ -7,13 +7,15 @@
 #include <gtest/gtest.h>
 
 #include "intake/admission.h"
-#include "intake_fixtures.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/tiff_fixtures.h"
 
 namespace qf::intake {
 namespace {
 
 namespace fs = std::filesystem;
-using fixtures::TempFolder;
+using test::TempFolder;
 
 class NoPrompt : public PasswordPrompt {
 public:
@@ -39,14 +41,14 @@ std::vector<std::string> describe(const FolderWalk& walk, const fs::path& root)
 //       .hidden/h.pdf   sub1/y.tif   sub1/deeper/x.pdf   sub2/z.PDF   empty/
 void build_tree(const fs::path& root)
 {
-    fixtures::write_pdf(root / "B.pdf", 1);
-    fixtures::write_tiff(root / "a.tif", 1);
-    fixtures::write_pdf(root / "b.pdf", 1);
-    fixtures::write_text_file(root / "notes.txt", "notes");
-    fixtures::write_pdf(root / ".hidden" / "h.pdf", 1);
-    fixtures::write_tiff(root / "sub1" / "y.tif", 1);
-    fixtures::write_pdf(root / "sub1" / "deeper" / "x.pdf", 1);
-    fixtures::write_pdf(root / "sub2" / "z.PDF", 1);
+    test::write_blank_pdf(root / "B.pdf", 1);
+    test::make_tiff(root / "a.tif", 1);
+    test::write_blank_pdf(root / "b.pdf", 1);
+    test::write_text_file(root / "notes.txt", "notes");
+    test::write_blank_pdf(root / ".hidden" / "h.pdf", 1);
+    test::make_tiff(root / "sub1" / "y.tif", 1);
+    test::write_blank_pdf(root / "sub1" / "deeper" / "x.pdf", 1);
+    test::write_blank_pdf(root / "sub2" / "z.PDF", 1);
     fs::create_directories(root / "empty");
     fs::create_symlink(root / "nowhere.pdf", root / "ghost.pdf");
     fs::create_directory_symlink(root, root / "loop");
@@ -100,9 +102,9 @@ TEST(FolderWalk, TablesAddedInTurnGiveTheListOrder)
 TEST(FolderWalk, UnreadableFoldersAreNamedAndTheWalkGoesOn)
 {
     TempFolder folder;
-    fixtures::write_pdf(folder / "a" / "one.pdf", 1);
-    fixtures::write_pdf(folder / "b" / "two.pdf", 1);
-    fixtures::write_pdf(folder / "c" / "three.pdf", 1);
+    test::write_blank_pdf(folder / "a" / "one.pdf", 1);
+    test::write_blank_pdf(folder / "b" / "two.pdf", 1);
+    test::write_blank_pdf(folder / "c" / "three.pdf", 1);
 
     const FolderWalk missing = loadrecursive(folder / "no such folder", true);
     EXPECT_TRUE(missing.tables.empty());

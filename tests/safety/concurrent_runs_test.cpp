@@ -3,7 +3,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
-#include "tests/safety/safety_support.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_security_checks.h"

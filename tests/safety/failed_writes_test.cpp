@@ -11,8 +11,9 @@
 
 #include "app/run_services.h"
 #include "engine/options.h"
-#include "tests/engine_e2e/run_harness.h"
-#include "tests/safety/safety_support.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
@@ -157,29 +158,6 @@ TEST_F(FailedWrites, FileSizeLimitKeepsTheEarlierFilesOfEveryKind)
     expect_sources_untouched();
 }
 
-TEST_F(FailedWrites, TheRunGoesOnPastAFileThatDoesNotFit)
-{
-    // Uncompressed TIFF pages: the big document's cannot be written under the limit, the small
-    // ones' can, before and after it.
-    make_tiff(folder / "in" / "big.tif",
-              {TiffPage{.width = 1000, .height = 800, .compression = 1}});
-    make_tiff(folder / "in" / "small1.tif", {TiffPage{}});
-    make_tiff(folder / "in" / "small2.tif", {TiffPage{}});
-    const fs::path out = folder / "out";
-    const auto outcome =
-        run_cli({"--format", "TIFF (Single Page)", "--tiffcompression", "None", "-o", out.string(),
-                 (folder / "in" / "small1.tif").string(), (folder / "in" / "big.tif").string(),
-                 (folder / "in" / "small2.tif").string()},
-                {data_home, 1024 * 1024});
-    EXPECT_EQ(outcome.status, 3) << outcome.err;
-    EXPECT_TRUE(reports_not_saved(outcome.out, "big.TIF", "File too large"))
-        << ::testing::PrintToString(outcome.out);
-    EXPECT_FALSE(reports_saved(outcome.out, "big.TIF"));
-    EXPECT_EQ(tree_of(out), (std::vector<std::string>{"small1.TIF", "small2.TIF"}));
-    EXPECT_EQ(undecodable(out / "small1.TIF"), "");
-    EXPECT_EQ(undecodable(out / "small2.TIF"), "");
-}
-
 TEST_F(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
 {
     // The limit lets the picture be written but not ExifTool's stamped copy of it.
@@ -209,79 +187,54 @@ TEST_F(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
     }
 }
 
-TEST_F(FailedWrites, AnOutputFolderThatCannotBeMadeIsReportedForEveryFile)
+// The one table of destinations that cannot take the outputs, for every kind of output: a
+// folder that cannot be made (its path goes through a file, which stops even root) and a
+// folder that vanishes while the first document's pages are under way. Nothing is reported
+// saved, the run goes on to the next document, and no scratch folder is left.
+TEST_F(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
 {
-    // A path through a regular file cannot become a folder, not even for root.
     std::ofstream(folder / "plain.txt") << "a file, not a folder";
     const FileSeal plain = seal_of(folder / "plain.txt");
-    for (const auto &kind : kOutputKinds) {
-        SCOPED_TRACE(kind_title(kind));
-        const auto outcome =
-            run_cli(with_inputs(kind_arguments(kind, folder / "plain.txt" / "out")), {data_home});
-        EXPECT_EQ(outcome.status, 3) << outcome.err;
-        EXPECT_EQ(outcome.out.back(), "All Done");
-        const bool reported =
-            std::any_of(outcome.out.begin(), outcome.out.end(), [](const std::string &line) {
-                return line.find(" could not be saved: Not a directory") != std::string::npos;
+    for (const bool vanishes : {false, true}) {
+        for (const auto &kind : kOutputKinds) {
+            SCOPED_TRACE(kind_title(kind) + (vanishes ? ", folder vanishes" : ", folder through a file"));
+            const fs::path out = vanishes ? folder / "out" : folder / "plain.txt" / "out";
+            RunHarness harness;
+            harness.batch.set_jobs(1);
+            harness.batch.set_listener([&](const engine::RunEvent &event) {
+                if (!event.line.empty()) {
+                    harness.lines.push_back(event.line);
+                }
+                if (vanishes && event.line == "Page 1 is being Processed ") {
+                    std::error_code ignored;
+                    fs::remove_all(out, ignored);
+                }
             });
-        EXPECT_TRUE(reported) << ::testing::PrintToString(outcome.out);
-        for (const auto &line : outcome.out) {
-            // A combined PDF run saves each document's file in the work folder before the merge.
-            const bool scratch_file = kind.combine && line.rfind("Combine", 0) != 0;
-            EXPECT_TRUE(scratch_file || line.find("has been Saved") == std::string::npos) << line;
+            auto values = options_for(out, kind.format);
+            values.set(OptionId::combineall, kind.combine);
+            values.set(OptionId::DotsPerInch, std::string("36"));
+            harness.run(values, {admitted_row(inputs[0]), admitted_row(inputs[1])});
+            EXPECT_FALSE(fs::exists(out));
+            EXPECT_GT(harness.batch.failures(), 0) << ::testing::PrintToString(harness.lines);
+            for (const auto &line : harness.lines) {
+                // A combined PDF run saves each document's part in the work folder first.
+                const bool part = kind.combine && line.rfind("Combine", 0) != 0;
+                EXPECT_TRUE(part || line.find("has been Saved") == std::string::npos) << line;
+            }
+            EXPECT_TRUE(has_line(harness.lines, "memo.pdf is being Processed"))
+                << ::testing::PrintToString(harness.lines);
+            if (!vanishes) {
+                EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(),
+                                        [](const std::string &line) {
+                                            return line.find(" could not be saved: Not a directory") !=
+                                                   std::string::npos;
+                                        }))
+                    << ::testing::PrintToString(harness.lines);
+            }
+            EXPECT_EQ(scratch_left(isolated_work_folder()), std::vector<std::string>{});
         }
-        EXPECT_EQ(scratch_left(data_home), std::vector<std::string>{});
     }
     EXPECT_TRUE(seal_of(folder / "plain.txt") == plain);
-    expect_sources_untouched();
-}
-
-TEST_F(FailedWrites, AReadOnlyOutputFolderKeepsItsFiles)
-{
-    if (::geteuid() == 0) {
-        GTEST_SKIP() << "root writes into a read-only folder; the path through a file covers this";
-    }
-    const fs::path out = folder / "out";
-    fs::create_directories(out);
-    std::ofstream(out / "report Page 001.PNG") << "earlier";
-    const FileSeal earlier = seal_of(out / "report Page 001.PNG");
-    fs::permissions(out, fs::perms::owner_read | fs::perms::owner_exec);
-    const auto outcome =
-        run_cli(with_inputs({"--format", "PNG", "--dpi", "36", "-o", out.string()}), {data_home});
-    fs::permissions(out, fs::perms::owner_all);
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_TRUE(reports_not_saved(outcome.out, "report Page 001.PNG", "Permission denied"))
-        << ::testing::PrintToString(outcome.out);
-    EXPECT_TRUE(seal_of(out / "report Page 001.PNG") == earlier);
-    EXPECT_EQ(tree_of(out), std::vector<std::string>{"report Page 001.PNG"});
-}
-
-TEST_F(FailedWrites, AnOutputFolderThatVanishesMidRunTakesNothingWithIt)
-{
-    for (const char *format : {"TIFF (Multipage)", "PDF (Multipage)", "JPEG", "TEXT"}) {
-        SCOPED_TRACE(format);
-        const fs::path out = folder / "out";
-        RunHarness harness;
-        harness.batch.set_jobs(1);
-        // The folder goes while the first document's pages are under way.
-        harness.batch.set_listener([&](const engine::RunEvent &event) {
-            if (!event.line.empty()) {
-                harness.lines.push_back(event.line);
-            }
-            if (event.line == "Page 1 is being Processed ") {
-                std::error_code ignored;
-                fs::remove_all(out, ignored);
-            }
-        });
-        harness.run(options_for(out, format), {admitted_row(inputs[0]), admitted_row(inputs[1])});
-        EXPECT_FALSE(fs::exists(out));
-        EXPECT_GT(harness.batch.failures(), 0);
-        for (const auto &line : harness.lines) {
-            EXPECT_EQ(line.find("has been Saved"), std::string::npos) << line;
-        }
-        EXPECT_TRUE(has_line(harness.lines, "memo.pdf is being Processed"))
-            << ::testing::PrintToString(harness.lines);
-    }
     expect_sources_untouched();
 }
 

@@ -5,8 +5,9 @@
 #include <map>
 
 #include "engine/options.h"
-#include "tests/engine_e2e/run_harness.h"
-#include "tests/safety/safety_support.h"
+#include "tests/support/engine_run.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
 
@@ -161,54 +162,6 @@ TEST(NeverOverASource, TextAndPicturesBesideLinksToTheSourcesLeaveThemAlone)
     EXPECT_EQ(undecodable(folder / "out" / "notes 1.TXT"), "");
     EXPECT_EQ(undecodable(folder / "out" / "scan 1.PNG"), "");
     EXPECT_EQ(undecodable(folder / "out" / "scan Page 002.PNG"), "");
-}
-
-TEST(NeverOverASource, TheCommandLineWritingBesideItsSourcesKeepsThem)
-{
-    // With no output folder the outputs go beside the first document, among the sources.
-    TempFolder folder;
-    make_tiff(folder / "page.TIF", {TiffPage{}});
-    make_tiff(folder / "three.TIF", {TiffPage{}, TiffPage{}, TiffPage{}});
-    write_numbered_pdf(folder / "memo.PDF", 2);
-    const std::vector<std::string> names{"memo.PDF", "page.TIF", "three.TIF"};
-    std::map<std::string, FileSeal> seals;
-    for (const auto &name : names) {
-        seals[name] = seal_of(folder / name);
-    }
-    const struct
-    {
-        const char *format;
-        std::vector<std::string> added;
-    } runs[] = {
-        {"TIFF (Single Page)",
-         {"memo Page 001.TIF", "memo Page 002.TIF", "page 1.TIF", "three Page 001.TIF",
-          "three Page 002.TIF", "three Page 003.TIF"}},
-        // "page 1.TIF", a one-page document's, is written again.
-        {"TIFF (Multipage)", {"memo.TIF", "three 1.TIF"}},
-        {"PDF (Multipage)", {"memo 1.PDF", "page.PDF", "three.PDF"}},
-    };
-    std::vector<std::string> expected = names;
-    for (const auto &run : runs) {
-        SCOPED_TRACE(run.format);
-        std::vector<std::string> arguments{"--format", run.format, "--dpi", "36"};
-        for (const auto &name : names) {
-            arguments.push_back((folder / name).string());
-        }
-        const auto outcome = run_cli(arguments, {folder / "data"});
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        expected.insert(expected.end(), run.added.begin(), run.added.end());
-        std::sort(expected.begin(), expected.end());
-        std::vector<std::string> found;
-        for (const auto &name : tree_of(folder.path())) {
-            if (name.rfind("data", 0) != 0) {
-                found.push_back(name);
-            }
-        }
-        EXPECT_EQ(found, expected) << ::testing::PrintToString(outcome.out);
-        for (const auto &[name, seal] : seals) {
-            EXPECT_TRUE(seal_of(folder / name) == seal) << name << " was changed";
-        }
-    }
 }
 
 } // namespace

@@ -5,7 +5,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
-#include "tests/safety/safety_support.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/process.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_security_checks.h"
 #include "tests/support/tiff_fixtures.h"
@@ -21,12 +22,6 @@ const std::string kOutputOpen = "Qf7-open-Heron";
 const std::string kOutputMaster = "Qf7-master-Ibis";
 const std::vector<std::string> kSecrets{kUnlock, kWrong, kOutputOpen, kOutputMaster};
 
-std::string read_all(const fs::path &file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // Every place a secret could end up after a run: the texts given, and every name and byte of
 // every file under the folders given.
 void expect_no_secret(const std::vector<std::string> &texts, const std::vector<fs::path> &folders)
@@ -39,7 +34,7 @@ void expect_no_secret(const std::vector<std::string> &texts, const std::vector<f
             for (const auto &name : tree_of(folder)) {
                 EXPECT_EQ(name.find(secret), std::string::npos) << secret << " names " << name;
                 if (fs::is_regular_file(folder / name)) {
-                    EXPECT_EQ(read_all(folder / name).find(secret), std::string::npos)
+                    EXPECT_EQ(file_bytes(folder / name).find(secret), std::string::npos)
                         << secret << " inside " << folder / name;
                 }
             }
@@ -101,14 +96,23 @@ TEST_F(PasswordSecrecy, UnlockPasswordsStayOutOfEverythingARunLeaves)
 
 TEST_F(PasswordSecrecy, AWrongPasswordIsRefusedWithoutBeingRepeated)
 {
-    const auto outcome = run_cli(
-        {"--format", "PNG", "--password", kWrong, "-o", (folder / "out").string(), locked.string()},
-        {data_home});
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_NE(outcome.err.find("locked.pdf could not be opened: the password does not open it"),
-              std::string::npos)
-        << outcome.err;
-    expect_no_secret({joined(outcome.out), outcome.err}, {folder / "out", data_home});
+    const struct
+    {
+        std::vector<std::string> given;
+        const char *line;
+    } cases[] = {
+        {{"--password", kWrong}, "locked.pdf could not be opened: the password does not open it"},
+        {{}, "locked.pdf could not be opened: could not be opened without a password"},
+    };
+    for (const auto &c : cases) {
+        std::vector<std::string> arguments{"--format", "PNG", "-o", (folder / "out").string()};
+        arguments.insert(arguments.end(), c.given.begin(), c.given.end());
+        arguments.push_back(locked.string());
+        const auto outcome = run_cli(arguments, {data_home});
+        EXPECT_EQ(outcome.status, 3);
+        EXPECT_NE(outcome.err.find(c.line), std::string::npos) << outcome.err;
+        expect_no_secret({joined(outcome.out), outcome.err}, {folder / "out", data_home});
+    }
 }
 
 TEST_F(PasswordSecrecy, AProfileWithOutputPasswordsKeepsThemOutOfLogsAndFiles)
@@ -130,7 +134,7 @@ TEST_F(PasswordSecrecy, AProfileWithOutputPasswordsKeepsThemOutOfLogsAndFiles)
         EXPECT_FALSE(opens_with(folder / "out" / name, "")) << name;
     }
     // The profile itself keeps them encoded, never as typed.
-    EXPECT_EQ(read_all(profile).find(kOutputOpen), std::string::npos);
+    EXPECT_EQ(file_bytes(profile).find(kOutputOpen), std::string::npos);
     expect_no_secret({joined(saved.out), saved.err, joined(used.out), used.err},
                      {folder / "out", data_home});
 }
@@ -166,7 +170,7 @@ TEST_F(PasswordSecrecy, OtherUsersCannotReadThePasswordFromTheCommandLine)
         CliChild child(arguments, {data_home});
         ASSERT_TRUE(child.wait_for_output("is being Processed", std::chrono::seconds(60)))
             << child.err();
-        const std::string cmdline = read_all("/proc/" + std::to_string(child.pid()) + "/cmdline");
+        const std::string cmdline = file_bytes("/proc/" + std::to_string(child.pid()) + "/cmdline");
         // The rest of the command line is still there for whoever looks at the process.
         EXPECT_NE(cmdline.find("locked0.pdf"), std::string::npos);
         for (const auto &secret : kSecrets) {
@@ -205,7 +209,7 @@ fs::path crash_a_run(const std::vector<std::string> &arguments, const fs::path &
 
 TEST_F(PasswordSecrecy, ACrashLeavesNoCoreDumpHoldingThePassword)
 {
-    const std::string pattern = read_all("/proc/sys/kernel/core_pattern");
+    const std::string pattern = file_bytes("/proc/sys/kernel/core_pattern");
     if (pattern.rfind("core", 0) != 0) {
         GTEST_SKIP() << "core dumps go elsewhere here: " << pattern;
     }
@@ -227,7 +231,7 @@ TEST_F(PasswordSecrecy, ACrashLeavesNoCoreDumpHoldingThePassword)
     }
     const auto cores = core_files(crash_a_run(with_password, folder / "crash-locked", data_home));
     for (const auto &core : cores) {
-        EXPECT_EQ(read_all(core).find(kUnlock), std::string::npos) << core;
+        EXPECT_EQ(file_bytes(core).find(kUnlock), std::string::npos) << core;
     }
     EXPECT_EQ(cores, std::vector<fs::path>{}) << "a run holding a password leaves no core dump";
 }

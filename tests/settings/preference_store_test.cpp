@@ -40,36 +40,6 @@ TEST(Preferences, SaveThenLoadRestoresAllButTheDocumentName)
     EXPECT_FALSE(store.contains("tiffdocumentname"));
 }
 
-TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
-{
-    const struct {
-        const char* key;
-        const char* stored;
-        OptionId id;
-        int expected_row;
-    } cases[] = {
-        {"zoomfactor", "-1", OptionId::zoomfactor, 3},
-        {"zoomfactor", "10", OptionId::zoomfactor, 3},
-        {"zoomfactor", "9", OptionId::zoomfactor, 9},
-        {"zoomfactor", "", OptionId::zoomfactor, 0},
-        {"imageformat", "x", OptionId::imageformat, 0},
-        {"imageformat", "99", OptionId::imageformat, 5},
-        {"imageformat", "-1", OptionId::imageformat, 5},
-        {"tiffcompression", "2.9", OptionId::tiffcompression, 2},
-        {"encryptionlevel", " 3", OptionId::encryptionlevel, 3},
-        {"pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
-        {"showpdf", "1", OptionId::showpdf, 1},
-    };
-    for (const auto& c : cases) {
-        MemoryPreferenceStore store;
-        store.set_string(c.key, c.stored);
-        engine::OptionValues values = default_values();
-        values.set(OptionId::imageformat, 5);
-        loadsettings(store, values);
-        EXPECT_EQ(values.row(c.id), c.expected_row) << c.key << " = \"" << c.stored << "\"";
-    }
-}
-
 TEST(Preferences, ValuesOfTheWrongKindCountAsAbsent)
 {
     MemoryPreferenceStore store;

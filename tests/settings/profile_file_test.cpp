@@ -9,13 +9,16 @@
 
 #include "engine/version.h"
 #include "settings/base64.h"
+#include "settings/preference_store.h"
 #include "settings_fixtures.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/temp_folder.h"
 
 namespace qf::settings {
 namespace {
 
 using engine::OptionId;
-using fixtures::TempFolder;
+using test::TempFolder;
 
 bool travels_in_profiles(OptionId id)
 {
@@ -85,7 +88,7 @@ TEST(ProfileFile, WrittenFileHoldsOneAttributePerElementWithEncodedPasswords)
 TEST(ProfileFile, ReadsAProfileFromAnotherWriter)
 {
     TempFolder folder;
-    fixtures::write_file(folder / "other.qfk",
+    test::write_text_file(folder / "other.qfk",
                          "<settings>\n"
                          "  <option IMAGEFORMAT=\"3\"/>\n"
                          "  <option CombineAll=\"TRUE\"/>\n"
@@ -130,7 +133,7 @@ TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
     };
     for (const auto& c : cases) {
         const std::string passwords = "<QF pdfpassword=\"c2VjcmV0\"/><QF pdffullpassword=\"c2VjcmV0\"/>";
-        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
+        test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
                                                    (c.version_first ? c.version_element + passwords
                                                                     : passwords + c.version_element) +
                                                    "</QUIREFOLDSETTINGS>");
@@ -142,36 +145,60 @@ TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
     }
 }
 
-TEST(ProfileFile, PartialProfilesDuplicatesAndRowFallbacks)
+// A stored popup row outside the popup's rows falls back, from the preferences (the value
+// under the key) and from a profile (its elements, where the last one of a name wins and
+// the misspelt encryption name is read). Before loading, the format is row 5 (preferences)
+// or 4 (profile, with the encryption level at 3); a profile leaves the title as it was.
+TEST(ProfileFile, StoredRowsOutsideThePopupsFallBack)
 {
     TempFolder folder;
     const struct {
-        const char* elements;
+        bool profile;
+        const char* key; // preferences only
+        const char* stored;
         OptionId id;
         int expected_row;
     } cases[] = {
-        {"<QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
-        {"<QF zoomfactor=\"10\"/>", OptionId::zoomfactor, 3},
-        {"<QF zoomfactor=\"abc\"/>", OptionId::zoomfactor, 0},
-        {"<QF zoomfactor=\"-1\"/><QF zoomfactor=\"6\"/>", OptionId::zoomfactor, 6},
-        {"<QF zoomfactor=\"6\"/><QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
-        {"<QF imageformat=\"7\"/>", OptionId::imageformat, 4},
-        {"<QF imageformat=\"-1\"/>", OptionId::imageformat, 4},
-        {"<QF imageformat=\"2\"/><QF imageformat=\"5\"/>", OptionId::imageformat, 5},
-        {"<QF imageformat=\"6.9\"/>", OptionId::imageformat, 6},
-        {"<QF encrytpionlevel=\"1\"/><QF encryptionlevel=\"2\"/>", OptionId::encryptionlevel, 2},
-        {"<QF encrytpionlevel=\"4\"/>", OptionId::encryptionlevel, 3},
-        {"<QF combineall=\"true\"/>", OptionId::imageformat, 4},
+        {false, "zoomfactor", "-1", OptionId::zoomfactor, 3},
+        {false, "zoomfactor", "10", OptionId::zoomfactor, 3},
+        {false, "zoomfactor", "9", OptionId::zoomfactor, 9},
+        {false, "zoomfactor", "", OptionId::zoomfactor, 0},
+        {false, "imageformat", "x", OptionId::imageformat, 0},
+        {false, "imageformat", "99", OptionId::imageformat, 5},
+        {false, "imageformat", "-1", OptionId::imageformat, 5},
+        {false, "tiffcompression", "2.9", OptionId::tiffcompression, 2},
+        {false, "encryptionlevel", " 3", OptionId::encryptionlevel, 3},
+        {false, "pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
+        {false, "showpdf", "1", OptionId::showpdf, 1},
+        {true, "", "<QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
+        {true, "", "<QF zoomfactor=\"10\"/>", OptionId::zoomfactor, 3},
+        {true, "", "<QF zoomfactor=\"abc\"/>", OptionId::zoomfactor, 0},
+        {true, "", "<QF zoomfactor=\"-1\"/><QF zoomfactor=\"6\"/>", OptionId::zoomfactor, 6},
+        {true, "", "<QF zoomfactor=\"6\"/><QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
+        {true, "", "<QF imageformat=\"7\"/>", OptionId::imageformat, 4},
+        {true, "", "<QF imageformat=\"-1\"/>", OptionId::imageformat, 4},
+        {true, "", "<QF imageformat=\"2\"/><QF imageformat=\"5\"/>", OptionId::imageformat, 5},
+        {true, "", "<QF imageformat=\"6.9\"/>", OptionId::imageformat, 6},
+        {true, "", "<QF encrytpionlevel=\"1\"/><QF encryptionlevel=\"2\"/>", OptionId::encryptionlevel, 2},
+        {true, "", "<QF encrytpionlevel=\"4\"/>", OptionId::encryptionlevel, 3},
+        {true, "", "<QF combineall=\"true\"/>", OptionId::imageformat, 4},
     };
     for (const auto& c : cases) {
-        fixtures::write_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.elements + "</QUIREFOLDSETTINGS>");
         engine::OptionValues values = default_values();
-        values.set(OptionId::imageformat, 4);
-        values.set(OptionId::encryptionlevel, 3);
         values.set(OptionId::pdftitle, std::string("kept"));
-        ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.elements;
-        EXPECT_EQ(values.row(c.id), c.expected_row) << c.elements;
-        EXPECT_EQ(values.text(OptionId::pdftitle), "kept") << c.elements;
+        if (c.profile) {
+            values.set(OptionId::imageformat, 4);
+            values.set(OptionId::encryptionlevel, 3);
+            test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.stored + "</QUIREFOLDSETTINGS>");
+            ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.stored;
+            EXPECT_EQ(values.text(OptionId::pdftitle), "kept") << c.stored;
+        } else {
+            values.set(OptionId::imageformat, 5);
+            MemoryPreferenceStore store;
+            store.set_string(c.key, c.stored);
+            loadsettings(store, values);
+        }
+        EXPECT_EQ(values.row(c.id), c.expected_row) << c.key << " " << c.stored;
     }
 }
 
@@ -194,7 +221,7 @@ TEST(ProfileFile, BrokenProfilesChangeNothing)
     };
     for (const auto& c : cases) {
         if (c.content != nullptr) {
-            fixtures::write_file(folder / c.file, c.content);
+            test::write_text_file(folder / c.file, c.content);
         }
         engine::OptionValues values = fixtures::all_changed();
         const engine::OptionValues before = values;
@@ -214,7 +241,7 @@ TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
     EXPECT_FALSE(std::filesystem::exists(folder / "no folder"));
 
     // Saving over an earlier profile replaces it whole and leaves no temporary beside it.
-    fixtures::write_file(folder / "p.qfk", std::string(10000, 'x'));
+    test::write_text_file(folder / "p.qfk", std::string(10000, 'x'));
     ASSERT_TRUE(savetoxml(folder / "p.qfk", default_values()).ok);
     engine::OptionValues values = fixtures::all_changed();
     ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok);

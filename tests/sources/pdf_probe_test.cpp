@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <string>
 
 #include "tests/support/pdf_fixtures.h"
+#include "tests/support/temp_folder.h"
 
 namespace qf::sources {
 namespace {
@@ -17,9 +16,7 @@ namespace fs = std::filesystem;
 
 TEST(PdfProbe, OpensOnlyReadableDocumentsWithTheirPassword)
 {
-    std::string pattern = (fs::temp_directory_path() / "qf-pdf-probe-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    const fs::path dir = pattern;
+    const test::TempFolder dir;
 
     test::write_numbered_pdf(dir / "five.pdf", 5);
     test::write_encrypted_copy(dir / "five.pdf", dir / "aes.pdf", test::PdfEncryption::Aes256,
@@ -51,7 +48,6 @@ TEST(PdfProbe, OpensOnlyReadableDocumentsWithTheirPassword)
         EXPECT_EQ(probe.opened, c.opened) << c.name << " / " << c.password;
         EXPECT_EQ(probe.page_count, c.page_count) << c.name << " / " << c.password;
     }
-    fs::remove_all(dir);
 }
 
 } // namespace

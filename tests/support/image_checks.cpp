@@ -8,15 +8,10 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include <fcntl.h>
 #include <jpeglib.h>
-#include <spawn.h>
 #include <spng.h>
-#include <sys/wait.h>
 #include <tiffio.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace qf::test {
 namespace {
@@ -290,74 +285,9 @@ engine::PagePicture make_bilevel_picture(int width, int height,
     return picture;
 }
 
-ProgramResult run_program(const std::vector<std::string>& argv)
-{
-    int output_pipe[2];
-    if (::pipe2(output_pipe, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe failed");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output_pipe[1], STDOUT_FILENO);
-    std::vector<std::string> copies = argv;
-    std::vector<char*> pointers;
-    for (auto& argument : copies) {
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
-    pid_t pid = -1;
-    const int status =
-        ::posix_spawnp(&pid, pointers[0], &actions, nullptr, pointers.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(output_pipe[1]);
-    ProgramResult result;
-    if (status == 0) {
-        char buffer[4096];
-        ssize_t got = 0;
-        while ((got = ::read(output_pipe[0], buffer, sizeof buffer)) > 0) {
-            result.output.append(buffer, static_cast<std::size_t>(got));
-        }
-        int wait_status = 0;
-        ::waitpid(pid, &wait_status, 0);
-        result.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
-    }
-    ::close(output_pipe[0]);
-    if (status != 0) {
-        throw std::runtime_error("cannot run " + argv.front());
-    }
-    return result;
-}
-
 std::string exiftool_tag(const std::filesystem::path& file, const std::string& tag)
 {
     return run_program({"exiftool", "-b", "-" + tag, file.string()}).output;
-}
-
-OutputFolder::OutputFolder()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "qf-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    path_ = pattern;
-}
-
-OutputFolder::~OutputFolder()
-{
-    std::error_code ignored;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ignored);
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::vector<std::string> OutputFolder::entries() const
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 } // namespace qf::test

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "engine/page.h"
+#include "tests/support/process.h"     // run_program
+#include "tests/support/temp_folder.h" // OutputFolder
 
 // Decoders of the picture files the writers make, and small pictures to feed them, for tests.
 // Every reader throws std::runtime_error when the file cannot be decoded.
@@ -77,32 +79,8 @@ make_rgb_picture(int width, int height,
 engine::PagePicture make_bilevel_picture(int width, int height,
                                          const std::function<bool(int x, int y)>& black);
 
-// Runs a program with these arguments (no shell) and returns its exit status and standard
-// output; standard error is passed through.
-struct ProgramResult {
-    int status = -1;
-    std::string output;
-};
-ProgramResult run_program(const std::vector<std::string>& argv);
-
 // A tag's value as ExifTool's reader gives it, byte for byte ("exiftool -b -TAG FILE"); empty
 // when the file has no such tag.
 std::string exiftool_tag(const std::filesystem::path& file, const std::string& tag);
-
-// A fresh folder under the system's temporary folder, removed with everything in it.
-class OutputFolder {
-public:
-    OutputFolder();
-    ~OutputFolder();
-    OutputFolder(const OutputFolder&) = delete;
-    OutputFolder& operator=(const OutputFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-    // The names of the folder's entries, sorted, hidden temporaries included.
-    std::vector<std::string> entries() const;
-
-private:
-    std::filesystem::path path_;
-};
 
 } // namespace qf::test

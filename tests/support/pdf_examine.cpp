@@ -32,10 +32,15 @@ std::string pdf_header_version(const std::filesystem::path &path)
 
 std::string structural_problems(const std::filesystem::path &path)
 {
+    return structural_problems(path, "");
+}
+
+std::string structural_problems(const std::filesystem::path &path, const std::string &password)
+{
     try {
         QPDF pdf;
         pdf.setSuppressWarnings(true);
-        pdf.processFile(path.c_str());
+        pdf.processFile(path.c_str(), password.c_str());
         for (auto &page : QPDFPageDocumentHelper(pdf).getAllPages()) {
             page.getObjectHandle().getKey("/MediaBox");
         }

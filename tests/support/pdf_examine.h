@@ -20,6 +20,7 @@ std::string pdf_header_version(const std::filesystem::path &path);
 // Reopens the file as a reader would: no warning from QPDF, every page reachable and every
 // stream's data readable (decoded where QPDF can). Empty when sound, else what went wrong.
 std::string structural_problems(const std::filesystem::path &path);
+std::string structural_problems(const std::filesystem::path &path, const std::string &password);
 
 // The image XObjects a page's resources name, in name order.
 std::vector<QPDFObjectHandle> page_images(QPDFPageObjectHelper page);

@@ -239,6 +239,21 @@ void write_encrypted_copy(const std::filesystem::path& source, const std::filesy
     writer.write();
 }
 
+void write_blank_pdf(const std::filesystem::path& target, int pages,
+                     const std::string& user_password, const std::string& owner_password)
+{
+    std::filesystem::create_directories(target.parent_path());
+    write_pdf(target, std::vector<PdfPageSpec>(static_cast<std::size_t>(pages)));
+    if (user_password.empty() && owner_password.empty()) {
+        return;
+    }
+    const auto plain = target.string() + ".plain";
+    std::filesystem::rename(target, plain);
+    write_encrypted_copy(plain, target, PdfEncryption::Aes128, user_password,
+                         owner_password.empty() ? user_password + "-owner" : owner_password);
+    std::filesystem::remove(plain);
+}
+
 void write_truncated_copy(const std::filesystem::path& source, const std::filesystem::path& target,
                           std::size_t keep_bytes)
 {

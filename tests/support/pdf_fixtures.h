@@ -91,6 +91,12 @@ void write_encrypted_copy(const std::filesystem::path& source, const std::filesy
 void write_truncated_copy(const std::filesystem::path& source, const std::filesystem::path& target,
                           std::size_t keep_bytes);
 
+// A US Letter document of `pages` blank pages (parent folders made). With a user password it is
+// encrypted with AES 128-bit (R4); with only an owner password it is encrypted yet opens
+// without one. An empty owner password with a user password becomes "USER-owner".
+void write_blank_pdf(const std::filesystem::path& target, int pages,
+                     const std::string& user_password = {}, const std::string& owner_password = {});
+
 // A file that begins like a PDF ("%PDF-1.4") and holds nothing a reader can use.
 void write_garbage_pdf(const std::filesystem::path& target);
 

@@ -8,6 +8,9 @@
 
 #include <qpdf/QPDF.hh>
 
+#include "tests/support/output_checks.h" // file_bytes
+#include "tests/support/temp_folder.h"   // ScratchFolder
+
 // Documents made for the security pass and merge tests, and what those tests read back from
 // a finished PDF with QPDF.
 namespace qf::test {
@@ -60,23 +63,5 @@ std::string xmp_packet_of(QPDF& pdf);
 std::string info_entry(QPDF& pdf, const std::string& key);
 // Whether any object of the file is stored in an object stream.
 bool uses_object_streams(QPDF& pdf);
-
-std::string file_bytes(const std::filesystem::path& path);
-
-// A fresh folder under the system's temporary folder, removed with its contents at the end.
-class ScratchFolder {
-  public:
-    ScratchFolder();
-    ~ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-    // The names of the files in the folder, sorted.
-    std::vector<std::string> names() const;
-
-  private:
-    std::filesystem::path path_;
-};
 
 } // namespace qf::test

@@ -167,6 +167,7 @@ Rgb page_colour(int index)
 
 void make_tiff(const fs::path& path, const std::vector<TiffPage>& pages)
 {
+    fs::create_directories(path.parent_path());
     TIFF* tif = TIFFOpen(path.c_str(), "w");
     if (tif == nullptr) {
         throw std::runtime_error("cannot create " + path.string());
@@ -246,19 +247,10 @@ std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples
     return bytes;
 }
 
-TempFolder::TempFolder()
+void make_tiff(const fs::path& path, int images, bool tiled)
 {
-    std::string pattern = (fs::temp_directory_path() / "qf-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot create a temporary folder");
-    }
-    path_ = pattern;
-}
-
-TempFolder::~TempFolder()
-{
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    make_tiff(path, std::vector<TiffPage>(static_cast<std::size_t>(images),
+                                          TiffPage{.width = 16, .height = 16, .tiled = tiled}));
 }
 
 } // namespace qf::test

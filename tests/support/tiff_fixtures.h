@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temp_folder.h" // TempFolder
+
 // TIFF documents made on the fly for the tests, with libtiff.
 namespace qf::test {
 
@@ -38,7 +40,8 @@ struct TiffPage {
 // The colour of page `index` (0-based) of an Rgb page.
 Rgb page_colour(int index);
 
-// Writes the pages as one TIFF file; throws std::runtime_error when libtiff fails.
+// Writes the pages as one TIFF file, parent folders made; throws std::runtime_error when
+// libtiff fails.
 void make_tiff(const std::filesystem::path& path, const std::vector<TiffPage>& pages);
 
 // An image written with exactly the tags given, for the forms the kinds above do not cover
@@ -63,18 +66,7 @@ void make_raw_tiff(const std::filesystem::path& path, const std::vector<RawTiffI
 // whole bytes in this little-endian machine's order, as libtiff takes them).
 std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits);
 
-// A folder of its own for one test, removed when the object goes.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
-};
+// A TIFF of `images` 16 x 16 Rgb images, in strips or in 16 x 16 tiles.
+void make_tiff(const std::filesystem::path& path, int images, bool tiled = false);
 
 } // namespace qf::test

@@ -5,6 +5,7 @@
 
 #include "engine/error.h"
 #include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
 #include "writers/deep_colour.h"
 #include "writers/tiff_writer.h"
 
@@ -110,9 +111,7 @@ TEST(DeepColour, UnreadableFileGivesAnOutputErrorAndStaysAsItWas)
     } catch (const engine::Error& error) {
         EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
     }
-    std::ifstream in(folder / "broken.tif", std::ios::binary);
-    const std::string after((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(after, garbage);
+    EXPECT_EQ(test::file_bytes(folder / "broken.tif"), garbage);
     EXPECT_EQ(folder.entries(), std::vector<std::string>{"broken.tif"});
 }
 

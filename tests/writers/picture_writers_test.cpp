@@ -8,6 +8,7 @@
 
 #include "engine/error.h"
 #include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
 #include "writers/jpeg_writer.h"
 #include "writers/picture_checks.h"
 #include "writers/png_writer.h"
@@ -18,6 +19,7 @@ namespace {
 
 using engine::ErrorKind;
 using engine::PagePicture;
+using test::file_bytes;
 using Rgb = std::array<std::uint8_t, 3>;
 
 constexpr Rgb kRed{220, 20, 30};
@@ -42,14 +44,6 @@ void expect_near(const Rgb& actual, const Rgb& expected, int tolerance, const st
         EXPECT_NEAR(actual[channel], expected[channel], tolerance)
             << where << " channel " << channel;
     }
-}
-
-std::string file_bytes(const std::filesystem::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
 }
 
 struct Writer {
@@ -155,40 +149,6 @@ TEST(PngWriter, WritesLosslessEightBitRgbWithoutResolution)
         EXPECT_EQ(png.image.height, c.page.height) << c.name;
         EXPECT_EQ(png.image.samples, engine::to_rgb(c.page).pixels) << c.name;
     }
-}
-
-TEST(PictureWriters, UnwritableDestinationGivesAnOutputErrorAndNoFile)
-{
-    test::OutputFolder folder;
-    std::ofstream(folder / "plain file") << "not a folder";
-    std::filesystem::create_directory(folder / "locked");
-    std::filesystem::permissions(folder / "locked", std::filesystem::perms::owner_read |
-                                                        std::filesystem::perms::owner_exec);
-    const struct {
-        const char* folder;
-        bool needs_permissions; // root writes into a read-only folder all the same
-    } destinations[] = {{"missing", false}, {"plain file", false}, {"locked", true}};
-    engine::OptionSnapshot snapshot;
-    for (const auto& writer : kWriters) {
-        for (const auto& destination : destinations) {
-            if (destination.needs_permissions && ::geteuid() == 0) {
-                continue;
-            }
-            const auto target =
-                folder / destination.folder / (std::string("out") + writer.extension);
-            try {
-                writer.write(quadrants(), target, {snapshot, 5, "", ""});
-                ADD_FAILURE() << writer.name << " wrote into " << destination.folder;
-            } catch (const engine::Error& error) {
-                EXPECT_EQ(error.kind(), ErrorKind::Output) << writer.name;
-                EXPECT_FALSE(error.reason().empty()) << writer.name;
-            }
-            EXPECT_FALSE(std::filesystem::exists(target)) << writer.name;
-        }
-    }
-    std::filesystem::permissions(folder / "locked", std::filesystem::perms::owner_all);
-    EXPECT_EQ(folder.entries(), (std::vector<std::string>{"locked", "plain file"}));
-    EXPECT_TRUE(std::filesystem::is_empty(folder / "locked"));
 }
 
 TEST(PictureWriters, FailedPageLeavesTheEarlierFileIntactAndNoTemporary)

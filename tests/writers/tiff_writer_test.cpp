@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
+#include "engine/run_model.h"
+
 #include "engine/error.h"
 #include "engine/version.h"
+#include "settings/option_table.h"
 #include "tests/support/image_checks.h"
 #include "writers/tiff_writer.h"
 
@@ -40,38 +43,49 @@ engine::OptionSnapshot run_snapshot()
     return snapshot;
 }
 
+// Each row of the compression popup through the run's coding to the file, then codes the
+// writer does not know, which fall back to no compression.
 TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
 {
     const struct {
-        int tiffcode;
+        int row; // of the popup; -1: `code` as it stands
+        int code;
         int compression;
         bool bilevel;
     } cases[] = {
-        {1, 1, false}, {32773, 32773, false}, {5, 5, false}, {3, 3, true},  {4, 4, true},
-        {7, 7, false}, {8, 8, false},         {2, 2, true},  {0, 1, false}, {6, 1, false},
+        {0, 0, 1, false}, {1, 0, 32773, false}, {2, 0, 5, false},  {3, 0, 3, true},  {4, 0, 4, true},
+        {5, 0, 7, false}, {6, 0, 8, false},     {7, 0, 2, true},   {-1, 0, 1, false}, {-1, 6, 1, false},
     };
     test::OutputFolder folder;
     const engine::OptionSnapshot snapshot = run_snapshot();
     const PagePicture page = striped(100, 70);
     for (const auto& c : cases) {
-        const auto target = folder / ("code" + std::to_string(c.tiffcode) + ".tif");
-        write_tiff_single(page, target, {snapshot, c.tiffcode, "", ""});
+        int tiffcode = c.code;
+        if (c.row >= 0) {
+            engine::OptionValues values = settings::default_values();
+            values.set(engine::OptionId::tiffcompression, c.row);
+            engine::OptionSnapshot taken;
+            engine::take_snapshot(values, 1, taken);
+            tiffcode = engine::tiff_compression_code(taken.mtiffcompression);
+        }
+        const auto target = folder / ("code" + std::to_string(tiffcode) + ".tif");
+        write_tiff_single(page, target, {snapshot, tiffcode, "", ""});
 
         const auto images = test::read_tiff(target);
-        ASSERT_EQ(images.size(), 1u) << c.tiffcode;
+        ASSERT_EQ(images.size(), 1u) << tiffcode;
         const test::TiffImage& tiff = images[0];
-        EXPECT_EQ(tiff.compression, c.compression) << c.tiffcode;
-        EXPECT_EQ(tiff.width, 100) << c.tiffcode;
-        EXPECT_EQ(tiff.height, 70) << c.tiffcode;
-        EXPECT_EQ(tiff.photometric, c.bilevel ? 0 : 2) << c.tiffcode;
-        EXPECT_EQ(tiff.bits_per_sample, c.bilevel ? 1 : 8) << c.tiffcode;
-        EXPECT_EQ(tiff.samples_per_pixel, c.bilevel ? 1 : 3) << c.tiffcode;
-        EXPECT_EQ(tiff.planar_config, 1) << c.tiffcode;
-        EXPECT_GE(tiff.rows_per_strip, 1u) << c.tiffcode;
-        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << c.tiffcode;
-        EXPECT_FLOAT_EQ(tiff.y_resolution, 200) << c.tiffcode;
-        EXPECT_EQ(tiff.resolution_unit, 2) << c.tiffcode;
-        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << c.tiffcode;
+        EXPECT_EQ(tiff.compression, c.compression) << tiffcode;
+        EXPECT_EQ(tiff.width, 100) << tiffcode;
+        EXPECT_EQ(tiff.height, 70) << tiffcode;
+        EXPECT_EQ(tiff.photometric, c.bilevel ? 0 : 2) << tiffcode;
+        EXPECT_EQ(tiff.bits_per_sample, c.bilevel ? 1 : 8) << tiffcode;
+        EXPECT_EQ(tiff.samples_per_pixel, c.bilevel ? 1 : 3) << tiffcode;
+        EXPECT_EQ(tiff.planar_config, 1) << tiffcode;
+        EXPECT_GE(tiff.rows_per_strip, 1u) << tiffcode;
+        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << tiffcode;
+        EXPECT_FLOAT_EQ(tiff.y_resolution, 200) << tiffcode;
+        EXPECT_EQ(tiff.resolution_unit, 2) << tiffcode;
+        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << tiffcode;
         if (c.compression == 7) {
             EXPECT_EQ(tiff.rows_per_strip, 32u);
             EXPECT_EQ(tiff.fill_order, 2);
@@ -79,36 +93,13 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
         for (int stripe = 0; stripe < 6; ++stripe) {
             const Rgb pixel = tiff.image.rgb_at(stripe * 8 + 4, 35);
             const std::string where =
-                "code " + std::to_string(c.tiffcode) + " stripe " + std::to_string(stripe);
+                "code " + std::to_string(tiffcode) + " stripe " + std::to_string(stripe);
             const Rgb expected =
                 c.bilevel ? (kStripeIsDark[stripe] ? kBlack : kWhite) : kStripes[stripe];
             const int tolerance = c.compression == 7 ? 16 : 0;
             for (int channel = 0; channel < 3; ++channel) {
                 EXPECT_NEAR(pixel[channel], expected[channel], tolerance) << where;
             }
-        }
-    }
-}
-
-TEST(TiffWriter, BilevelCodesThresholdLuminanceAtMidGrey)
-{
-    const struct {
-        Rgb colour;
-        bool black;
-    } cases[] = {
-        {{127, 127, 127}, true}, {{128, 128, 128}, false}, {{255, 0, 0}, true},
-        {{0, 255, 0}, false},    {{0, 0, 255}, true},      {{255, 255, 0}, false},
-        {{0, 0, 0}, true},       {{255, 255, 255}, false},
-    };
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    for (const int code : {2, 3, 4}) {
-        for (const auto& c : cases) {
-            write_tiff_single(flat(c.colour), folder / "bw.tif", {snapshot, code, "", ""});
-            const Rgb pixel = test::read_tiff(folder / "bw.tif").at(0).image.rgb_at(5, 5);
-            EXPECT_EQ(pixel, c.black ? kBlack : kWhite)
-                << "code " << code << " colour " << int(c.colour[0]) << "," << int(c.colour[1])
-                << "," << int(c.colour[2]);
         }
     }
 }
@@ -204,108 +195,68 @@ TEST(MultipageTiff, EmptyGlobalCopyrightGivesAnEmptyTag)
     EXPECT_EQ(test::read_tiff(folder / "empty.tif").at(0).copyright.value_or("<absent>"), "");
 }
 
-TEST(MultipageTiff, RefusedPageLeavesTheFileSound)
+// The writer's life through a run: files of the pages that could be added, one file a
+// document when reused, the open file finished by the next open, and nothing left of a file
+// that had no page or was never closed. Steps: "o NAME" open, "+" a page, "x" a page it
+// refuses (empty, or too wide for JPEG), "c" close, "e" a close that must fail.
+TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
 {
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    PagePicture too_wide_for_jpeg =
-        test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
-    MultipageTiff writer;
-    writer.open(folder / "mixed.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat({250, 0, 0}), {snapshot, 5, "", ""});
-    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 5, "", ""}), engine::Error);
-    EXPECT_THROW(writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""}), engine::Error);
-    writer.add_page(flat({0, 0, 250}), {snapshot, 8, "", ""});
-    writer.close();
-
-    const auto images = test::read_tiff(folder / "mixed.tif");
-    ASSERT_EQ(images.size(), 2u);
-    EXPECT_EQ(images[0].image.rgb_at(1, 1), (Rgb{250, 0, 0}));
-    EXPECT_EQ(images[1].image.rgb_at(1, 1), (Rgb{0, 0, 250}));
-}
-
-TEST(MultipageTiff, FileOfNoPageIsDroppedWithAnError)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    MultipageTiff writer;
-    writer.open(folder / "none.tif", {snapshot, 4, "", ""});
-    EXPECT_THROW(writer.add_page(PagePicture{}, {snapshot, 4, "", ""}), engine::Error);
-    try {
-        writer.close();
-        ADD_FAILURE() << "closed a file of no page";
-    } catch (const engine::Error& error) {
-        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
-        EXPECT_EQ(error.reason(), "no page could be added");
-    }
-    EXPECT_FALSE(writer.is_open());
-    EXPECT_TRUE(folder.entries().empty());
-}
-
-TEST(MultipageTiff, UnclosedFileIsDiscarded)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    {
-        MultipageTiff writer;
-        writer.open(folder / "abandoned.tif", {snapshot, 5, "", ""});
-        writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    }
-    EXPECT_TRUE(folder.entries().empty());
-}
-
-TEST(MultipageTiff, ReusedForOneFilePerDocument)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
     const struct {
-        const char* name;
-        int pages;
-    } documents[] = {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}};
-    MultipageTiff writer;
-    for (const auto& document : documents) {
-        writer.open(folder / document.name, {snapshot, 4, "", ""});
-        for (int page = 0; page < document.pages; ++page) {
-            writer.add_page(striped(16, 8), {snapshot, 4, "", ""});
+        std::vector<std::string> steps;
+        std::vector<std::pair<std::string, std::size_t>> files; // name and page count
+    } cases[] = {
+        {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
+        {{"o none.tif", "x", "e"}, {}},
+        {{"o abandoned.tif", "+"}, {}},
+        {{"o first.tif", "+", "c", "o second.tif", "+", "+", "+", "c", "o third.tif", "+", "+", "c"},
+         {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}}},
+        {{"o a.tif", "+", "o b.tif", "+", "+", "c"}, {{"a.tif", 1}, {"b.tif", 2}}},
+    };
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    const PagePicture too_wide_for_jpeg = test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
+    for (const auto& c : cases) {
+        const std::string where = ::testing::PrintToString(c.steps);
+        test::OutputFolder folder;
+        {
+            MultipageTiff writer;
+            bool refused_empty = false;
+            for (const std::string& step : c.steps) {
+                if (step.rfind("o ", 0) == 0) {
+                    writer.open(folder / step.substr(2), {snapshot, 5, "", ""});
+                } else if (step == "+") {
+                    writer.add_page(flat({250, 0, 0}), {snapshot, 8, "", ""});
+                } else if (step == "x") {
+                    EXPECT_THROW(refused_empty ? writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""})
+                                               : writer.add_page(PagePicture{}, {snapshot, 5, "", ""}),
+                                 engine::Error)
+                        << where;
+                    refused_empty = !refused_empty;
+                } else if (step == "c") {
+                    writer.close();
+                    EXPECT_FALSE(writer.is_open()) << where;
+                } else {
+                    try {
+                        writer.close();
+                        ADD_FAILURE() << "closed a file of no page";
+                    } catch (const engine::Error& error) {
+                        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+                        EXPECT_EQ(error.reason(), "no page could be added");
+                    }
+                    EXPECT_FALSE(writer.is_open()) << where;
+                }
+            }
         }
-        writer.close();
+        std::vector<std::string> names;
+        for (const auto& [name, pages] : c.files) {
+            names.push_back(name);
+            const auto images = test::read_tiff(folder / name);
+            EXPECT_EQ(images.size(), pages) << where << " " << name;
+            for (const auto& image : images) {
+                EXPECT_EQ(image.image.rgb_at(1, 1), (Rgb{250, 0, 0})) << where << " " << name;
+            }
+        }
+        EXPECT_EQ(folder.entries(), names) << where;
     }
-    for (const auto& document : documents) {
-        EXPECT_EQ(test::read_tiff(folder / document.name).size(),
-                  static_cast<std::size_t>(document.pages))
-            << document.name;
-    }
-    EXPECT_EQ(folder.entries().size(), 3u);
-}
-
-TEST(MultipageTiff, OpeningAgainFinishesTheOpenFile)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    MultipageTiff writer;
-    writer.open(folder / "a.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.open(folder / "b.tif", {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 5, "", ""});
-    writer.close();
-    EXPECT_EQ(test::read_tiff(folder / "a.tif").size(), 1u);
-    EXPECT_EQ(test::read_tiff(folder / "b.tif").size(), 2u);
-}
-
-TEST(MultipageTiff, OpenInAMissingFolderFailsWithAnOutputError)
-{
-    test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    MultipageTiff writer;
-    try {
-        writer.open(folder / "missing" / "x.tif", {snapshot, 5, "", ""});
-        ADD_FAILURE() << "opened in a missing folder";
-    } catch (const engine::Error& error) {
-        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
-    }
-    EXPECT_FALSE(writer.is_open());
-    EXPECT_TRUE(folder.entries().empty());
 }
 
 } // namespace

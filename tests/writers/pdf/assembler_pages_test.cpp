@@ -371,20 +371,5 @@ TEST(PdfAssembler, LeavesNoScratchFilesBehind)
     EXPECT_EQ(names, (std::vector<std::string>{"done.pdf", "source.pdf"}));
 }
 
-TEST(PdfAssembler, UnwritableTargetIsAnOutputError)
-{
-    test::TempFolder folder;
-    test::write_numbered_pdf(folder / "source.pdf", 1);
-    auto assembler =
-        make_pdf_assembler(folder / "no such folder" / "out.pdf", snapshot_for(7), resources());
-    assembler->add_pdf_page(folder / "source.pdf", "", 1);
-    try {
-        assembler->close();
-        ADD_FAILURE() << "written into a folder that does not exist";
-    } catch (const engine::Error &e) {
-        EXPECT_EQ(e.kind(), ErrorKind::Output);
-    }
-}
-
 } // namespace
 } // namespace qf::writers::pdf

@@ -240,28 +240,5 @@ TEST(MergePdfs, ManyInputsStayWithinTheOpenFileLimit)
     EXPECT_EQ(test::page_labels(merged), expected);
 }
 
-TEST(MergePdfs, TenDocumentsOfTwentyPagesMergeQuickly)
-{
-    test::ScratchFolder folder;
-    std::vector<fs::path> inputs;
-    std::vector<std::string> expected;
-    for (int i = 0; i < 10; ++i) {
-        const std::string name = "doc" + std::to_string(i);
-        inputs.push_back(folder / (name + ".pdf"));
-        test::write_labelled_pdf(inputs.back(), labels_of(name, 20));
-        const auto labels = labels_of(name, 20);
-        expected.insert(expected.end(), labels.begin(), labels.end());
-    }
-
-    const auto start = std::chrono::steady_clock::now();
-    merge_pdfs(inputs, folder / "Combine.PDF", merge_snapshot(), [](const fs::path&) {});
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-
-    QPDF merged;
-    test::open_pdf(merged, folder / "Combine.PDF");
-    EXPECT_EQ(test::page_labels(merged), expected);
-    EXPECT_LT(elapsed, std::chrono::seconds(5));
-}
-
 } // namespace
 } // namespace qf::writers::pdf

@@ -64,14 +64,6 @@ int meaningful_bits(int revision)
     return revision == 2 ? 0x3C : revision == 3 ? 0xF3C : 0xD3C;
 }
 
-TEST(RestrictBits, RefusedRightsGiveTheirDenialBits)
-{
-    for (const auto& r : kRights) {
-        EXPECT_EQ(restrict_bits(r.copy, r.print, r.annotate), r.denied)
-            << "copy " << r.copy << " print " << r.print << " annotate " << r.annotate;
-    }
-}
-
 // Every level with every combination of rights: the cipher, key and permissions a reader
 // finds, and that the passwords open what they should.
 TEST(SecurityPass, EncryptsAtEachLevelWithTheRefusedRights)

@@ -53,6 +53,7 @@ void write_image_bomb_pdf(const std::filesystem::path &target, int width, int he
 void write_tiff_header_only(const std::filesystem::path &target, std::uint32_t width,
                             std::uint32_t height);
 
+// A file of these bytes, parent folders made.
 void write_text_file(const std::filesystem::path &target, const std::string &text);
 
 } // namespace qf::test

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tests/hostile/hostile_files.h"
+#include "tests/support/hostile_files.h"
 
 #include <cstring>
 #include <fstream>
@@ -210,6 +210,7 @@ void write_tiff_header_only(const fs::path &target, std::uint32_t width, std::ui
 
 void write_text_file(const fs::path &target, const std::string &text)
 {
+    fs::create_directories(target.parent_path());
     write_bytes(target, text);
 }
 

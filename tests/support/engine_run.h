@@ -8,6 +8,7 @@
 #include "engine/batch_run.h"
 #include "engine/options.h"
 #include "engine/run_model.h"
+#include "tests/support/temp_folder.h"
 
 // Runs the real engine with every real source and writer plugged in, as the programs do,
 // and keeps the log lines in the order they were written.
@@ -15,7 +16,7 @@ namespace qf::test {
 
 engine::RunServices real_services();
 
-// The row admission makes of a file (admitted for real; fails the test if it is not).
+// The row admission makes of a file, admitted for real; throws std::runtime_error if it is not.
 engine::ListRow admitted_row(const std::filesystem::path& file, const std::string& password = {});
 
 // A row for a file, bypassing admission: for documents that admission would refuse.
@@ -24,7 +25,8 @@ engine::ListRow raw_row(const std::filesystem::path& file, int pages);
 class RunHarness {
 public:
     RunHarness();
-    // Prepares and runs to the end on this thread, then lets the pump finish the run.
+    // Prepares and runs to the end on this thread, then lets the pump finish the run; throws
+    // std::runtime_error when the run does not end.
     void run(const engine::OptionValues& values, const std::vector<engine::ListRow>& rows);
 
     engine::BatchRun batch;

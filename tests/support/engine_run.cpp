@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tests/engine_e2e/run_harness.h"
+#include "tests/support/engine_run.h"
 
-#include <gtest/gtest.h>
+#include <cstdlib>
+#include <stdexcept>
 #include <unistd.h>
 
 #include "app/run_services.h"
@@ -40,8 +41,10 @@ engine::ListRow admitted_row(const fs::path& file, const std::string& password)
     std::vector<engine::ListRow> rows;
     GivenPassword prompt(password);
     intake::addtolist({{file.string(), file.filename().string()}}, rows, prompt);
-    EXPECT_EQ(rows.size(), 1u) << file << " was not admitted";
-    return rows.empty() ? engine::ListRow{} : rows.front();
+    if (rows.size() != 1) {
+        throw std::runtime_error(file.string() + " was not admitted");
+    }
+    return rows.front();
 }
 
 engine::ListRow raw_row(const fs::path& file, int pages)
@@ -59,6 +62,7 @@ RunHarness::RunHarness() : batch(real_services())
             lines.push_back(event.line);
         }
     });
+    isolated_work_folder();
 }
 
 void RunHarness::run(const engine::OptionValues& values, const std::vector<engine::ListRow>& rows)
@@ -68,7 +72,9 @@ void RunHarness::run(const engine::OptionValues& values, const std::vector<engin
     batch.processall();
     last_tick = batch.Timer1_Action();
     engine::apply(last_tick.status, statustext);
-    EXPECT_TRUE(last_tick.ended);
+    if (!last_tick.ended) {
+        throw std::runtime_error("the run did not end");
+    }
 }
 
 engine::OptionValues options_for(const fs::path& folder, const std::string& format)
@@ -89,28 +95,3 @@ engine::OptionValues options_for(const fs::path& folder, const std::string& form
 }
 
 } // namespace qf::test
-
-namespace {
-
-// Runs keep their scratch folders under a work folder of the tests' own.
-class IsolatedWorkFolder : public ::testing::Environment {
-public:
-    void SetUp() override
-    {
-        folder_ = std::filesystem::temp_directory_path() / ("qf-work-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(folder_);
-        ::setenv("XDG_DATA_HOME", folder_.c_str(), 1);
-    }
-    void TearDown() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
-    }
-
-private:
-    std::filesystem::path folder_;
-};
-
-const auto* const kIsolatedWorkFolder = ::testing::AddGlobalTestEnvironment(new IsolatedWorkFolder);
-
-} // namespace
