@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/falloc.h>
 #include <poll.h>
 #include <sys/mman.h> // memfd_create
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -166,23 +166,36 @@ Frame receive_frame(int socket, const Deadline& deadline, UniqueFd* attached)
     return frame;
 }
 
-SharedPages::SharedPages(std::size_t bytes)
+UniqueFd make_picture_region()
 {
-    fd_.reset(::memfd_create("quirefold-page", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    if (!fd_) {
+    UniqueFd region(::memfd_create("quirefold-pictures", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (!region) {
         throw_errno("memfd_create");
     }
-    if (::ftruncate(fd_.get(), static_cast<off_t>(bytes)) != 0) {
-        throw_errno("ftruncate");
+    if (::ftruncate(region.get(), static_cast<off_t>(kPictureRegionBytes)) != 0 ||
+        ::fcntl(region.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+        throw_errno("picture region");
+    }
+    return region;
+}
+
+namespace {
+
+void check_range(std::uint64_t offset, std::size_t size)
+{
+    if (offset > kPictureRegionBytes || size > kPictureRegionBytes - offset) {
+        throw ProtocolError("a picture larger than its shared memory");
     }
 }
 
-void SharedPages::write(std::size_t offset, const std::uint8_t* data, std::size_t size)
+} // namespace
+
+void write_region(int fd, std::uint64_t offset, const std::uint8_t* data, std::size_t size)
 {
+    check_range(offset, size);
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t put =
-            ::pwrite(fd_.get(), data + done, size - done, static_cast<off_t>(offset + done));
+        const ssize_t put = ::pwrite(fd, data + done, size - done, static_cast<off_t>(offset + done));
         if (put < 0 && errno == EINTR) {
             continue;
         }
@@ -193,37 +206,31 @@ void SharedPages::write(std::size_t offset, const std::uint8_t* data, std::size_
     }
 }
 
-int SharedPages::seal()
+void read_region(int fd, std::uint64_t offset, std::size_t size, std::uint8_t* out)
 {
-    if (::fcntl(fd_.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
-        throw_errno("seal");
-    }
-    return fd_.get();
-}
-
-void read_shared_pages(int fd, std::uint64_t offset, std::size_t bytes, std::uint8_t* out)
-{
-    const int seals = ::fcntl(fd, F_GET_SEALS);
-    if (seals < 0 || (seals & F_SEAL_SHRINK) == 0 || (seals & F_SEAL_WRITE) == 0) {
-        throw ProtocolError("the picture's shared memory is not sealed");
-    }
-    struct stat status{};
-    if (::fstat(fd, &status) != 0 || status.st_size < 0 ||
-        static_cast<std::uint64_t>(status.st_size) < offset ||
-        static_cast<std::uint64_t>(status.st_size) - offset < bytes) {
-        throw ProtocolError("the picture's shared memory is too small");
-    }
-    // pread copies once, in the kernel, without faulting a mapping in page by page.
+    check_range(offset, size);
     std::size_t done = 0;
-    while (done < bytes) {
-        const ssize_t got = ::pread(fd, out + done, bytes - done, static_cast<off_t>(offset + done));
+    while (done < size) {
+        const ssize_t got = ::pread(fd, out + done, size - done, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR) {
             continue;
         }
-        if (got <= 0) {
-            throw ProtocolError("the picture's shared memory cannot be read");
+        if (got < 0) {
+            throw_errno("pread");
+        }
+        if (got == 0) {
+            // Sealed at its full size, the region cannot end early; unwritten bytes read as 0.
+            throw ProtocolError("the picture's shared memory ended early");
         }
         done += static_cast<std::size_t>(got);
+    }
+}
+
+void release_region_tail(int fd, std::uint64_t offset)
+{
+    if (offset < kPictureRegionBytes) {
+        ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
+                    static_cast<off_t>(kPictureRegionBytes - offset));
     }
 }
 

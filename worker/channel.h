@@ -56,23 +56,22 @@ void send_frame(int socket, const Frame& frame, int attached = -1);
 // on a descriptor where none was expected or more than one.
 Frame receive_frame(int socket, const Deadline& deadline, UniqueFd* attached = nullptr);
 
-// An anonymous shared-memory file (memfd) of `bytes` bytes. seal() forbids any later change of
-// its size or content, so that the reading side can trust what it reads. Throws
-// std::system_error.
-class SharedPages {
-public:
-    explicit SharedPages(std::size_t bytes);
-    void write(std::size_t offset, const std::uint8_t* data, std::size_t size);
-    // Returns the descriptor to pass; this object still owns it.
-    int seal();
-    int fd() const { return fd_.get(); }
+// The shared memory through which a worker hands pictures back: an anonymous file (memfd)
+// that the main process makes once per worker and sends with every picture request. It is
+// sealed at its full size, so the worker can neither shrink it under the reader's feet nor
+// grow it; its pages are only taken when written, and stay for the next picture. It is
+// kPictureRegionBytes long (protocol.h).
 
-private:
-    UniqueFd fd_;
-};
+// Makes a sealed region of kPictureRegionBytes. Throws std::system_error.
+UniqueFd make_picture_region();
 
-// Copies `bytes` bytes from `offset` of a shared-memory file received from the other side,
-// after checking that it is sealed and holds that many. Throws ProtocolError.
-void read_shared_pages(int fd, std::uint64_t offset, std::size_t bytes, std::uint8_t* out);
+// Copies `size` bytes to or from `offset` of a region. Throws std::system_error; ProtocolError
+// when the range passes the end of the region.
+void write_region(int fd, std::uint64_t offset, const std::uint8_t* data, std::size_t size);
+void read_region(int fd, std::uint64_t offset, std::size_t size, std::uint8_t* out);
+
+// Gives back the region's pages from `offset` on, so that one large picture does not keep its
+// memory for the life of the worker.
+void release_region_tail(int fd, std::uint64_t offset);
 
 } // namespace qf::worker

@@ -9,10 +9,8 @@ namespace {
 using engine::ErrorKind;
 using engine::PixelFormat;
 
-// No side of a picture beyond this, as the renderers refuse; and no shared memory beyond
-// what the largest such picture with its compressed data can need.
+// No side of a picture beyond this, as the renderers refuse.
 constexpr std::uint32_t kMaxSide = 100000;
-constexpr std::uint64_t kMaxSharedBytes = std::uint64_t{2} << 30;
 constexpr std::uint32_t kMaxPageNumber = 1u << 30;
 
 void put_le(std::uint8_t* out, std::uint64_t value, int bytes)
@@ -388,8 +386,8 @@ PictureHeader decode_picture_ready(const Frame& frame)
     if (!header.has_compressed && header.compressed_bytes != 0) {
         throw ProtocolError("compressed bytes without compressed data");
     }
-    if (header.compressed_bytes > kMaxSharedBytes ||
-        header.pixel_bytes > kMaxSharedBytes - header.compressed_bytes) {
+    if (header.compressed_bytes > kPictureRegionBytes ||
+        header.pixel_bytes > kPictureRegionBytes - header.compressed_bytes) {
         throw ProtocolError("picture too large");
     }
     return header;

@@ -17,11 +17,13 @@
 // written one after another: integers of fixed width, strings as a length and bytes. Both
 // sides check every length against what is left, so a damaged or hostile frame from either
 // side is a ProtocolError, never a read past the end. Pixels do not travel in frames: a
-// picture reply carries a sealed shared-memory file beside it (see channel.h).
+// picture request carries a shared-memory region beside it, which the reply fills (channel.h).
 namespace qf::worker {
 
 inline constexpr std::uint16_t kProtocolVersion = 1;
 inline constexpr std::size_t kFrameHeaderBytes = 12;
+// The size of a worker's picture region: room for the largest picture and its compressed data.
+inline constexpr std::uint64_t kPictureRegionBytes = std::uint64_t{2} << 30;
 // The largest payload either side accepts; a page's text is the largest payload there is.
 inline constexpr std::size_t kMaxPayloadBytes = std::size_t{256} << 20;
 
@@ -29,7 +31,7 @@ enum class MessageType : std::uint8_t {
     // worker -> client
     Hello = 1,     // version, worker pid; sent once when the worker is ready
     Opened,        // page count and tags
-    PictureReady,  // picture header; the pixels come in the attached shared memory
+    PictureReady,  // picture header; the pixels are in the picture region of the request
     TextReady,     // the page's text
     PdfProbed,     // admission probe of a PDF
     TiffProbed,    // admission probe of a TIFF
@@ -120,7 +122,7 @@ struct OpenedReply {
     engine::SourceTags tags;
 };
 
-// Where a picture's bytes lie in the shared memory: the pixels from offset 0, then the
+// Where a picture's bytes lie in the picture region: the pixels from offset 0, then the
 // compressed data when there is some.
 struct PictureHeader {
     int width = 0;

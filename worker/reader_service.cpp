@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <new>
 #include <sys/stat.h>
+#include <system_error>
 
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFExc.hh>
@@ -132,7 +133,7 @@ Frame ReaderService::open(const DocumentRef& ref)
     return encode_opened({open.source->page_count(), open.source->tags()});
 }
 
-Frame ReaderService::picture(const PictureCall& call, std::unique_ptr<SharedPages>& shared)
+Frame ReaderService::picture(const PictureCall& call, int region)
 {
     const engine::PagePicture picture = document(call.document).source->picture(call.pageno, call.request);
     PictureHeader header;
@@ -145,12 +146,15 @@ Frame ReaderService::picture(const PictureCall& call, std::unique_ptr<SharedPage
         header.black_is_1 = picture.compressed->black_is_1;
         header.compressed_bytes = picture.compressed->data.size();
     }
-    shared = std::make_unique<SharedPages>(header.total_bytes());
-    shared->write(0, picture.pixels.data(), picture.pixels.size());
-    if (picture.compressed) {
-        shared->write(picture.pixels.size(), picture.compressed->data.data(), picture.compressed->data.size());
+    if (header.total_bytes() > kPictureRegionBytes) {
+        throw Error(ErrorKind::Unsupported, "the page is too large to hand over", call.document.document.path,
+                    call.pageno);
     }
-    shared->seal();
+    write_region(region, 0, picture.pixels.data(), picture.pixels.size());
+    if (picture.compressed) {
+        write_region(region, picture.pixels.size(), picture.compressed->data.data(),
+                     picture.compressed->data.size());
+    }
     return encode_picture_ready(header);
 }
 
@@ -159,7 +163,7 @@ Frame ReaderService::text(const TextCall& call)
     return encode_text_ready(document(call.document).source->text(call.pageno));
 }
 
-Frame ReaderService::answer(const Frame& request, std::unique_ptr<SharedPages>& shared)
+Frame ReaderService::answer(const Frame& request, int region)
 {
     const bool page_request = request.type == MessageType::Picture || request.type == MessageType::Text;
     try {
@@ -167,7 +171,7 @@ Frame ReaderService::answer(const Frame& request, std::unique_ptr<SharedPages>& 
         case MessageType::Open:
             return open(decode_open(request));
         case MessageType::Picture:
-            return picture(decode_picture(request), shared);
+            return picture(decode_picture(request), region);
         case MessageType::Text:
             return text(decode_text(request));
         case MessageType::ProbePdf: {
@@ -182,7 +186,6 @@ Frame ReaderService::answer(const Frame& request, std::unique_ptr<SharedPages>& 
     } catch (const Error& error) {
         return encode_failed({error.kind(), error.reason()});
     } catch (const std::bad_alloc&) {
-        shared.reset();
         documents_.clear();
         return encode_failed({ErrorKind::Unsupported,
                               std::string(page_request ? "the page" : "the document") +
@@ -197,22 +200,22 @@ bool ReaderService::serve(int channel)
 {
     for (;;) {
         Frame request;
+        UniqueFd region;
+        Frame reply;
         try {
-            request = receive_frame(channel, std::nullopt);
+            request = receive_frame(channel, std::nullopt, &region);
+            if (static_cast<bool>(region) != (request.type == MessageType::Picture)) {
+                throw ProtocolError("a picture region with the wrong request");
+            }
+            reply = answer(request, region.get());
         } catch (const ChannelClosed&) {
             return true;
         } catch (const ProtocolError&) {
             return false;
         }
-        std::unique_ptr<SharedPages> shared;
-        Frame reply;
+        region.reset();
         try {
-            reply = answer(request, shared);
-        } catch (const ProtocolError&) {
-            return false;
-        }
-        try {
-            send_frame(channel, reply, shared ? shared->fd() : -1);
+            send_frame(channel, reply);
         } catch (const ChannelClosed&) {
             return true;
         }

@@ -27,15 +27,16 @@ public:
     // protocol (the worker then exits rather than guess).
     bool serve(int channel);
 
-    // One request's answer; a picture's pixels go to *shared. Never throws for a document's
-    // sake: a reader's error becomes a Failed reply. Throws ProtocolError.
-    Frame answer(const Frame& request, std::unique_ptr<SharedPages>& shared);
+    // One request's answer; a picture's bytes go to `region` (the descriptor that came with a
+    // picture request). Never throws for a document's sake: a reader's error becomes a Failed
+    // reply. Throws ProtocolError.
+    Frame answer(const Frame& request, int region);
 
 private:
     struct OpenDocument;
     OpenDocument& document(const DocumentRef& ref);
     Frame open(const DocumentRef& ref);
-    Frame picture(const PictureCall& call, std::unique_ptr<SharedPages>& shared);
+    Frame picture(const PictureCall& call, int region);
     Frame text(const TextCall& call);
 
     std::size_t memory_limit_mb_;

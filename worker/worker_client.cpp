@@ -41,6 +41,9 @@ constexpr std::chrono::milliseconds kLeaveTime{1000};
 // The worker abandons a page itself at the time limit when the reader listens; it is killed
 // only when it has not answered a second later.
 constexpr std::chrono::milliseconds kGrace{1000};
+// The part of a worker's picture region that stays taken between pictures: a few pages at
+// 300 dpi.
+constexpr std::uint64_t kKeptRegionBytes = std::uint64_t{64} << 20;
 
 // The PDF reader's process-wide ceiling as the in-process reader computes it.
 std::size_t process_memory_ceiling()
@@ -168,6 +171,11 @@ WorkerProcess::WorkerProcess(const WorkerSettings& settings) : settings_(setting
     }
     channel_.reset(pair[0]);
     UniqueFd theirs(pair[1]);
+    try {
+        region_ = make_picture_region();
+    } catch (const std::system_error& error) {
+        throw WorkerFailure(Cause::CouldNotStart, error.what());
+    }
     if (theirs.get() == kChannelFd) {
         // dup2 onto the same number would leave close-on-exec set.
         theirs.reset(::fcntl(kChannelFd, F_DUPFD_CLOEXEC, kChannelFd + 1));
@@ -193,14 +201,14 @@ WorkerProcess::~WorkerProcess()
     }
 }
 
-Frame WorkerProcess::call(const Frame& request, Clock::time_point deadline, UniqueFd* attached)
+Frame WorkerProcess::call(const Frame& request, Clock::time_point deadline)
 {
     if (dead()) {
         throw WorkerFailure(Cause::Crashed, "the worker is gone");
     }
     try {
-        send_frame(channel_.get(), request);
-        return receive_frame(channel_.get(), deadline, attached);
+        send_frame(channel_.get(), request, request.type == MessageType::Picture ? region_.get() : -1);
+        return receive_frame(channel_.get(), deadline);
     } catch (const ChannelTimeout&) {
         fail(WorkerFailure(Cause::TimedOut, "no reply in time"));
     } catch (const ChannelClosed&) {
@@ -350,7 +358,7 @@ WorkerPool::WorkerPool(WorkerSettings settings)
 
 WorkerPool::~WorkerPool() = default;
 
-void WorkerPool::run(const Frame& request, const std::function<void(const Frame&, UniqueFd&)>& take_reply)
+void WorkerPool::run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply)
 {
     Lease lease(*this);
     Slot& slot = lease.slot();
@@ -358,11 +366,9 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
         slot.process.reset();
         slot.process = launcher_->start(settings_);
     }
-    UniqueFd attached;
-    const Frame reply =
-        slot.process->call(request, Clock::now() + settings_.time_limit + kGrace, &attached);
+    const Frame reply = slot.process->call(request, Clock::now() + settings_.time_limit + kGrace);
     try {
-        take_reply(reply, attached);
+        take_reply(reply, slot.process->picture_region());
     } catch (const ProtocolError& error) {
         slot.process.reset();
         throw WorkerFailure(Cause::Malformed, error.what());
@@ -404,7 +410,7 @@ OpenedReply WorkerPool::open(const DocumentRef& document)
 {
     OpenedReply opened;
     try {
-        run(encode_open(document), [&](const Frame& reply, UniqueFd&) {
+        run(encode_open(document), [&](const Frame& reply, int) {
             throw_if_failed(reply, document.document.path, 0);
             opened = decode_opened(reply);
         });
@@ -419,24 +425,23 @@ engine::PagePicture WorkerPool::picture(const PictureCall& call)
 {
     engine::PagePicture picture;
     try {
-        run(encode_picture(call), [&](const Frame& reply, UniqueFd& shared) {
+        run(encode_picture(call), [&](const Frame& reply, int region) {
             throw_if_failed(reply, call.document.document.path, call.pageno);
             const PictureHeader header = decode_picture_ready(reply);
-            if (!shared) {
-                throw ProtocolError("a picture without its shared memory");
-            }
             picture.width = header.width;
             picture.height = header.height;
             picture.format = header.format;
             picture.pixels.resize(header.pixel_bytes);
-            read_shared_pages(shared.get(), 0, picture.pixels.size(), picture.pixels.data());
+            read_region(region, 0, picture.pixels.size(), picture.pixels.data());
             if (header.has_compressed) {
                 auto compressed = std::make_shared<engine::CompressedImage>();
                 compressed->black_is_1 = header.black_is_1;
                 compressed->data.resize(header.compressed_bytes);
-                read_shared_pages(shared.get(), header.pixel_bytes, compressed->data.size(),
-                                  compressed->data.data());
+                read_region(region, header.pixel_bytes, compressed->data.size(), compressed->data.data());
                 picture.compressed = std::move(compressed);
+            }
+            if (header.total_bytes() > kKeptRegionBytes) {
+                release_region_tail(region, kKeptRegionBytes);
             }
         });
     } catch (const WorkerFailure& failure) {
@@ -450,7 +455,7 @@ std::string WorkerPool::text(const TextCall& call)
 {
     std::string text;
     try {
-        run(encode_text(call), [&](const Frame& reply, UniqueFd&) {
+        run(encode_text(call), [&](const Frame& reply, int) {
             throw_if_failed(reply, call.document.document.path, call.pageno);
             text = decode_text_ready(reply);
         });
@@ -465,7 +470,7 @@ RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const st
 {
     RemotePdfProbe probe;
     try {
-        run(encode_probe_pdf(path.native(), password), [&](const Frame& reply, UniqueFd&) {
+        run(encode_probe_pdf(path.native(), password), [&](const Frame& reply, int) {
             const PdfProbeReply probed = decode_pdf_probed(reply);
             probe.opened = probed.opened;
             probe.password_refused = probed.password_refused;
@@ -482,7 +487,7 @@ RemoteTiffProbe WorkerPool::probe_tiff(const std::filesystem::path& path)
 {
     RemoteTiffProbe probe;
     try {
-        run(encode_probe_tiff(path.native()), [&](const Frame& reply, UniqueFd&) {
+        run(encode_probe_tiff(path.native()), [&](const Frame& reply, int) {
             const TiffProbeReply probed = decode_tiff_probed(reply);
             probe.readable = probed.readable;
             probe.image_count = probed.image_count;

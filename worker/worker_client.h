@@ -68,11 +68,12 @@ public:
 
     pid_t pid() const { return pid_; }
 
-    // Sends a request and waits for its reply until `deadline`; a descriptor sent with the
-    // reply goes to *attached. On a failure the worker is killed and reaped, and
-    // WorkerFailure is thrown; the object is then dead() and takes no more requests.
-    Frame call(const Frame& request, std::chrono::steady_clock::time_point deadline,
-               UniqueFd* attached = nullptr);
+    // Sends a request and waits for its reply until `deadline`. A picture request carries
+    // the worker's picture region, which the reply fills. On a failure the worker is killed
+    // and reaped, and WorkerFailure is thrown; the object is then dead() and takes no more
+    // requests.
+    Frame call(const Frame& request, std::chrono::steady_clock::time_point deadline);
+    int picture_region() const { return region_.get(); }
     bool dead() const { return pid_ <= 0; }
 
 private:
@@ -84,6 +85,7 @@ private:
 
     WorkerSettings settings_;
     UniqueFd channel_;
+    UniqueFd region_;
     pid_t pid_ = -1;
 };
 
@@ -138,9 +140,9 @@ private:
     };
 
     // Runs one request on a free slot's worker, starting one when the slot has none, and hands
-    // the reply to `take_reply` while the slot is still held: a reply it cannot decode
-    // (ProtocolError) kills the worker. Throws WorkerFailure.
-    void run(const Frame& request, const std::function<void(const Frame&, UniqueFd&)>& take_reply);
+    // the reply and the worker's picture region to `take_reply` while the slot is still held:
+    // a reply it cannot decode (ProtocolError) kills the worker. Throws WorkerFailure.
+    void run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply);
     std::string failure_reason(const WorkerFailure& failure, const char* subject) const;
 
     WorkerSettings settings_;
