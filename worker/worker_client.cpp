@@ -160,7 +160,12 @@ std::filesystem::path default_worker_program()
     }
     std::error_code error;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    return (error ? std::filesystem::path() : self.parent_path()) / "quirefold-worker";
+    const std::filesystem::path beside = (error ? std::filesystem::path() : self.parent_path()) / "quirefold-worker";
+    // In the build tree the programs sit in folders of their own.
+    if (!std::filesystem::exists(beside, error) && std::filesystem::exists(QF_BUILT_WORKER, error)) {
+        return QF_BUILT_WORKER;
+    }
+    return beside;
 }
 
 WorkerProcess::WorkerProcess(const WorkerSettings& settings) : settings_(settings)
@@ -471,6 +476,10 @@ RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const st
     RemotePdfProbe probe;
     try {
         run(encode_probe_pdf(path.native(), password), [&](const Frame& reply, int) {
+            if (reply.type == MessageType::Failed) {
+                probe.failure = decode_failed(reply).reason;
+                return;
+            }
             const PdfProbeReply probed = decode_pdf_probed(reply);
             probe.opened = probed.opened;
             probe.password_refused = probed.password_refused;
@@ -488,6 +497,10 @@ RemoteTiffProbe WorkerPool::probe_tiff(const std::filesystem::path& path)
     RemoteTiffProbe probe;
     try {
         run(encode_probe_tiff(path.native()), [&](const Frame& reply, int) {
+            if (reply.type == MessageType::Failed) {
+                probe.failure = decode_failed(reply).reason;
+                return;
+            }
             const TiffProbeReply probed = decode_tiff_probed(reply);
             probe.readable = probed.readable;
             probe.image_count = probed.image_count;

@@ -42,7 +42,7 @@ struct WorkerSettings {
 WorkerSettings default_worker_settings(int workers);
 
 // The worker executable: QUIREFOLD_WORKER when set, else quirefold-worker in the folder of
-// the running program.
+// the running program, else (in the build tree) the one the build made.
 std::filesystem::path default_worker_program();
 
 // Why a request got no answer from its worker.
