@@ -13,6 +13,7 @@
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -187,6 +188,7 @@ WorkerProcess::WorkerProcess(const WorkerSettings& settings) : settings_(setting
     }
     pid_ = spawn_worker(settings_, theirs.get());
     theirs.reset();
+    pidfd_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     try {
         const Frame hello = receive_frame(channel_.get(), Clock::now() + kStartTime);
         if (decode_hello(hello) != static_cast<std::uint32_t>(pid_)) {
@@ -255,6 +257,7 @@ WorkerFailure WorkerProcess::bury(std::chrono::milliseconds grace)
     }
     pid_ = -1;
     channel_.reset();
+    pidfd_.reset();
     // A worker killed by a signal while its resident memory stood near its data limit ran
     // out of memory where a library did not check an allocation.
     const std::size_t peak_bytes = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
@@ -283,14 +286,20 @@ public:
                                 [](const Slot& slot) { return !slot.busy; });
         }
         free->busy = true;
+        free->aborted = false;
         slot_ = &*free;
     }
     ~Lease()
     {
+        if (aborted()) {
+            slot_->process.reset(); // killed already: reaped now rather than by the next request
+        }
         {
             const std::lock_guard lock(pool_.mutex_);
             slot_->busy = false;
-            slot_->pid = slot_->process && !slot_->process->dead() ? slot_->process->pid() : 0;
+            const bool running = slot_->process && !slot_->process->dead();
+            slot_->pid = running ? slot_->process->pid() : 0;
+            slot_->pidfd.reset();
         }
         pool_.slot_freed_.notify_one();
     }
@@ -298,6 +307,30 @@ public:
     Lease& operator=(const Lease&) = delete;
 
     Slot& slot() { return *slot_; }
+
+    // Lets abort_requests() reach the slot's worker while the request runs.
+    void started(const WorkerProcess& process)
+    {
+        const std::lock_guard lock(pool_.mutex_);
+        slot_->pid = process.pid();
+        slot_->pidfd.reset(process.pidfd() >= 0 ? ::fcntl(process.pidfd(), F_DUPFD_CLOEXEC, 0) : -1);
+        if (slot_->aborted) {
+            kill_slot(*slot_);
+        }
+    }
+
+    bool aborted()
+    {
+        const std::lock_guard lock(pool_.mutex_);
+        return slot_->aborted;
+    }
+
+    static void kill_slot(const Slot& slot)
+    {
+        if (slot.pidfd) {
+            ::syscall(SYS_pidfd_send_signal, slot.pidfd.get(), SIGKILL, nullptr, 0);
+        }
+    }
 
 private:
     WorkerPool& pool_;
@@ -371,7 +404,16 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
         slot.process.reset();
         slot.process = launcher_->start(settings_);
     }
-    const Frame reply = slot.process->call(request, Clock::now() + settings_.time_limit + kGrace);
+    lease.started(*slot.process);
+    Frame reply;
+    try {
+        reply = slot.process->call(request, Clock::now() + settings_.time_limit + kGrace);
+    } catch (const WorkerFailure&) {
+        if (lease.aborted()) {
+            throw WorkerFailure(Cause::Aborted, "aborted");
+        }
+        throw;
+    }
     try {
         take_reply(reply, slot.process->picture_region());
     } catch (const ProtocolError& error) {
@@ -392,6 +434,8 @@ std::string WorkerPool::failure_reason(const WorkerFailure& failure, const char*
         return std::string("the reader gave a malformed reply (") + failure.what() + ")";
     case Cause::CouldNotStart:
         return std::string("the reader could not start: ") + failure.what();
+    case Cause::Aborted:
+        return "the reader was stopped";
     case Cause::Crashed:
         break;
     }
@@ -511,6 +555,17 @@ RemoteTiffProbe WorkerPool::probe_tiff(const std::filesystem::path& path)
         probe.failure = failure_reason(failure, "the document");
     }
     return probe;
+}
+
+void WorkerPool::abort_requests()
+{
+    const std::lock_guard lock(mutex_);
+    for (Slot& slot : slots_) {
+        if (slot.busy) {
+            slot.aborted = true;
+            Lease::kill_slot(slot);
+        }
+    }
 }
 
 std::vector<pid_t> WorkerPool::worker_pids() const

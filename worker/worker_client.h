@@ -48,7 +48,7 @@ std::filesystem::path default_worker_program();
 // Why a request got no answer from its worker.
 class WorkerFailure : public std::runtime_error {
 public:
-    enum class Cause { Crashed, TimedOut, OutOfMemory, Malformed, CouldNotStart };
+    enum class Cause { Crashed, TimedOut, OutOfMemory, Malformed, CouldNotStart, Aborted };
     WorkerFailure(Cause cause, const std::string& detail) : std::runtime_error(detail), cause(cause) {}
     Cause cause; // what() holds the signal or exit status, or what was malformed
 };
@@ -67,6 +67,10 @@ public:
     WorkerProcess& operator=(const WorkerProcess&) = delete;
 
     pid_t pid() const { return pid_; }
+    // A descriptor of the worker process (pidfd) through which another thread may kill it
+    // without the risk of hitting a process that has since taken its number. -1 when the
+    // kernel has none to give.
+    int pidfd() const { return pidfd_.get(); }
 
     // Sends a request and waits for its reply until `deadline`. A picture request carries
     // the worker's picture region, which the reply fills. On a failure the worker is killed
@@ -86,6 +90,7 @@ private:
     WorkerSettings settings_;
     UniqueFd channel_;
     UniqueFd region_;
+    UniqueFd pidfd_;
     pid_t pid_ = -1;
 };
 
@@ -109,7 +114,7 @@ struct RemoteTiffProbe {
 // request waits for a free slot. Every member that reads a document throws engine::Error
 // naming the document and page, with the worker's own reason or one of "the reader stopped
 // (signal N)", "the page took longer than N seconds", "the page needs more memory than the
-// limit of N MB" ("the document ..." for a document request).
+// limit of N MB" ("the document ..." for a document request), "the reader was stopped".
 class WorkerPool {
 public:
     explicit WorkerPool(WorkerSettings settings);
@@ -127,6 +132,10 @@ public:
     RemotePdfProbe probe_pdf(const std::filesystem::path& path, const std::string& password);
     RemoteTiffProbe probe_tiff(const std::filesystem::path& path);
 
+    // Ends every request under way at once (quitting in the middle of a page): their workers
+    // are killed, and the requests fail with "the reader was stopped". Thread-safe.
+    void abort_requests();
+
     // The process ids of the running workers, for diagnostics.
     std::vector<pid_t> worker_pids() const;
 
@@ -136,7 +145,9 @@ private:
     struct Slot {
         std::unique_ptr<WorkerProcess> process; // used by the slot's holder only
         pid_t pid = 0;                          // guarded by mutex_
+        UniqueFd pidfd;                         // guarded by mutex_: the worker's, during a request
         bool busy = false;                      // guarded by mutex_
+        bool aborted = false;                   // guarded by mutex_
     };
 
     // Runs one request on a free slot's worker, starting one when the slot has none, and hands

@@ -250,6 +250,26 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
     }
 }
 
+TEST(Worker, AbortEndsThePageUnderWayAtOnce)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "good.pdf");
+    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    WorkerSettings settings = test_settings();
+    settings.time_limit = 60s;
+    WorkerPool pool(settings);
+    const auto started = std::chrono::steady_clock::now();
+    std::thread aborter([&pool] {
+        std::this_thread::sleep_for(300ms);
+        pool.abort_requests();
+    });
+    const Outcome aborted = convert_first_page(pool, pdf_ref(folder / "jbig2.pdf"));
+    aborter.join();
+    EXPECT_EQ(aborted.reason, "the reader was stopped");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+    EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
+}
+
 TEST(Worker, AnswersAdmissionProbes)
 {
     const TempFolder folder;
