@@ -59,6 +59,27 @@ std::string document_key(const DocumentRef& ref)
     return key;
 }
 
+// Opens a PDF for page copies and walks its page tree. Throws Error(Damaged) with the
+// reader's reason.
+std::unique_ptr<QPDF> open_copier(const engine::DocumentToOpen& document)
+{
+    auto copier = std::make_unique<QPDF>();
+    copier->setSuppressWarnings(true);
+    std::size_t pages = 0;
+    try {
+        copier->processFile(document.path.c_str(), document.password.c_str());
+        pages = copier->getAllPages().size();
+    } catch (const QPDFExc& error) {
+        throw Error(ErrorKind::Damaged, error.getMessageDetail(), document.path);
+    } catch (const std::runtime_error& error) {
+        throw Error(ErrorKind::Damaged, error.what(), document.path);
+    }
+    if (pages == 0) {
+        throw Error(ErrorKind::Damaged, "the document has no pages", document.path);
+    }
+    return copier;
+}
+
 int quiet_tiff_handler(TIFF*, void*, const char*, const char*, va_list)
 {
     return 1;
@@ -80,14 +101,14 @@ ReaderService::~ReaderService() = default;
 
 ReaderService::OpenDocument& ReaderService::document(const DocumentRef& ref)
 {
+    // A file that cannot be looked at is never taken from the kept ones; the reader's own
+    // opener then says what is wrong with it.
     FileIdentity identity;
-    if (!identify(ref.document.path, identity)) {
-        throw Error(ErrorKind::BadInput, "the file does not exist", ref.document.path);
-    }
+    const bool identified = identify(ref.document.path, identity);
     const std::string key = document_key(ref);
     auto kept = std::find_if(documents_.begin(), documents_.end(),
                              [&](const auto& open) { return open->key == key; });
-    if (kept != documents_.end() && !((*kept)->identity == identity)) {
+    if (kept != documents_.end() && (!identified || !((*kept)->identity == identity))) {
         documents_.erase(kept);
         kept = documents_.end();
     }
@@ -107,22 +128,7 @@ ReaderService::OpenDocument& ReaderService::document(const DocumentRef& ref)
     OpenDocument& open = **kept;
     open.last_use = ++uses_;
     if (ref.copies_pages && ref.kind == DocumentKind::Pdf && !open.copier) {
-        auto copier = std::make_unique<QPDF>();
-        copier->setSuppressWarnings(true);
-        try {
-            copier->processFile(ref.document.path.c_str(), ref.document.password.c_str());
-            if (copier->getAllPages().empty()) {
-                throw Error(ErrorKind::Damaged, "the document has no pages", ref.document.path);
-            }
-        } catch (const QPDFExc& error) {
-            throw Error(ErrorKind::Damaged, error.getMessageDetail(), ref.document.path);
-        } catch (const std::runtime_error& error) {
-            if (dynamic_cast<const Error*>(&error) != nullptr) {
-                throw;
-            }
-            throw Error(ErrorKind::Damaged, error.what(), ref.document.path);
-        }
-        open.copier = std::move(copier);
+        open.copier = open_copier(ref.document);
     }
     return open;
 }

@@ -182,6 +182,54 @@ TEST(Worker, ReadsWhatTheProcessItselfReads)
     }
 }
 
+// The error of `read` as the log line will quote it: kind and reason.
+std::string error_of(const std::function<void()>& read)
+{
+    try {
+        read();
+    } catch (const engine::Error& error) {
+        return std::to_string(static_cast<int>(error.kind())) + " " + error.reason();
+    }
+    return "no error";
+}
+
+TEST(Worker, FailsAsTheProcessItselfFails)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "sample.pdf");
+    test::write_encrypted_copy(folder / "sample.pdf", folder / "locked.pdf", test::PdfEncryption::Aes128, "open", "owner");
+    test::write_garbage_pdf(folder / "garbage.pdf");
+    test::make_tiff(folder / "scan.tif", {{}});
+    const struct {
+        DocumentKind kind;
+        const char* file;
+        const char* password;
+        int pageno; // 0: only open the document
+    } cases[] = {
+        {DocumentKind::Pdf, "missing.pdf", "", 0},  {DocumentKind::Tiff, "missing.tif", "", 0},
+        {DocumentKind::Pdf, "garbage.pdf", "", 0},  {DocumentKind::Pdf, "locked.pdf", "", 0},
+        {DocumentKind::Pdf, "locked.pdf", "no", 0}, {DocumentKind::Tiff, "sample.pdf", "", 0},
+        {DocumentKind::Pdf, "sample.pdf", "", 3},   {DocumentKind::Tiff, "scan.tif", "", 2},
+    };
+    const auto pool = std::make_shared<WorkerPool>(test_settings());
+    for (const auto& c : cases) {
+        const engine::DocumentToOpen document{folder / c.file, c.password, engine::kTiledNo};
+        const bool pdf = c.kind == DocumentKind::Pdf;
+        const auto read = [&](const engine::SourceOpener& opener) {
+            return error_of([&] {
+                const auto source = opener(document);
+                if (c.pageno > 0) {
+                    source->picture(c.pageno, {});
+                }
+            });
+        };
+        const std::string local = read(pdf ? engine::SourceOpener(sources::open_pdf_source)
+                                            : engine::SourceOpener(sources::open_tiff_source));
+        EXPECT_EQ(read(pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool)), local) << c.file;
+        EXPECT_NE(local, "no error") << c.file;
+    }
+}
+
 // What a failed request says, and whether the worker that failed it survived.
 struct Outcome {
     std::string reason;
