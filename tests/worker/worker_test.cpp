@@ -17,6 +17,7 @@
 #include "engine/error.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
+#include "tests/hostile/hostile_files.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
 #include "worker/channel.h"
@@ -258,19 +259,25 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
     write_looping_page_tree_pdf(folder / "loop.pdf");
     write_jbig2_pdf(folder / "jbig2.pdf", 30000);
     write_image_bomb_pdf(folder / "bomb.pdf", 60000);
+    test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
     const struct {
         const char* file;
         bool copies_pages;
         int dpi;
         std::size_t memory_limit_mb; // 0: the default
+        std::size_t data_limit_mb;   // 0: the default
         const char* reason;
         bool replaced;
     } cases[] = {
-        {"deep.pdf", true, 150, 0, "the reader stopped (signal 11)", true},
-        {"loop.pdf", false, 150, 0, "unreadable page: cycle in page tree", false},
-        {"loop.pdf", true, 150, 0, "Loop detected in /Pages structure (getAllPages)", false},
-        {"jbig2.pdf", false, 150, 0, "the page took longer than 1 second", true},
-        {"bomb.pdf", false, 900, 64, "the page needs more memory than the limit of 64 MB", false},
+        {"deep.pdf", true, 150, 0, 0, "the reader stopped (signal 11)", true},
+        {"loop.pdf", false, 150, 0, 0, "unreadable page: cycle in page tree", false},
+        {"loop.pdf", true, 150, 0, 0, "Loop detected in /Pages structure (getAllPages)", false},
+        {"jbig2.pdf", false, 150, 0, 0, "the page took longer than 1 second", true},
+        {"bomb.pdf", false, 900, 64, 0, "the page needs more memory than the limit of 64 MB", false},
+#if !defined(__SANITIZE_ADDRESS__)
+        // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.
+        {"huge.tif", false, 150, 64, 256, "the page needs more memory than the limit of 64 MB", false},
+#endif
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
@@ -278,10 +285,17 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
         if (c.memory_limit_mb > 0) {
             settings.memory_limit_mb = c.memory_limit_mb;
         }
+        if (c.data_limit_mb > 0) {
+            settings.data_limit_mb = c.data_limit_mb;
+        }
         WorkerPool pool(settings);
         ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
         const auto started = std::chrono::steady_clock::now();
-        const Outcome failed = convert_first_page(pool, pdf_ref(folder / c.file, c.copies_pages), c.dpi);
+        DocumentRef ref = pdf_ref(folder / c.file, c.copies_pages);
+        if (ref.document.path.extension() == ".tif") {
+            ref.kind = DocumentKind::Tiff;
+        }
+        const Outcome failed = convert_first_page(pool, ref, c.dpi);
         std::string expected = c.reason;
 #if defined(__SANITIZE_ADDRESS__)
         // AddressSanitizer reports a stack overflow and exits instead of dying by the signal.
