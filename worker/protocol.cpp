@@ -279,7 +279,7 @@ Frame encode_tiff_probed(const TiffProbeReply& reply)
 Frame encode_failed(const FailedReply& reply)
 {
     PayloadWriter out;
-    out.u8(static_cast<std::uint8_t>(reply.kind)).text(reply.reason);
+    out.u8(static_cast<std::uint8_t>(reply.kind)).text(reply.reason).u8(reply.retire);
     return std::move(out).frame(MessageType::Failed);
 }
 
@@ -445,6 +445,7 @@ FailedReply decode_failed(const Frame& frame)
     }
     reply.kind = static_cast<ErrorKind>(kind);
     reply.reason = in.text();
+    reply.retire = in.flag();
     in.finish();
     return reply;
 }

@@ -153,6 +153,9 @@ struct TiffProbeReply {
 struct FailedReply {
     engine::ErrorKind kind = engine::ErrorKind::Damaged;
     std::string reason;
+    // The worker ran out of memory outside the PDF reader's ceiling; a library may have been
+    // left in a state no one checked, so the worker is to be replaced.
+    bool retire = false;
 };
 
 Frame encode_open(const DocumentRef& document);

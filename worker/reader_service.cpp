@@ -196,7 +196,8 @@ Frame ReaderService::answer(const Frame& request, int region)
         return encode_failed({ErrorKind::Unsupported,
                               std::string(page_request ? "the page" : "the document") +
                                   " needs more memory than the limit of " +
-                                  std::to_string(memory_limit_mb_) + " MB"});
+                                  std::to_string(memory_limit_mb_) + " MB",
+                              true});
     } catch (const std::system_error& error) {
         return encode_failed({ErrorKind::Unsupported, error.what()});
     }

@@ -226,10 +226,17 @@ Frame WorkerProcess::call(const Frame& request, Clock::time_point deadline)
     }
 }
 
+void WorkerProcess::stop()
+{
+    if (!dead()) {
+        channel_.reset();
+        bury(std::chrono::milliseconds(0));
+    }
+}
+
 void WorkerProcess::fail(const WorkerFailure& failure)
 {
-    channel_.reset();
-    bury(std::chrono::milliseconds(0));
+    stop();
     throw failure;
 }
 
@@ -414,11 +421,22 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
         }
         throw;
     }
+    bool retire = false;
     try {
+        retire = reply.type == MessageType::Failed && decode_failed(reply).retire;
         take_reply(reply, slot.process->picture_region());
     } catch (const ProtocolError& error) {
+        slot.process->stop();
         slot.process.reset();
         throw WorkerFailure(Cause::Malformed, error.what());
+    } catch (...) {
+        if (retire) {
+            slot.process.reset();
+        }
+        throw;
+    }
+    if (retire) {
+        slot.process.reset();
     }
 }
 

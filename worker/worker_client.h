@@ -79,6 +79,8 @@ public:
     Frame call(const Frame& request, std::chrono::steady_clock::time_point deadline);
     int picture_region() const { return region_.get(); }
     bool dead() const { return pid_ <= 0; }
+    // Kills the worker at once and reaps it.
+    void stop();
 
 private:
     // Kills the worker, waits for it and throws `failure`.
