@@ -395,18 +395,43 @@ std::vector<std::string> descriptors_of(pid_t pid)
     return found;
 }
 
-TEST(Worker, InheritsNoDescriptorButItsChannel)
+std::string proc_line(pid_t pid, const std::string& file, const std::string& starting)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with(starting)) {
+            return line;
+        }
+    }
+    return {};
+}
+
+bool process_gone(pid_t pid);
+
+TEST(Worker, StartsWithOnlyItsChannelAndItsLimits)
 {
     const UniqueFd left_open(::open("/dev/null", O_RDONLY)); // no close-on-exec
-    WorkerPool pool(test_settings());
-    pool.probe_tiff("/nonexistent.tif");
-    ASSERT_EQ(pool.worker_pids().size(), 1u);
-    const std::vector<std::string> held = descriptors_of(pool.worker_pids()[0]);
+    WorkerSettings settings = test_settings();
+    settings.data_limit_mb = 3000;
+    auto pool = std::make_unique<WorkerPool>(settings);
+    pool->probe_tiff("/nonexistent.tif");
+    ASSERT_EQ(pool->worker_pids().size(), 1u);
+    const pid_t worker = pool->worker_pids()[0];
+    const std::vector<std::string> held = descriptors_of(worker);
     ASSERT_EQ(held.size(), 4u);
     EXPECT_EQ(held[0], "0 /dev/null");
     EXPECT_EQ(held[1], "1 /dev/null");
     EXPECT_EQ(held[2], "2 /dev/null");
     EXPECT_EQ(held[3].rfind("3 socket:", 0), 0u) << held[3];
+    EXPECT_EQ(proc_line(worker, "oom_score_adj", ""), "500");
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_NE(proc_line(worker, "limits", "Max data size").find(std::to_string(3000ull << 20)), std::string::npos);
+#endif
+    // Closing the channel ends the worker by itself, well within the second it is given.
+    const auto closing = std::chrono::steady_clock::now();
+    pool.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - closing, 500ms);
+    EXPECT_TRUE(process_gone(worker));
 }
 
 bool process_gone(pid_t pid)
