@@ -1,0 +1,543 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <set>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "engine/error.h"
+#include "sources/pdf_source.h"
+#include "sources/tiff_source.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/temp_folder.h"
+#include "tests/support/tiff_fixtures.h"
+#include "worker/channel.h"
+#include "worker/remote_source.h"
+
+extern char** environ;
+
+namespace qf::worker {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using test::TempFolder;
+
+WorkerSettings test_settings()
+{
+    WorkerSettings settings = default_worker_settings(1);
+    settings.program = QF_WORKER_PATH;
+    settings.time_limit = 1000ms;
+    return settings;
+}
+
+// A PDF of the given objects, numbered from 1 (object 1 the catalog), with a correct
+// cross-reference table.
+void write_raw_pdf(const fs::path& target, const std::vector<std::string>& objects)
+{
+    std::string file = "%PDF-1.4\n";
+    std::vector<std::size_t> offsets;
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        offsets.push_back(file.size());
+        file += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
+    }
+    const std::size_t xref = file.size();
+    file += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
+    for (const std::size_t offset : offsets) {
+        char line[24];
+        std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
+        file += line;
+    }
+    file += "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
+            " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
+    std::ofstream(target, std::ios::binary) << file;
+}
+
+// One page whose page tree is a chain of `depth` /Pages nodes: a reader that walks the tree
+// by recursion runs out of stack.
+void write_deep_page_tree_pdf(const fs::path& target, int depth)
+{
+    std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>"};
+    for (int node = 0; node < depth; ++node) {
+        objects.push_back("<< /Type /Pages /Kids [" + std::to_string(node + 3) + " 0 R] /Count 1 >>");
+    }
+    objects.push_back("<< /Type /Page /MediaBox [0 0 100 100] >>");
+    write_raw_pdf(target, objects);
+}
+
+// One page whose page tree's only node names itself as its kid.
+void write_looping_page_tree_pdf(const fs::path& target)
+{
+    write_raw_pdf(target, {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [2 0 R] /Count 1 >>"});
+}
+
+std::string be32(std::uint32_t value)
+{
+    return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
+}
+
+// A 100-point page showing a side x side 1-bit JBIG2 image: one generic region of the whole
+// page, which the decoder works through pixel by pixel whatever the data says.
+void write_jbig2_pdf(const fs::path& target, std::uint32_t side)
+{
+    const auto segment = [](std::uint32_t number, char type, const std::string& data) {
+        return be32(number) + type + '\0' + '\1' + be32(static_cast<std::uint32_t>(data.size())) + data;
+    };
+    const std::string page_info = be32(side) + be32(side) + be32(0) + be32(0) + '\0' + std::string(2, '\0');
+    const std::string region = be32(side) + be32(side) + be32(0) + be32(0) + '\0' + '\0' +
+                               std::string("\x03\xff\xfd\xff\x02\xfe\xfe\xfe", 8) + std::string(16, '\0');
+    const std::string jbig2 = segment(0, 48, page_info) + segment(1, 38, region);
+    const std::string content = "q 100 0 0 100 0 0 cm /Im0 Do Q";
+    const std::string size = std::to_string(side);
+    write_raw_pdf(target, {
+        "<< /Type /Catalog /Pages 2 0 R >>",
+        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 100 100] /Resources << /XObject << /Im0 5 0 R >> >> /Contents 4 0 R >>",
+        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
+        "<< /Type /XObject /Subtype /Image /Width " + size + " /Height " + size +
+            " /BitsPerComponent 1 /ColorSpace /DeviceGray /Filter /JBIG2Decode /Length " +
+            std::to_string(jbig2.size()) + " >>\nstream\n" + jbig2 + "\nendstream",
+    });
+}
+
+// A US Letter page filled by an RGB image that claims side x side pixels and holds three bytes:
+// drawn large, the reader decodes it into far more memory than the file takes.
+void write_image_bomb_pdf(const fs::path& target, int side)
+{
+    const std::string content = "q 612 0 0 792 0 0 cm /Im0 Do Q";
+    write_raw_pdf(target, {
+        "<< /Type /Catalog /Pages 2 0 R >>",
+        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /XObject << /Im0 5 0 R >> >> /Contents 4 0 R >>",
+        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
+        "<< /Type /XObject /Subtype /Image /Width " + std::to_string(side) + " /Height " + std::to_string(side) +
+            " /BitsPerComponent 8 /ColorSpace /DeviceRGB /Length 3 >>\nstream\n\xff\x00\x00\nendstream",
+    });
+}
+
+void write_sample_pdf(const fs::path& target)
+{
+    test::write_pdf(target, {{.fills = {{{72, 72, 200, 300}, test::kPdfRed}, {{300, 400, 100, 100}, test::kPdfBlue}},
+                              .texts = {{.text = "Hello worker"}}},
+                             {.rotate = 90, .texts = {{.text = "Turned page"}}}});
+}
+
+DocumentRef pdf_ref(const fs::path& path, bool copies_pages = false)
+{
+    return {DocumentKind::Pdf, {path, "", engine::kTiledNo}, copies_pages};
+}
+
+void expect_same_picture(const engine::PagePicture& expected, const engine::PagePicture& got)
+{
+    EXPECT_EQ(got.width, expected.width);
+    EXPECT_EQ(got.height, expected.height);
+    EXPECT_EQ(got.format, expected.format);
+    EXPECT_TRUE(got.pixels == expected.pixels);
+    ASSERT_EQ(got.compressed != nullptr, expected.compressed != nullptr);
+    if (expected.compressed) {
+        EXPECT_EQ(got.compressed->data, expected.compressed->data);
+        EXPECT_EQ(got.compressed->black_is_1, expected.compressed->black_is_1);
+    }
+}
+
+TEST(Worker, ReadsWhatTheProcessItselfReads)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "sample.pdf");
+    test::make_tiff(folder / "scan.tif",
+                    {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
+                     {.kind = test::TiffKind::Bilevel, .compression = 4}});
+    const struct {
+        DocumentKind kind;
+        const char* file;
+        int pageno;
+        engine::RenderRequest request;
+    } cases[] = {
+        {DocumentKind::Pdf, "sample.pdf", 1, {.dpi = 150}},
+        {DocumentKind::Pdf, "sample.pdf", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}},
+        {DocumentKind::Tiff, "scan.tif", 1, {}},
+        {DocumentKind::Tiff, "scan.tif", 2, {}},
+        {DocumentKind::Tiff, "scan.tif", 2, {.compressed_ok = true}},
+    };
+    const auto pool = std::make_shared<WorkerPool>(test_settings());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + " page " + std::to_string(c.pageno));
+        const engine::DocumentToOpen document{folder / c.file, "", engine::kTiledNo};
+        const auto local = c.kind == DocumentKind::Pdf ? sources::open_pdf_source(document)
+                                                       : sources::open_tiff_source(document);
+        const auto remote = (c.kind == DocumentKind::Pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool))(document);
+        EXPECT_EQ(remote->page_count(), local->page_count());
+        EXPECT_EQ(remote->tags().copyright, local->tags().copyright);
+        EXPECT_EQ(remote->tags().xres, local->tags().xres);
+        expect_same_picture(local->picture(c.pageno, c.request), remote->picture(c.pageno, c.request));
+        EXPECT_EQ(remote->text(c.pageno), local->text(c.pageno));
+    }
+}
+
+// The error of `read` as the log line will quote it: kind and reason.
+std::string error_of(const std::function<void()>& read)
+{
+    try {
+        read();
+    } catch (const engine::Error& error) {
+        return std::to_string(static_cast<int>(error.kind())) + " " + error.reason();
+    }
+    return "no error";
+}
+
+TEST(Worker, FailsAsTheProcessItselfFails)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "sample.pdf");
+    test::write_encrypted_copy(folder / "sample.pdf", folder / "locked.pdf", test::PdfEncryption::Aes128, "open", "owner");
+    test::write_garbage_pdf(folder / "garbage.pdf");
+    test::make_tiff(folder / "scan.tif", {{}});
+    const struct {
+        DocumentKind kind;
+        const char* file;
+        const char* password;
+        int pageno; // 0: only open the document
+    } cases[] = {
+        {DocumentKind::Pdf, "missing.pdf", "", 0},  {DocumentKind::Tiff, "missing.tif", "", 0},
+        {DocumentKind::Pdf, "garbage.pdf", "", 0},  {DocumentKind::Pdf, "locked.pdf", "", 0},
+        {DocumentKind::Pdf, "locked.pdf", "no", 0}, {DocumentKind::Tiff, "sample.pdf", "", 0},
+        {DocumentKind::Pdf, "sample.pdf", "", 3},   {DocumentKind::Tiff, "scan.tif", "", 2},
+    };
+    const auto pool = std::make_shared<WorkerPool>(test_settings());
+    for (const auto& c : cases) {
+        const engine::DocumentToOpen document{folder / c.file, c.password, engine::kTiledNo};
+        const bool pdf = c.kind == DocumentKind::Pdf;
+        const auto read = [&](const engine::SourceOpener& opener) {
+            return error_of([&] {
+                const auto source = opener(document);
+                if (c.pageno > 0) {
+                    source->picture(c.pageno, {});
+                }
+            });
+        };
+        const std::string local = read(pdf ? engine::SourceOpener(sources::open_pdf_source)
+                                            : engine::SourceOpener(sources::open_tiff_source));
+        EXPECT_EQ(read(pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool)), local) << c.file;
+        EXPECT_NE(local, "no error") << c.file;
+    }
+}
+
+// What a failed request says, and whether the worker that failed it survived.
+struct Outcome {
+    std::string reason;
+    bool replaced = false;
+};
+
+Outcome convert_first_page(WorkerPool& pool, const DocumentRef& ref, int dpi = 150)
+{
+    const std::vector<pid_t> before = pool.worker_pids();
+    Outcome outcome;
+    try {
+        RemotePageSource source(std::shared_ptr<WorkerPool>(&pool, [](WorkerPool*) {}), ref);
+        source.picture(1, {.dpi = dpi});
+    } catch (const engine::Error& error) {
+        outcome.reason = error.reason();
+    }
+    outcome.replaced = pool.worker_pids() != before;
+    return outcome;
+}
+
+TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "good.pdf");
+    write_deep_page_tree_pdf(folder / "deep.pdf", 30000);
+    write_looping_page_tree_pdf(folder / "loop.pdf");
+    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    write_image_bomb_pdf(folder / "bomb.pdf", 60000);
+    test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
+    const struct {
+        const char* file;
+        bool copies_pages;
+        int dpi;
+        std::size_t memory_limit_mb; // 0: the default
+        std::size_t data_limit_mb;   // 0: the default
+        const char* reason;
+        bool replaced;
+    } cases[] = {
+        {"deep.pdf", true, 150, 0, 0, "the reader stopped (signal 11)", true},
+        {"loop.pdf", false, 150, 0, 0, "unreadable page: cycle in page tree", false},
+        {"loop.pdf", true, 150, 0, 0, "Loop detected in /Pages structure (getAllPages)", false},
+        {"jbig2.pdf", false, 150, 0, 0, "the page took longer than 1 second", true},
+        {"bomb.pdf", false, 900, 64, 0, "the page needs more memory than the limit of 64 MB", false},
+#if !defined(__SANITIZE_ADDRESS__)
+        // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.
+        {"huge.tif", false, 150, 64, 256, "the page needs more memory than the limit of 64 MB", true},
+#endif
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        WorkerSettings settings = test_settings();
+        if (c.memory_limit_mb > 0) {
+            settings.memory_limit_mb = c.memory_limit_mb;
+        }
+        if (c.data_limit_mb > 0) {
+            settings.data_limit_mb = c.data_limit_mb;
+        }
+        WorkerPool pool(settings);
+        ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
+        const auto started = std::chrono::steady_clock::now();
+        DocumentRef ref = pdf_ref(folder / c.file, c.copies_pages);
+        if (ref.document.path.extension() == ".tif") {
+            ref.kind = DocumentKind::Tiff;
+        }
+        const Outcome failed = convert_first_page(pool, ref, c.dpi);
+        std::string expected = c.reason;
+#if defined(__SANITIZE_ADDRESS__)
+        // AddressSanitizer reports a stack overflow and exits instead of dying by the signal.
+        if (expected.starts_with("the reader stopped") && failed.reason.starts_with("the reader stopped (")) {
+            expected = failed.reason;
+        }
+#endif
+        EXPECT_EQ(failed.reason, expected);
+        EXPECT_EQ(failed.replaced, c.replaced);
+        EXPECT_LT(std::chrono::steady_clock::now() - started, 10s);
+        const Outcome after = convert_first_page(pool, pdf_ref(folder / "good.pdf"));
+        EXPECT_EQ(after.reason, "");
+        EXPECT_EQ(pool.worker_pids().size(), 1u);
+    }
+}
+
+TEST(Worker, AbortEndsThePageUnderWayAtOnce)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "good.pdf");
+    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    WorkerSettings settings = test_settings();
+    settings.time_limit = 60s;
+    WorkerPool pool(settings);
+    const auto started = std::chrono::steady_clock::now();
+    std::thread aborter([&pool] {
+        std::this_thread::sleep_for(300ms);
+        pool.abort_requests();
+    });
+    const Outcome aborted = convert_first_page(pool, pdf_ref(folder / "jbig2.pdf"));
+    aborter.join();
+    EXPECT_EQ(aborted.reason, "the reader was stopped");
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
+    EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
+}
+
+TEST(Worker, AnswersAdmissionProbes)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "plain.pdf");
+    test::write_encrypted_copy(folder / "plain.pdf", folder / "locked.pdf", test::PdfEncryption::Aes256, "open", "owner");
+    test::write_garbage_pdf(folder / "garbage.pdf");
+    test::make_tiff(folder / "three.tif", {{}, {}, {}});
+    test::make_tiff(folder / "tiled.tif", {{.tiled = true}, {}});
+    WorkerPool pool(test_settings());
+    const struct {
+        const char* file;
+        const char* password;
+        bool opened;
+        bool refused;
+        int pages;
+    } pdfs[] = {
+        {"plain.pdf", "", true, false, 2},   {"locked.pdf", "", false, true, 0},
+        {"locked.pdf", "open", true, false, 2}, {"locked.pdf", "wrong", false, true, 0},
+        {"garbage.pdf", "", false, false, 0}, {"missing.pdf", "", false, false, 0},
+    };
+    for (const auto& c : pdfs) {
+        const RemotePdfProbe probe = pool.probe_pdf(folder / c.file, c.password);
+        EXPECT_EQ(probe.opened, c.opened) << c.file << " " << c.password;
+        EXPECT_EQ(probe.password_refused, c.refused) << c.file << " " << c.password;
+        EXPECT_EQ(probe.page_count, c.pages) << c.file << " " << c.password;
+    }
+    const struct {
+        const char* file;
+        bool readable;
+        int images;
+        bool tiled;
+    } tiffs[] = {{"three.tif", true, 3, false}, {"tiled.tif", true, 2, true}, {"plain.pdf", false, 0, false}};
+    for (const auto& c : tiffs) {
+        const RemoteTiffProbe probe = pool.probe_tiff(folder / c.file);
+        EXPECT_EQ(probe.readable, c.readable) << c.file;
+        EXPECT_EQ(probe.image_count, c.images) << c.file;
+        EXPECT_EQ(probe.tiled, c.tiled) << c.file;
+    }
+}
+
+TEST(Worker, ReopensADocumentRewrittenUnderItsName)
+{
+    const TempFolder folder;
+    const auto pool = std::make_shared<WorkerPool>(test_settings());
+    test::write_numbered_pdf(folder / "book.pdf", 2);
+    EXPECT_EQ(remote_pdf_opener(pool)({folder / "book.pdf", "", engine::kTiledNo})->page_count(), 2);
+    test::write_numbered_pdf(folder / "next.pdf", 3);
+    fs::rename(folder / "next.pdf", folder / "book.pdf");
+    const auto source = remote_pdf_opener(pool)({folder / "book.pdf", "", engine::kTiledNo});
+    EXPECT_EQ(source->page_count(), 3);
+    EXPECT_EQ(source->text(3), test::numbered_page_line(3));
+}
+
+std::vector<std::string> descriptors_of(pid_t pid)
+{
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+        found.push_back(entry.path().filename().string() + " " + fs::read_symlink(entry.path()).string());
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+std::string proc_line(pid_t pid, const std::string& file, const std::string& starting)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with(starting)) {
+            return line;
+        }
+    }
+    return {};
+}
+
+bool process_gone(pid_t pid);
+
+TEST(Worker, StartsWithOnlyItsChannelAndItsLimits)
+{
+    const UniqueFd left_open(::open("/dev/null", O_RDONLY)); // no close-on-exec
+    WorkerSettings settings = test_settings();
+    settings.data_limit_mb = 3000;
+    auto pool = std::make_unique<WorkerPool>(settings);
+    pool->probe_tiff("/nonexistent.tif");
+    ASSERT_EQ(pool->worker_pids().size(), 1u);
+    const pid_t worker = pool->worker_pids()[0];
+    const std::vector<std::string> held = descriptors_of(worker);
+    ASSERT_EQ(held.size(), 4u);
+    EXPECT_EQ(held[0], "0 /dev/null");
+    EXPECT_EQ(held[1], "1 /dev/null");
+    EXPECT_EQ(held[2], "2 /dev/null");
+    EXPECT_EQ(held[3].rfind("3 socket:", 0), 0u) << held[3];
+    EXPECT_EQ(proc_line(worker, "oom_score_adj", ""), "500");
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_NE(proc_line(worker, "limits", "Max data size").find(std::to_string(3000ull << 20)), std::string::npos);
+#endif
+    // Closing the channel ends the worker by itself, well within the second it is given.
+    const auto closing = std::chrono::steady_clock::now();
+    pool.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - closing, 500ms);
+    EXPECT_TRUE(process_gone(worker));
+}
+
+bool process_gone(pid_t pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) {
+        return true;
+    }
+    const auto close = line.rfind(')');
+    return close != std::string::npos && line.substr(close + 2, 1) == "Z";
+}
+
+TEST(Worker, GoesWhenItsParentIsKilled)
+{
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    const UniqueFd ours(pair[0]);
+    const UniqueFd theirs(pair[1]);
+    // A shell starts the worker in the background on descriptor 3, then becomes a sleep.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, theirs.get(), 3);
+    const std::string script = "\"$0\" --channel 3 --parent $$ & exec sleep 60";
+    const char* argv[] = {"/bin/sh", "-c", script.c_str(), QF_WORKER_PATH, nullptr};
+    pid_t parent = 0;
+    ASSERT_EQ(::posix_spawn(&parent, "/bin/sh", &actions, nullptr, const_cast<char**>(argv), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    const pid_t worker = static_cast<pid_t>(decode_hello(receive_frame(ours.get(), std::chrono::steady_clock::now() + 10s)));
+    ASSERT_FALSE(process_gone(worker));
+    ::kill(parent, SIGKILL);
+    ::waitpid(parent, nullptr, 0);
+    // Our end of the channel stays open: only the parent's death can end the worker.
+    const auto give_up = std::chrono::steady_clock::now() + 5s;
+    while (!process_gone(worker) && std::chrono::steady_clock::now() < give_up) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_TRUE(process_gone(worker));
+}
+
+TEST(WorkerProtocol, RefusesMalformedReplies)
+{
+    const auto picture = [](int width, int height, std::uint8_t bilevel, std::uint64_t bytes) {
+        return std::move(PayloadWriter().i32(width).i32(height).u8(bilevel).u64(bytes).u8(0).u8(1).u64(0))
+            .frame(MessageType::PictureReady);
+    };
+    Frame truncated = encode_opened({3, {"(c)", "name", 300, 300}});
+    truncated.payload.pop_back();
+    Frame long_text = encode_text_ready("text");
+    long_text.payload[0] = 0xff; // a length past the end
+    Frame extra = encode_pdf_probed({true, false, 2});
+    extra.payload.push_back(0);
+    const struct {
+        const char* what;
+        std::function<void()> decode;
+    } cases[] = {
+        {"truncated", [&] { decode_opened(truncated); }},
+        {"text past the end", [&] { decode_text_ready(long_text); }},
+        {"bytes left over", [&] { decode_pdf_probed(extra); }},
+        {"wrong type", [&] { decode_opened(encode_text_ready("x")); }},
+        {"size not matching sides", [&] { decode_picture_ready(picture(10, 10, 0, 299)); }},
+        {"zero width", [&] { decode_picture_ready(picture(0, 10, 0, 0)); }},
+        {"huge picture", [&] { decode_picture_ready(picture(100000, 100000, 0, 30000000000ull)); }},
+        {"flag out of range", [&] { decode_picture_ready(picture(8, 1, 2, 3)); }},
+        {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
+    };
+    for (const auto& c : cases) {
+        EXPECT_THROW(c.decode(), ProtocolError) << c.what;
+    }
+    std::uint8_t header[kFrameHeaderBytes];
+    encode_header(MessageType::Hello, 4, header);
+    header[4] = kProtocolVersion + 1;
+    MessageType type{};
+    EXPECT_THROW(decode_header(header, type), ProtocolError);
+}
+
+// A measurement, run by hand (--gtest_also_run_disabled_tests): the cost of the process
+// boundary on a 150-dpi page, median of five renders each way.
+constexpr int kRounds = 5;
+
+TEST(Worker, DISABLED_BoundaryCostOfA150DpiPage)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "sample.pdf");
+    const engine::DocumentToOpen document{folder / "sample.pdf", "", engine::kTiledNo};
+    const auto local = sources::open_pdf_source(document);
+    const auto remote = remote_pdf_opener(std::make_shared<WorkerPool>(test_settings()))(document);
+    const auto median_ms = [](engine::PageSource& source) {
+        std::vector<double> times;
+        for (int round = 0; round < kRounds; ++round) {
+            const auto start = std::chrono::steady_clock::now();
+            source.picture(1, {.dpi = 150});
+            times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+        }
+        std::sort(times.begin(), times.end());
+        return times[kRounds / 2];
+    };
+    const engine::PagePicture expected = local->picture(1, {.dpi = 150});
+    expect_same_picture(expected, remote->picture(1, {.dpi = 150}));
+    const double in_process = median_ms(*local);
+    const double in_worker = median_ms(*remote);
+    std::cout << "150-dpi page of " << expected.width << " x " << expected.height
+              << " pixels, median of 5: in process " << in_process << " ms, in a worker " << in_worker
+              << " ms\n";
+}
+
+} // namespace
+} // namespace qf::worker

@@ -1,0 +1,269 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "worker/reader_service.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <sys/stat.h>
+#include <system_error>
+
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFExc.hh>
+#include <tiffio.h>
+
+#include "engine/error.h"
+#include "sources/pdf_mupdf.h"
+#include "sources/pdf_source.h"
+#include "sources/tiff_source.h"
+
+namespace qf::worker {
+namespace {
+
+using engine::Error;
+using engine::ErrorKind;
+
+// Open documents kept between requests; the least recently used goes first.
+constexpr std::size_t kKeptDocuments = 4;
+
+// What tells one file on disk from another that has taken its name or been rewritten.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified{};
+
+    bool operator==(const FileIdentity& other) const
+    {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+    }
+};
+
+bool identify(const std::filesystem::path& path, FileIdentity& identity)
+{
+    struct stat status{};
+    if (::stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    identity = {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+    return true;
+}
+
+std::string document_key(const DocumentRef& ref)
+{
+    std::string key;
+    key += static_cast<char>(ref.kind);
+    for (const std::string& part : {ref.document.path.native(), ref.document.password, ref.document.tile_marker}) {
+        key += std::to_string(part.size()) + ':' + part;
+    }
+    return key;
+}
+
+// Opens a PDF for page copies and walks its page tree. Throws Error(Damaged) with the
+// reader's reason.
+std::unique_ptr<QPDF> open_copier(const engine::DocumentToOpen& document)
+{
+    auto copier = std::make_unique<QPDF>();
+    copier->setSuppressWarnings(true);
+    std::size_t pages = 0;
+    try {
+        copier->processFile(document.path.c_str(), document.password.c_str());
+        pages = copier->getAllPages().size();
+    } catch (const QPDFExc& error) {
+        throw Error(ErrorKind::Damaged, error.getMessageDetail(), document.path);
+    } catch (const std::runtime_error& error) {
+        throw Error(ErrorKind::Damaged, error.what(), document.path);
+    }
+    if (pages == 0) {
+        throw Error(ErrorKind::Damaged, "the document has no pages", document.path);
+    }
+    return copier;
+}
+
+int quiet_tiff_handler(TIFF*, void*, const char*, const char*, va_list)
+{
+    return 1;
+}
+
+} // namespace
+
+struct ReaderService::OpenDocument {
+    std::string key;
+    FileIdentity identity;
+    std::unique_ptr<engine::PageSource> source;
+    std::unique_ptr<QPDF> copier; // open for page copies when the run asked for them
+    std::uint64_t last_use = 0;
+};
+
+ReaderService::ReaderService(std::size_t memory_limit_mb) : memory_limit_mb_(memory_limit_mb) {}
+
+ReaderService::~ReaderService() = default;
+
+ReaderService::OpenDocument& ReaderService::document(const DocumentRef& ref)
+{
+    // A file that cannot be looked at is never taken from the kept ones; the reader's own
+    // opener then says what is wrong with it.
+    FileIdentity identity;
+    const bool identified = identify(ref.document.path, identity);
+    const std::string key = document_key(ref);
+    auto kept = std::find_if(documents_.begin(), documents_.end(),
+                             [&](const auto& open) { return open->key == key; });
+    if (kept != documents_.end() && (!identified || !((*kept)->identity == identity))) {
+        documents_.erase(kept);
+        kept = documents_.end();
+    }
+    if (kept == documents_.end()) {
+        auto opened = std::make_unique<OpenDocument>();
+        opened->key = key;
+        opened->identity = identity;
+        opened->source = ref.kind == DocumentKind::Pdf ? sources::open_pdf_source(ref.document)
+                                                       : sources::open_tiff_source(ref.document);
+        if (documents_.size() >= kKeptDocuments) {
+            documents_.erase(std::min_element(documents_.begin(), documents_.end(),
+                                              [](const auto& a, const auto& b) { return a->last_use < b->last_use; }));
+        }
+        documents_.push_back(std::move(opened));
+        kept = documents_.end() - 1;
+    }
+    OpenDocument& open = **kept;
+    open.last_use = ++uses_;
+    if (ref.copies_pages && ref.kind == DocumentKind::Pdf && !open.copier) {
+        open.copier = open_copier(ref.document);
+    }
+    return open;
+}
+
+Frame ReaderService::open(const DocumentRef& ref)
+{
+    OpenDocument& open = document(ref);
+    return encode_opened({open.source->page_count(), open.source->tags()});
+}
+
+Frame ReaderService::picture(const PictureCall& call, int region)
+{
+    const engine::PagePicture picture = document(call.document).source->picture(call.pageno, call.request);
+    PictureHeader header;
+    header.width = picture.width;
+    header.height = picture.height;
+    header.format = picture.format;
+    header.pixel_bytes = picture.pixels.size();
+    if (picture.compressed) {
+        header.has_compressed = true;
+        header.black_is_1 = picture.compressed->black_is_1;
+        header.compressed_bytes = picture.compressed->data.size();
+    }
+    if (header.total_bytes() > kPictureRegionBytes) {
+        throw Error(ErrorKind::Unsupported, "the page is too large to hand over", call.document.document.path,
+                    call.pageno);
+    }
+    write_region(region, 0, picture.pixels.data(), picture.pixels.size());
+    if (picture.compressed) {
+        write_region(region, picture.pixels.size(), picture.compressed->data.data(),
+                     picture.compressed->data.size());
+    }
+    return encode_picture_ready(header);
+}
+
+Frame ReaderService::text(const TextCall& call)
+{
+    return encode_text_ready(document(call.document).source->text(call.pageno));
+}
+
+Frame ReaderService::answer(const Frame& request, int region)
+{
+    const bool page_request = request.type == MessageType::Picture || request.type == MessageType::Text;
+    try {
+        switch (request.type) {
+        case MessageType::Open:
+            return open(decode_open(request));
+        case MessageType::Picture:
+            return picture(decode_picture(request), region);
+        case MessageType::Text:
+            return text(decode_text(request));
+        case MessageType::ProbePdf: {
+            const auto [path, password] = decode_probe_pdf(request);
+            return encode_pdf_probed(probe_pdf_file(path, password));
+        }
+        case MessageType::ProbeTiff:
+            return encode_tiff_probed(probe_tiff_file(decode_probe_tiff(request)));
+        default:
+            throw ProtocolError("not a request");
+        }
+    } catch (const Error& error) {
+        return encode_failed({error.kind(), error.reason()});
+    } catch (const std::bad_alloc&) {
+        documents_.clear();
+        return encode_failed({ErrorKind::Unsupported,
+                              std::string(page_request ? "the page" : "the document") +
+                                  " needs more memory than the limit of " +
+                                  std::to_string(memory_limit_mb_) + " MB",
+                              true});
+    } catch (const std::system_error& error) {
+        return encode_failed({ErrorKind::Unsupported, error.what()});
+    }
+}
+
+bool ReaderService::serve(int channel)
+{
+    for (;;) {
+        Frame request;
+        UniqueFd region;
+        Frame reply;
+        try {
+            request = receive_frame(channel, std::nullopt, &region);
+            if (static_cast<bool>(region) != (request.type == MessageType::Picture)) {
+                throw ProtocolError("a picture region with the wrong request");
+            }
+            reply = answer(request, region.get());
+        } catch (const ChannelClosed&) {
+            return true;
+        } catch (const ProtocolError&) {
+            return false;
+        }
+        region.reset();
+        try {
+            send_frame(channel, reply);
+        } catch (const ChannelClosed&) {
+            return true;
+        }
+    }
+}
+
+PdfProbeReply probe_pdf_file(const std::string& path, const std::string& password)
+{
+    PdfProbeReply reply;
+    try {
+        sources::MupdfDocument document(path, password);
+        reply.page_count = document.page_count();
+        reply.opened = reply.page_count > 0;
+        if (!reply.opened) {
+            reply.page_count = 0;
+        }
+    } catch (const Error& error) {
+        reply.password_refused = error.kind() == ErrorKind::Password;
+    }
+    return reply;
+}
+
+TiffProbeReply probe_tiff_file(const std::string& path)
+{
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    TIFFOpenOptionsSetErrorHandlerExtR(options, quiet_tiff_handler, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, quiet_tiff_handler, nullptr);
+    // Header only: a file of zero images opens and counts 0 instead of failing to open.
+    TIFF* tiff = TIFFOpenExt(path.c_str(), "rh", options);
+    TIFFOpenOptionsFree(options);
+    TiffProbeReply reply;
+    if (tiff == nullptr) {
+        return reply;
+    }
+    reply.image_count = static_cast<int>(TIFFNumberOfDirectories(tiff));
+    if (reply.image_count > 0 && TIFFSetDirectory(tiff, 0)) {
+        reply.readable = true;
+        reply.tiled = TIFFIsTiled(tiff) != 0;
+    }
+    TIFFClose(tiff);
+    return reply;
+}
+
+} // namespace qf::worker
