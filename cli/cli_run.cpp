@@ -121,6 +121,11 @@ int convert(const CliRequest& request, const std::filesystem::path& resources,
     ProgressBar bar;
     std::mutex output;
     run.set_listener([&](const engine::RunEvent& event) {
+        if (event.kind == engine::RunEventKind::PageDone) {
+            const std::lock_guard lock(output);
+            bar.set_pages(event.pages_done, event.pages_total);
+            return;
+        }
         if (event.line.empty()) {
             return;
         }

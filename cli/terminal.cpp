@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/terminal.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -113,16 +114,28 @@ void restore_terminal() noexcept
 
 ProgressBar::ProgressBar() : enabled_(::isatty(STDERR_FILENO) != 0) {}
 
+void ProgressBar::set_pages(int done, int total)
+{
+    pages_done_ = done;
+    pages_total_ = total;
+}
+
 void ProgressBar::draw(int done, int total)
 {
     if (!enabled_ || total <= 0) {
         return;
     }
     constexpr int kWidth = 30;
-    const int filled = done * kWidth / total;
+    // The document under way counts by the share of its pages that are through.
+    const bool within = done < total && pages_total_ > 0 && pages_done_ < pages_total_;
+    const double share = within ? static_cast<double>(pages_done_) / pages_total_ : 0.0;
+    const int filled = std::min(kWidth, static_cast<int>((done + share) * kWidth / total));
     std::string bar = "\r[" + std::string(static_cast<std::size_t>(filled), '#') +
                       std::string(static_cast<std::size_t>(kWidth - filled), '.') + "] " + std::to_string(done) +
                       "/" + std::to_string(total) + " documents";
+    if (within) {
+        bar += ", page " + std::to_string(pages_done_) + " of " + std::to_string(pages_total_);
+    }
     std::fputs(bar.c_str(), stderr);
     std::fflush(stderr);
     shown_ = true;

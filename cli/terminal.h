@@ -26,10 +26,13 @@ private:
 // for a program that ends at once.
 void restore_terminal() noexcept;
 
-// A one-line progress bar on standard error, drawn only when that is a terminal.
+// A one-line progress bar on standard error, drawn only when that is a terminal: the
+// documents finished, and the pages of the document under way.
 class ProgressBar {
 public:
     ProgressBar();
+    // The pages of the document under way's selection that are through.
+    void set_pages(int done, int total);
     void draw(int done, int total);
     // Clears the bar so that a log line can be printed in its place.
     void clear();
@@ -37,6 +40,8 @@ public:
 private:
     bool enabled_ = false;
     bool shown_ = false;
+    int pages_done_ = 0;
+    int pages_total_ = 0;
 };
 
 } // namespace qf::cli
