@@ -74,14 +74,16 @@ void BatchRun::walk_documents()
 
 bool BatchRun::combined_name_usable()
 {
-    const bool combined = snapshot_.mcombineall && (snapshot_.mformat == PdfMultipage || snapshot_.mformat == TiffMultipage);
+    const bool combined =
+        snapshot_.mcombineall && (snapshot_.mformat == PdfMultipage || snapshot_.mformat == TiffMultipage);
     if (!combined || snapshot_.mcombinedfilename.find('/') == std::string::npos) {
         return true;
     }
     // A name is not a place: one that holds a folder would put the file outside the folder
     // chosen for the outputs. Refused before anything is written, so no work is lost.
     fail(about(RunEventKind::Failed, nullptr), "a file name cannot hold \"/\"",
-         "The combined file name \"" + snapshot_.mcombinedfilename + "\" cannot be used: a file name cannot hold \"/\"");
+         "The combined file name \"" + snapshot_.mcombinedfilename +
+             "\" cannot be used: a file name cannot hold \"/\"");
     return false;
 }
 
@@ -94,15 +96,16 @@ bool BatchRun::make_scratch()
         // Only a combined PDF run keeps files of its own there; any other writes beside its
         // outputs and goes on.
         if (!(snapshot_.mcombineall && snapshot_.mformat == PdfMultipage)) {
-            fail(about(RunEventKind::Failed, nullptr), e.reason(), "The work folder could not be prepared: " + e.reason());
+            fail(about(RunEventKind::Failed, nullptr), e.reason(),
+                 "The work folder could not be prepared: " + e.reason());
             return true;
         }
         try {
             scratch = std::make_unique<ScratchFolder>(combined_pdf_path().first);
         } catch (const Error& beside) {
             fail(about(RunEventKind::Failed, nullptr), e.reason(),
-                 "The work folder could not be prepared: " + e.reason() + "; nor a scratch folder beside the combined file: " +
-                     beside.reason());
+                 "The work folder could not be prepared: " + e.reason() +
+                     "; nor a scratch folder beside the combined file: " + beside.reason());
             return false;
         }
     }

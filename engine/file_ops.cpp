@@ -3,8 +3,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <set>
@@ -39,8 +39,8 @@ constexpr std::size_t kRandomPart = 7; // ".XXXXXX"
 // The process id of a temporary's owner, or 0 when the name is not one of ours.
 pid_t owner_of(const std::string& name)
 {
-    if (name.compare(0, kScratchPrefix.size(), kScratchPrefix) != 0 || name.size() < kScratchPrefix.size() + 2 + kRandomPart ||
-        name[name.size() - kRandomPart] != '.') {
+    if (name.compare(0, kScratchPrefix.size(), kScratchPrefix) != 0 ||
+        name.size() < kScratchPrefix.size() + 2 + kRandomPart || name[name.size() - kRandomPart] != '.') {
         return 0;
     }
     long long pid = 0;

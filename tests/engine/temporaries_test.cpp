@@ -37,22 +37,18 @@ TEST(Temporaries, AnAbruptEndRemovesEveryOneUnderWay)
 TEST(Temporaries, ThoseOfAKilledProcessAreRecognisedAndOnlyThose)
 {
     test::TempFolder folder;
-    const std::string long_name(300, 'x'); // a temporary's name still fits
+    std::ofstream(folder / ".page.JPG.Ab12Cd") << "not ours"; // as an older build or another program names one
     const pid_t killed = ::fork();
     if (killed == 0) {
         sibling_temp_name(folder / "page.JPG");
-        sibling_temp_folder(folder / (long_name + ".PDF"));
+        sibling_temp_folder(folder / (std::string(300, 'x') + ".PDF")); // still a name that fits
         ::raise(SIGKILL);
     }
     ::waitpid(killed, nullptr, 0);
-    std::ofstream(folder / ".page.JPG.Ab12Cd") << "not ours"; // as an older build or another program names one
     ASSERT_EQ(folder.entries().size(), 3u);
-
-    // The first temporary of this process here clears the killed one's.
-    const fs::path mine = sibling_temp_name(folder / "live.JPG");
+    const fs::path mine = sibling_temp_name(folder / "live.JPG"); // the first here clears the killed one's
     remove_abandoned_temps(folder.path());
     EXPECT_EQ(folder.entries(), (std::vector<std::string>{".page.JPG.Ab12Cd", mine.filename().string()}));
-    discard_temp(mine);
 }
 
 } // namespace
