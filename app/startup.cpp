@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/startup.h"
 
+#include <csignal>
 #include <malloc.h>
 #include <system_error>
 
@@ -20,6 +21,14 @@ void tune_allocator()
 
 } // namespace
 
+void ignore_file_size_signal()
+{
+    // Past a file size limit the write then fails with EFBIG ("File too large") and the run
+    // reports it, instead of the program being killed without a word. Programs started later
+    // (the page readers) inherit it.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
 fs::path resources_folder()
 {
     std::error_code error;
@@ -35,6 +44,7 @@ fs::path resources_folder()
 
 Startup start_up()
 {
+    ignore_file_size_signal();
     tune_allocator();
     Startup startup;
     startup.work_folder = engine::work_folder();

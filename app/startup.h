@@ -12,11 +12,15 @@ struct Startup {
     std::filesystem::path resources;   // ICC profiles and the other files the program carries
 };
 
-// Tunes the allocator for page buffers, makes the work folder and removes the scratch folders
-// that runs killed outright left in it, and finds the resources. Call once, first thing in
-// main(), before any thread starts. Throws engine::Error(Output) when the work folder cannot be
-// made.
+// Ignores SIGXFSZ (see ignore_file_size_signal), tunes the allocator for page buffers, makes the
+// work folder and removes the scratch folders that runs killed outright left in it, and finds the
+// resources. Call once, first thing in main(), before any thread starts. Throws
+// engine::Error(Output) when the work folder cannot be made.
 Startup start_up();
+
+// Lets a write past the file size limit fail with "File too large" instead of killing the
+// program. Part of start_up(); on its own for a program that starts otherwise.
+void ignore_file_size_signal();
 
 // The folder of the application's resources: <prefix>/share/quirefold beside an installed
 // program, else the source tree's resources/.

@@ -54,12 +54,8 @@ void BatchRun::walk_documents()
 {
     isrunning_ = true;
     zoom_ = whole_val(snapshot_.mzoomfactor);
-    try {
-        auto scratch = std::make_unique<ScratchFolder>();
-        const std::lock_guard lock(scratch_mutex_);
-        scratch_ = std::move(scratch);
-    } catch (const Error& e) {
-        fail(about(RunEventKind::Failed, nullptr), e.reason(), "The work folder could not be prepared: " + e.reason());
+    if (!combined_name_usable() || !make_scratch()) {
+        return; // said once; nothing is touched
     }
     multitiff_ = services_.multipage_tiff ? services_.multipage_tiff() : nullptr;
     pool_ = jobs_ > 1 ? std::make_unique<WorkPool>(jobs_) : nullptr;
@@ -74,6 +70,48 @@ void BatchRun::walk_documents()
         run_document(row);
     }
     combined_tail();
+}
+
+bool BatchRun::combined_name_usable()
+{
+    const bool combined =
+        snapshot_.mcombineall && (snapshot_.mformat == PdfMultipage || snapshot_.mformat == TiffMultipage);
+    if (!combined || snapshot_.mcombinedfilename.find('/') == std::string::npos) {
+        return true;
+    }
+    // A name is not a place: one that holds a folder would put the file outside the folder
+    // chosen for the outputs. Refused before anything is written, so no work is lost.
+    fail(about(RunEventKind::Failed, nullptr), "a file name cannot hold \"/\"",
+         "The combined file name \"" + snapshot_.mcombinedfilename +
+             "\" cannot be used: a file name cannot hold \"/\"");
+    return false;
+}
+
+bool BatchRun::make_scratch()
+{
+    std::unique_ptr<ScratchFolder> scratch;
+    try {
+        scratch = std::make_unique<ScratchFolder>();
+    } catch (const Error& e) {
+        // Only a combined PDF run keeps files of its own there; any other writes beside its
+        // outputs and goes on.
+        if (!(snapshot_.mcombineall && snapshot_.mformat == PdfMultipage)) {
+            fail(about(RunEventKind::Failed, nullptr), e.reason(),
+                 "The work folder could not be prepared: " + e.reason());
+            return true;
+        }
+        try {
+            scratch = std::make_unique<ScratchFolder>(combined_pdf_path().first);
+        } catch (const Error& beside) {
+            fail(about(RunEventKind::Failed, nullptr), e.reason(),
+                 "The work folder could not be prepared: " + e.reason() +
+                     "; nor a scratch folder beside the combined file: " + beside.reason());
+            return false;
+        }
+    }
+    const std::lock_guard lock(scratch_mutex_);
+    scratch_ = std::move(scratch);
+    return true;
 }
 
 void BatchRun::run_document(int row)
@@ -293,9 +331,13 @@ void BatchRun::name_page(Document& doc, const PageWork& page)
     outputname_ = named.outputname;
     doc.outputpath = named.outputpath;
     doc.issinglepage = named.issinglepage;
+    doc.numbered = named.numbered_when_taken;
+    doc.number_stem = named.number_stem;
     const bool opens_output = theimageformat_ == PdfSinglePage || page.first;
     const bool combined_pdf = snapshot_.mcombineall && theimageformat_ == PdfMultipage;
-    if (opens_output && !combined_pdf && (holds_pdf(theimageformat_) || named.numbered_when_taken)) {
+    // Picture files are written ahead beside their names and need no claim.
+    const bool picture = theimageformat_ == Jpeg || theimageformat_ == Png || theimageformat_ == TiffSinglePage;
+    if (opens_output && !combined_pdf && !picture && (holds_pdf(theimageformat_) || named.numbered_when_taken)) {
         claim_output(doc, named.numbered_when_taken);
     }
     if (combined_pdf && page.first) {

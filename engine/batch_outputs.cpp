@@ -147,8 +147,14 @@ void BatchRun::write_picture_file(Document& doc, PageWork& page, bool stamp_it)
         return;
     }
     try {
-        commit_temp(page.encoded, doc.outputpath);
+        if (!doc.numbered) {
+            commit_temp(page.encoded, doc.outputpath);
+        }
+        while (doc.numbered && !commit_temp_if_free(page.encoded, doc.outputpath)) {
+            renumber(doc);
+        }
     } catch (const Error& e) {
+        discard_temp(page.encoded);
         fail_save(&doc, outputname_, e.reason());
         return;
     }
@@ -208,14 +214,19 @@ void BatchRun::drop_claim(Document& doc)
     }
 }
 
+void BatchRun::renumber(Document& doc)
+{
+    outputname_ = free_numbered_name(doc.number_stem, docext_of(format_text(theimageformat_)),
+                                     doc.outputpath.parent_path(), source_paths_);
+    doc.outputpath = doc.outputpath.parent_path() / outputname_;
+}
+
 bool BatchRun::publish(Document& doc)
 {
     if (doc.claim.empty()) {
         return true;
     }
     const fs::path written = doc.write_path();
-    const std::string docbase = docbase_of(doc.name());
-    const std::string docext = docext_of(format_text(theimageformat_));
     bool published = false;
     try {
         if (!doc.claim_numbered) {
@@ -223,8 +234,7 @@ bool BatchRun::publish(Document& doc)
         }
         // Another program may have taken the name since it was chosen: the next free one then.
         while (doc.claim_numbered && !commit_temp_if_free(written, doc.outputpath)) {
-            outputname_ = free_numbered_name(docbase, docext, doc.outputpath.parent_path(), source_paths_);
-            doc.outputpath = doc.outputpath.parent_path() / outputname_;
+            renumber(doc);
         }
         published = true;
     } catch (const Error& e) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "engine/options.h"
@@ -143,14 +144,25 @@ private:
     // name the next free number when another program took the name meanwhile. False, with a
     // line, when it cannot.
     bool publish(Document& doc);
+    // The next free numbered name for the document's output, which another program took.
+    void renumber(Document& doc);
     void open_combined_tiff();
     void combined_tail();
     void merge_tail();
     // Merges and secures into a private folder beside `combinedpath`, then gives the file its
     // name; false, with a line, when it cannot.
-    bool merge_into(const std::vector<std::filesystem::path>& finished, const std::filesystem::path& combinedpath,
-                    const std::string& combinedname);
+    // A numbered name is given only if no file has it when the merged file takes it.
+    bool merge_into(const std::vector<std::filesystem::path>& finished, std::filesystem::path combinedpath,
+                    std::string combinedname, bool numbered);
     void tiff_tail();
+    // The combined PDF's path and the name its lines give, before any numbering.
+    std::pair<std::filesystem::path, std::string> combined_pdf_path() const;
+    // False, with a line, when the combined file's name holds a folder.
+    bool combined_name_usable();
+    // The run's scratch folder: in the work folder, else (for a combined PDF run, which keeps
+    // its documents' files there) hidden beside the combined file. False, with one line, when
+    // a combined PDF run can have neither.
+    bool make_scratch();
     void stamp(const std::filesystem::path& file);
 
     // The log: each line goes out with its event.

@@ -19,20 +19,25 @@ std::string combined_name(const OptionSnapshot& snapshot)
     return snapshot.mcombinedfilename.empty() ? std::string("Combine") : snapshot.mcombinedfilename;
 }
 
-// A combined file never takes the place of a source document: "Combine 1.PDF" instead.
-fs::path avoid_sources(const fs::path& path, const std::vector<fs::path>& sources)
+// The first "stem N.ext" beside path that no file and no source takes.
+fs::path free_numbered(const fs::path& path, const std::vector<fs::path>& sources)
 {
-    if (!is_source_path(path, sources)) {
-        return path;
-    }
     const std::string stem = path.stem().string();
     const std::string extension = path.extension().string();
     for (long long n = 1;; ++n) {
         const fs::path candidate = path.parent_path() / (stem + " " + std::to_string(n) + extension);
-        if (!is_source_path(candidate, sources)) {
+        std::error_code error;
+        if (!is_source_path(candidate, sources) && !fs::exists(fs::symlink_status(candidate, error))) {
             return candidate;
         }
     }
+}
+
+// A combined file never takes the place of a source document: "Combine 1.PDF" instead, a name
+// no file has yet.
+fs::path avoid_sources(const fs::path& path, const std::vector<fs::path>& sources)
+{
+    return is_source_path(path, sources) ? free_numbered(path, sources) : path;
 }
 
 } // namespace
@@ -91,7 +96,7 @@ void BatchRun::tiff_tail()
     totalpage_ = 0;
 }
 
-void BatchRun::merge_tail()
+std::pair<fs::path, std::string> BatchRun::combined_pdf_path() const
 {
     const bool source_folder = saves_to_source_folder(snapshot_.msavein);
     const fs::path folder = source_folder ? fs::path(filelist_.front()[column::folder]) : fs::path(snapshot_.msavein);
@@ -102,7 +107,17 @@ void BatchRun::merge_tail()
         combinedpath += ".PDF";
         combinedname += ".PDF";
     }
-    combinedpath = avoid_sources(combinedpath, source_paths_);
+    return {combinedpath, combinedname};
+}
+
+void BatchRun::merge_tail()
+{
+    auto [combinedpath, combinedname] = combined_pdf_path();
+    const bool numbered = is_source_path(combinedpath, source_paths_);
+    if (numbered) {
+        combinedpath = avoid_sources(combinedpath, source_paths_);
+        combinedname = combinedpath.filename().string();
+    }
     RunEvent combining = about(RunEventKind::Combining, nullptr);
     combining.output = combinedpath;
     say(combining, "Combing Files and Saving to " + combinedname);
@@ -125,7 +140,7 @@ void BatchRun::merge_tail()
         fail_save(nullptr, combinedname, "PDF output is not available in this build");
         return;
     }
-    if (merge_into(finished, combinedpath, combinedname)) {
+    if (merge_into(finished, combinedpath, combinedname, numbered)) {
         for (const auto& path : countlist_) {
             std::error_code ignored;
             fs::remove(path, ignored);
@@ -133,8 +148,8 @@ void BatchRun::merge_tail()
     }
 }
 
-bool BatchRun::merge_into(const std::vector<fs::path>& finished, const fs::path& combinedpath,
-                          const std::string& combinedname)
+bool BatchRun::merge_into(const std::vector<fs::path>& finished, fs::path combinedpath, std::string combinedname,
+                          bool numbered)
 {
     // Merged and secured in a private folder beside it, the file takes its name only when
     // complete: a failure leaves an earlier file of that name as it was.
@@ -160,7 +175,17 @@ bool BatchRun::merge_into(const std::vector<fs::path>& finished, const fs::path&
                 return false;
             }
         }
-        commit_temp(written, combinedpath);
+        if (!numbered) {
+            commit_temp(written, combinedpath);
+        }
+        // A numbered name replaces no file: taken meanwhile, the next free one is.
+        while (numbered && !commit_temp_if_free(written, combinedpath)) {
+            combinedpath = free_numbered(combinedpath, source_paths_);
+            combinedname = combinedpath.filename().string();
+            RunEvent moved = about(RunEventKind::Combining, nullptr);
+            moved.output = combinedpath;
+            say(std::move(moved), "Combing Files and Saving to " + combinedname);
+        }
         for (const auto& line : lines) {
             RunEvent event = about(RunEventKind::NoLongerConforming, nullptr);
             event.output = combinedpath;

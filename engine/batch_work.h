@@ -36,6 +36,8 @@ struct BatchRun::Document {
     // when written in place.
     std::filesystem::path claim;
     bool claim_numbered = false; // the name is never to replace a file (the collision rule)
+    bool numbered = false;       // the same for the page under way, whether claimed or not
+    std::string number_stem;     // what a renumbering starts from
     int page_under_way = 0;      // the page being committed, for a failure that ends the document
 
     // The path the output is written to: outputpath, or the same name inside the claim.

@@ -3,10 +3,14 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
+#include <set>
 #include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 #include "engine/error.h"
@@ -26,7 +30,92 @@ mode_t file_mode()
     return mode;
 }
 
+// Every temporary beside a target starts with this and its owner's process id, so that a later
+// run recognises the ones a run killed outright left, and never touches a file of anyone else.
+constexpr std::string_view kScratchPrefix = ".quirefold-";
+constexpr std::size_t kNameMax = 255;
+constexpr std::size_t kRandomPart = 7; // ".XXXXXX"
+
+// The process id of a temporary's owner, or 0 when the name is not one of ours.
+pid_t owner_of(const std::string& name)
+{
+    if (name.compare(0, kScratchPrefix.size(), kScratchPrefix) != 0 ||
+        name.size() < kScratchPrefix.size() + 2 + kRandomPart || name[name.size() - kRandomPart] != '.') {
+        return 0;
+    }
+    long long pid = 0;
+    std::size_t at = kScratchPrefix.size();
+    for (; at < name.size() && name[at] >= '0' && name[at] <= '9' && pid < 100000000; ++at) {
+        pid = pid * 10 + (name[at] - '0');
+    }
+    if (at == kScratchPrefix.size() || at >= name.size() || name[at] != '-') {
+        return 0;
+    }
+    return static_cast<pid_t>(pid);
+}
+
+bool is_alive(pid_t pid)
+{
+    return pid == ::getpid() || ::kill(pid, 0) == 0 || errno == EPERM;
+}
+
+// Once per folder and process, before the first temporary goes there.
+void sweep_once(const std::filesystem::path& folder)
+{
+    static std::mutex mutex;
+    static std::set<std::string> swept;
+    {
+        const std::lock_guard lock(mutex);
+        if (!swept.insert(folder.lexically_normal().string()).second) {
+            return;
+        }
+    }
+    remove_abandoned_temps(folder);
+}
+
+// "folder/.quirefold-PID-NAME.XXXXXX" for mkstemp or mkdtemp; NAME is shortened (at a whole
+// character) when the whole would be longer than a file name may be.
+std::string temp_pattern(const std::filesystem::path& target)
+{
+    const auto folder = target.parent_path().empty() ? std::filesystem::path(".") : target.parent_path();
+    sweep_once(folder);
+    const std::string head = std::string(kScratchPrefix) + std::to_string(::getpid()) + "-";
+    std::string name = target.filename().string();
+    if (head.size() + name.size() + kRandomPart > kNameMax) {
+        name.resize(kNameMax - head.size() - kRandomPart);
+        while (!name.empty() && (static_cast<unsigned char>(name.back()) & 0xC0) == 0x80) {
+            name.pop_back();
+        }
+        if (!name.empty() && static_cast<unsigned char>(name.back()) >= 0xC0) {
+            name.pop_back();
+        }
+    }
+    return (folder / (head + name + ".XXXXXX")).string();
+}
+
 } // namespace
+
+void remove_abandoned_temps(const std::filesystem::path& folder) noexcept
+{
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+        const pid_t owner = owner_of(it->path().filename().string());
+        if (owner > 0 && !is_alive(owner)) {
+            std::error_code ignored;
+            std::filesystem::remove_all(it->path(), ignored);
+        }
+    }
+}
+
+std::filesystem::path hidden_scratch_folder(const std::filesystem::path& target)
+{
+    std::string pattern = temp_pattern(target);
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw Error(ErrorKind::Output, std::strerror(errno), target);
+    }
+    register_path(pattern, Removal::Tree);
+    return pattern;
+}
 
 std::string storage_failure(int error)
 {
@@ -36,8 +125,7 @@ std::string storage_failure(int error)
 
 std::filesystem::path sibling_temp_name(const std::filesystem::path& target)
 {
-    const auto folder = target.parent_path().empty() ? std::filesystem::path(".") : target.parent_path();
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    std::string pattern = temp_pattern(target);
     const int fd = ::mkstemp(pattern.data());
     if (fd < 0) {
         throw Error(ErrorKind::Output, std::strerror(errno), target);
@@ -50,8 +138,7 @@ std::filesystem::path sibling_temp_name(const std::filesystem::path& target)
 
 std::filesystem::path sibling_temp_folder(const std::filesystem::path& target)
 {
-    const auto folder = target.parent_path().empty() ? std::filesystem::path(".") : target.parent_path();
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    std::string pattern = temp_pattern(target);
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw Error(ErrorKind::Output, std::strerror(errno), target);
     }

@@ -12,14 +12,25 @@ namespace qf::engine {
 // other error number.
 std::string storage_failure(int error);
 
-// A free temporary name beside target: ".name.XXXXXX" in the same folder, so that a rename
-// onto target is atomic. The file is created empty and registered (see below).
+// A free temporary name beside target: ".quirefold-PID-name.XXXXXX" in the same folder (PID
+// this process's id), so that a rename onto target is atomic. The file is created empty and
+// registered (see below). The first temporary of a process in a folder removes what runs
+// killed outright left there (see remove_abandoned_temps).
 std::filesystem::path sibling_temp_name(const std::filesystem::path& target);
 
-// A private folder beside target (".name.XXXXXX"), in which a file is written under target's
+// A private folder beside target (named as sibling_temp_name's files), in which a file is written under target's
 // own file name before commit_temp_if_free gives it target's place. The folder and the file
 // path inside it are registered like temporaries (see below).
 std::filesystem::path sibling_temp_folder(const std::filesystem::path& target);
+
+// A hidden folder beside target, named as sibling_temp_name's files, for a run's scratch
+// files when the work folder cannot be had; registered as a tree. Throws Error(Output).
+std::filesystem::path hidden_scratch_folder(const std::filesystem::path& target);
+
+// Removes from `folder` the temporaries (files and folders) of the programs' processes that
+// are no longer alive; a name not made by sibling_temp_name's rule, or of a live process, is
+// left alone. Never throws.
+void remove_abandoned_temps(const std::filesystem::path& folder) noexcept;
 
 // Removes a folder of sibling_temp_folder with anything in it, and forgets it; never throws.
 void discard_temp_folder(const std::filesystem::path& folder) noexcept;

@@ -153,10 +153,15 @@ NamingResult name_output(const NamingRequest& request)
         result.outputname = numbered_name(docbase, docext, destination, true, sources);
     }
     result.numbered_when_taken = collision_rule;
+    result.number_stem = docbase;
     result.outputpath = place_output(request, result.outputname, docbase);
     if (is_source_path(result.outputpath, sources)) {
-        result.outputname = numbered_name(docbase, docext, result.outputpath.parent_path(), collision_rule, sources);
+        // Numbered from its own name, so that "four Page 002.PDF" of a document "four.PDF"
+        // stays apart from the outputs of a document "four Page 002.PDF".
+        result.number_stem = docbase_of(result.outputname);
+        result.outputname = numbered_name(result.number_stem, docext, result.outputpath.parent_path(), true, sources);
         result.outputpath = result.outputpath.parent_path() / result.outputname;
+        result.numbered_when_taken = true;
     }
     return result;
 }

@@ -53,12 +53,15 @@ struct NamingResult {
     std::filesystem::path outputpath;
     bool issinglepage = false; // one output file per page of a longer document
     bool numbered_when_taken = false; // the collision rule applies: never replace a file
+    // The name a renumbering starts from ("four Page 002" for "four Page 002 1.PDF").
+    std::string number_stem;
 };
 
 // outputname and outputpath of a page. Creates the per-document subfolder when that rule
 // applies. A multipage format keeps its name after the first page of the selection. A whole
 // selection in a multipage format, and any output whose path would be a source document's,
-// takes the first free name "docbase N.EXT".
+// takes the first free name "docbase N.EXT" (for a source's path, "NAME N.EXT" of the name it
+// would have had), one no file has yet.
 NamingResult name_output(const NamingRequest& request);
 
 // The first "docbase N.EXT" from 1 in `folder` that no file and no source takes.

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "engine/error.h"
+#include "engine/file_ops.h"
 #include "engine/path_registry.h"
 
 namespace qf::engine {
@@ -63,6 +64,8 @@ ScratchFolder::ScratchFolder()
         lock_fd_ = -1;
     }
 }
+
+ScratchFolder::ScratchFolder(const fs::path& target) : path_(hidden_scratch_folder(target)) {}
 
 ScratchFolder::~ScratchFolder()
 {

@@ -15,6 +15,9 @@ std::filesystem::path work_folder();
 class ScratchFolder {
 public:
     ScratchFolder();
+    // A hidden folder beside `target` instead (see hidden_scratch_folder), for a run that cannot
+    // have the work folder: a later run into that folder removes it if this run is killed.
+    explicit ScratchFolder(const std::filesystem::path& target);
     ~ScratchFolder();
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;

@@ -134,6 +134,16 @@ TEST_F(Cli, BadInputsGetALineAndStatusThree)
     EXPECT_LT(result.peak_kib, 700 * 1024);
 }
 
+TEST_F(Cli, AFileSizeLimitFailsTheWriteWithALine)
+{
+    make_tiff(folder / "in" / "big.tif", {TiffPage{.width = 2000, .height = 2000}});
+    // Started with SIGXFSZ at its default, as a shell starts it: the signal would end the program.
+    auto argv = cli_command({"--format", "jpeg", "-o", (folder / "out").string(), (folder / "in/big.tif").string()});
+    argv.insert(argv.begin(), {"env", "--default-signal=XFSZ"});
+    const auto result = run_process(argv, {.data_home = folder / "data", .file_size = 4096});
+    EXPECT_TRUE(has_line(result.out, "big.JPG could not be saved: File too large")) << result.output << result.err;
+}
+
 TEST_F(Cli, UsageErrorsEndWithStatusTwo)
 {
     make_tiff(folder / "in" / "a.tif", {TiffPage{}});

@@ -2,6 +2,8 @@
 // What a program that ends at once removes: every temporary under way, however many.
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "engine/file_ops.h"
 #include "tests/support/tiff_fixtures.h"
@@ -30,6 +32,23 @@ TEST(Temporaries, AnAbruptEndRemovesEveryOneUnderWay)
         remove_registered_temps();
         EXPECT_TRUE(fs::is_empty(folder.path()));
     }
+}
+
+TEST(Temporaries, ThoseOfAKilledProcessAreRecognisedAndOnlyThose)
+{
+    test::TempFolder folder;
+    std::ofstream(folder / ".page.JPG.Ab12Cd") << "not ours"; // as an older build or another program names one
+    const pid_t killed = ::fork();
+    if (killed == 0) {
+        sibling_temp_name(folder / "page.JPG");
+        sibling_temp_folder(folder / (std::string(300, 'x') + ".PDF")); // still a name that fits
+        ::raise(SIGKILL);
+    }
+    ::waitpid(killed, nullptr, 0);
+    ASSERT_EQ(folder.entries().size(), 3u);
+    const fs::path mine = sibling_temp_name(folder / "live.JPG"); // the first here clears the killed one's
+    remove_abandoned_temps(folder.path());
+    EXPECT_EQ(folder.entries(), (std::vector<std::string>{".page.JPG.Ab12Cd", mine.filename().string()}));
 }
 
 } // namespace

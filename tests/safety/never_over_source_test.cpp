@@ -88,13 +88,13 @@ TEST(NeverOverASource, EveryOutputKindTakesTheNumberedName)
          false,
          "",
          {"memo 1.PDF", "memo 2.PDF"}},
-        // Pages of same-named documents share a name, so the second replaces the first's.
+        // A numbered name is one no file has yet, not even the run's own.
         {"a later source's name, per page",
          "TIFF (Single Page)",
          {"x.tif", "x.TIF"},
          false,
          "",
-         {"x 1.TIF"}},
+         {"x 1.TIF", "x 2.TIF"}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.title);
@@ -160,7 +160,7 @@ TEST(NeverOverASource, TextAndPicturesBesideLinksToTheSourcesLeaveThemAlone)
     EXPECT_TRUE(seal_of(folder / "in" / "scan.tif") == scan);
     EXPECT_TRUE(fs::is_symlink(folder / "out" / "notes.TXT"));
     EXPECT_EQ(undecodable(folder / "out" / "notes 1.TXT"), "");
-    EXPECT_EQ(undecodable(folder / "out" / "scan 1.PNG"), "");
+    EXPECT_EQ(undecodable(folder / "out" / "scan Page 001 1.PNG"), "");
     EXPECT_EQ(undecodable(folder / "out" / "scan Page 002.PNG"), "");
 }
 
