@@ -23,14 +23,16 @@ constexpr const char* kCredit = "\u00a9 2026 The Quirefold developers";
 constexpr const char* kSiteText = "quirefold.org";
 constexpr const char* kSiteUrl = "https://quirefold.org";
 
-QLabel* centred_label(const QString& text, int points, QWidget* parent)
+// The window's 300 by 259 was laid out where a point is one logical pixel; sizing the labels
+// in pixels keeps the image and three lines inside it at any screen resolution.
+QLabel* centred_label(const QString& text, int size, QWidget* parent)
 {
     auto* label = new QLabel(text, parent);
     label->setTextFormat(Qt::PlainText);
     label->setAlignment(Qt::AlignCenter);
     QFont font = label->font();
     font.setBold(true);
-    font.setPointSize(points);
+    font.setPixelSize(size);
     label->setFont(font);
     return label;
 }
@@ -81,7 +83,7 @@ public:
 
         // Image and version at the top; credit and address keep their distance to the bottom.
         auto* layout = new QVBoxLayout(this);
-        layout->setContentsMargins(0, 6, 0, 8);
+        layout->setContentsMargins(0, 8, 0, 10);
         layout->setSpacing(0);
         layout->addWidget(image, 0, Qt::AlignHCenter);
         layout->addWidget(version);
