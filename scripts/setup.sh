@@ -15,7 +15,7 @@ packages=(
     libtiff-dev libtiff-tools libjpeg62-turbo-dev libspng-dev
     libgraphicsmagick++1-dev libpugixml-dev libcurl4-openssl-dev liblcms2-dev
     libgtest-dev libimage-exiftool-perl
-    qt6-base-dev qt6-svg-dev libqt6svg6 xvfb xauth
+    qt6-base-dev qt6-svg-dev libqt6svg6 xvfb xauth fonts-dejavu-core
     default-jre-headless libpdfbox2-java libfontbox2-java libcommons-logging-java libactivation-java libjaxb-api-java
 )
 

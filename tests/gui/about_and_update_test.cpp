@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The Help menu's services in a real window: the update check's answers, the about window and
+// the help document.
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <QUrl>
+#include <algorithm>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <memory>
+
+#include "settings/option_table.h"
+#include "shell/about_dialog.h"
+#include "shell/help_document.h"
+#include "shell/update_check_dialog.h"
+#include "sources/pdf_mupdf.h"
+#include "tests/support/loopback_http.h"
+
+namespace qf::shell {
+namespace {
+
+using namespace std::chrono_literals;
+using test::HttpReply;
+using test::LoopbackHttpServer;
+
+// Takes the URLs the program hands to the desktop, for as long as it lives.
+class OpenedUrls : public QObject {
+    Q_OBJECT
+public:
+    OpenedUrls()
+    {
+        for (const char* scheme : {"http", "https", "file"}) {
+            QDesktopServices::setUrlHandler(scheme, this, "open");
+        }
+    }
+    ~OpenedUrls() override
+    {
+        for (const char* scheme : {"http", "https", "file"}) {
+            QDesktopServices::unsetUrlHandler(scheme);
+        }
+    }
+    QList<QUrl> urls;
+
+public slots:
+    void open(const QUrl& url) { urls.append(url); }
+};
+
+bool check_under_way(const QWidget& window)
+{
+    return window.findChild<QObject*>("qf_update_check") != nullptr;
+}
+
+QMessageBox* answer_box(const QWidget& window)
+{
+    const auto boxes = window.findChildren<QMessageBox*>();
+    return boxes.isEmpty() ? nullptr : boxes.first();
+}
+
+// Each server answer, asked at start (announce false) and from the menu: what is shown, as
+// plain text over the window, and what a Yes or No opens.
+TEST(UpdateCheckWindow, ShowsEachAnswerOverTheWindow)
+{
+    const std::string newer = "<b>" + app::local_version() + ".1</b>"; // sorts after the local version
+    const std::string offer = "There is an Updated Version " + newer + " available. Do You Want to Download It Now ?";
+    const struct {
+        const char* what;
+        std::string body;
+        bool announce;
+        std::string shown; // empty: nothing is shown
+        QMessageBox::StandardButton press;
+        bool download_opened;
+    } cases[] = {
+        {"offer at start, accepted", newer, false, offer, QMessageBox::Yes, true},
+        {"offer from the menu, declined", newer, true, offer, QMessageBox::No, false},
+        {"up to date from the menu", app::local_version(), true, "You are currently up to date", QMessageBox::Ok, false},
+        {"up to date at start", app::local_version(), false, "", QMessageBox::Ok, false},
+        {"no answer from the menu", "", true,
+         "Our Update Server cannot be reached at the moment. Please try again later", QMessageBox::Ok, false},
+        {"no answer at start", "", false, "", QMessageBox::Ok, false},
+    };
+    for (const auto& c : cases) {
+        // The server answers late: the call must return before it does.
+        LoopbackHttpServer server({200, c.body, "", 300ms});
+        OpenedUrls opened;
+        QWidget window;
+        window.show();
+        const auto start = std::chrono::steady_clock::now();
+        check_for_updates(&window, c.announce, {server.url("/ver/quirefold.txt"), "https://example.org/get"});
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 200ms) << c.what;
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !check_under_way(window); }, 10000)) << c.what;
+        QTest::qWait(20);
+        QMessageBox* box = answer_box(window);
+        if (c.shown.empty()) {
+            EXPECT_EQ(box, nullptr) << c.what;
+            continue;
+        }
+        ASSERT_NE(box, nullptr) << c.what;
+        EXPECT_TRUE(box->isVisible()) << c.what;
+        EXPECT_EQ(box->text().toStdString(), c.shown) << c.what;
+        EXPECT_EQ(box->textFormat(), Qt::PlainText) << c.what;
+        ASSERT_NE(box->button(c.press), nullptr) << c.what;
+        box->button(c.press)->click();
+        QTest::qWait(20);
+        EXPECT_EQ(opened.urls, c.download_opened ? QList<QUrl>{QUrl("https://example.org/get")} : QList<QUrl>{})
+            << c.what;
+    }
+}
+
+// Closing the window during a check calls the request off at once and shows nothing.
+TEST(UpdateCheckWindow, ClosingTheWindowCallsTheCheckOff)
+{
+    LoopbackHttpServer server({200, "99", "", 20s});
+    auto window = std::make_unique<QWidget>();
+    check_for_updates(window.get(), true, {server.url("/ver/quirefold.txt"), ""});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !server.requested_paths().empty(); }, 5000));
+    const auto start = std::chrono::steady_clock::now();
+    window.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+    QTest::qWait(50);
+    const auto windows = QApplication::topLevelWidgets();
+    EXPECT_TRUE(std::none_of(windows.begin(), windows.end(),
+                             [](QWidget* shown) { return qobject_cast<QMessageBox*>(shown) != nullptr; }));
+}
+
+// The about window: its size and image; a press on the background hides it, the next About
+// shows the same window; a press on the address opens the site, a key there opens nothing.
+TEST(AboutWindow, ShowsHidesAndOpensTheSite)
+{
+    OpenedUrls opened;
+    QWidget window;
+    window.show();
+    show_about(&window);
+    auto* about = window.findChild<QDialog*>("aboutwindow");
+    ASSERT_NE(about, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(about));
+    EXPECT_EQ(about->size(), QSize(300, 259));
+    EXPECT_EQ(about->minimumSize(), about->maximumSize());
+    const auto* image = about->findChild<QLabel*>("ImageMBS1");
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->pixmap().size(), QSize(200, 200)); // the application image was found
+    const auto* version = about->findChild<QLabel*>("Label1");
+    EXPECT_TRUE(version->text().startsWith("Quirefold v")) << version->text().toStdString();
+
+    auto* site = about->findChild<QLabel*>("Label5");
+    QTest::keyClick(site, Qt::Key_Return);
+    EXPECT_TRUE(opened.urls.isEmpty());
+    QTest::mouseClick(site, Qt::LeftButton);
+    ASSERT_EQ(opened.urls.size(), 1);
+    EXPECT_EQ(opened.urls.first().scheme(), "https");
+    EXPECT_TRUE(about->isVisible());
+
+    QTest::mouseClick(about, Qt::LeftButton, {}, QPoint(5, 5));
+    EXPECT_FALSE(about->isVisible());
+    show_about(&window);
+    EXPECT_EQ(window.findChild<QDialog*>("aboutwindow"), about);
+    EXPECT_TRUE(about->isVisible());
+}
+
+// The help item opens the built help document, which covers every option of the command line.
+TEST(HelpDocument, OpensTheDocumentThatCoversEveryOption)
+{
+    OpenedUrls opened;
+    open_help(nullptr);
+    ASSERT_EQ(opened.urls.size(), 1);
+    ASSERT_TRUE(opened.urls.first().isLocalFile());
+    sources::MupdfDocument help(opened.urls.first().toLocalFile().toStdString(), "");
+    std::string text;
+    for (int index = 0; index < help.page_count(); ++index) {
+        text += help.load_page(index).text();
+    }
+    std::erase(text, '\n'); // a flag broken over two lines still counts
+    for (const auto& spec : settings::option_table()) {
+        EXPECT_NE(text.find("--" + std::string(spec.cli_flag)), std::string::npos) << spec.cli_flag;
+    }
+    for (const char* subject : {"Page Ranges", "Load Folders", ".qfk", "has been Saved", "Check for Updates"}) {
+        EXPECT_NE(text.find(subject), std::string::npos) << subject;
+    }
+}
+
+} // namespace
+} // namespace qf::shell
+
+#include "about_and_update_test.moc"
