@@ -4,6 +4,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QShortcut>
 #include <algorithm>
 #include <cmath>
 
@@ -19,6 +20,8 @@ constexpr double kMostZoom = 8.0;
 // The steps that reach the bounds: 1.25^-7 is below 25 %, 1.25^10 above 800 %.
 constexpr int kLeastStep = -7;
 constexpr int kMostStep = 10;
+// The longest side of a picture the view asks for, in pixels.
+constexpr double kLargestSide = 16384;
 
 double zoom_of(int step)
 {
@@ -45,6 +48,8 @@ public:
         fit();
     }
     const QImage& image() const { return image_; }
+    // The longer side of the page in units; 0 before the first picture.
+    double page_side() const { return std::max(image_.width(), image_.height()) * units_per_pixel_; }
 
 protected:
     void paintEvent(QPaintEvent*) override
@@ -74,7 +79,7 @@ private:
 EnlargedView::EnlargedView(PreviewPane& pane, QWidget* parent)
     : QWidget(parent, Qt::Tool | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
                           Qt::WindowMaximizeButtonHint),
-      pane_(pane), gate_(std::make_shared<DeliveryGate>(this))
+      pane_(&pane), fetcher_(pane.fetcher()), gate_(std::make_shared<DeliveryGate>(this))
 {
     setObjectName("previewwindow");
     setWindowTitle("Full Page View");
@@ -102,14 +107,16 @@ EnlargedView::EnlargedView(PreviewPane& pane, QWidget* parent)
     pubdown_ = make_button("-", "Zoom Out", "pubdown");
     connect(pubup_, &QPushButton::clicked, this, &EnlargedView::zoom_in);
     connect(pubdown_, &QPushButton::clicked, this, &EnlargedView::zoom_out);
-    connect(&pane_, &PreviewPane::shownPageChanged, this, &EnlargedView::follow_pane);
+    connect(new QShortcut(QKeySequence::ZoomIn, this), &QShortcut::activated, this, &EnlargedView::zoom_in);
+    connect(new QShortcut(QKeySequence::ZoomOut, this), &QShortcut::activated, this, &EnlargedView::zoom_out);
+    connect(&pane, &PreviewPane::shownPageChanged, this, &EnlargedView::follow_pane);
     set_zoom_step(0);
 }
 
 EnlargedView::~EnlargedView()
 {
     gate_->close();
-    pane_.fetcher()->cancel(Channel::Enlarged);
+    fetcher_->cancel(Channel::Enlarged);
 }
 
 void EnlargedView::open_view()
@@ -175,11 +182,14 @@ void EnlargedView::follow_pane()
 
 void EnlargedView::request_page()
 {
-    const auto shown = pane_.shown_page();
+    if (pane_ == nullptr) {
+        return;
+    }
+    const auto shown = pane_->shown_page();
     if (!shown) {
         // Nothing is selected: the pane's last picture, if any, is what there is to show.
-        if (!pane_.picture().isNull() && canvas_->image().isNull()) {
-            canvas_->set_image(pane_.picture(), 1.0);
+        if (!pane_->picture().isNull() && canvas_->image().isNull()) {
+            canvas_->set_image(pane_->picture(), 1.0);
         }
         return;
     }
@@ -188,7 +198,13 @@ void EnlargedView::request_page()
     job.page = shown->page;
     job.event = PictureEvent::Enlarged;
     job.pixels_per_point = zoom() * devicePixelRatioF();
-    awaited_ = pane_.fetcher()->submit(Channel::Enlarged, std::move(job), [gate = gate_, this](FetchedPicture fetched) {
+    // A page so large at this zoom that its picture would pass kLargestSide pixels is drawn at
+    // the largest scale that stays within it, and enlarged on screen.
+    const double page_side = canvas_->page_side();
+    if (page_side > 0 && page_side * job.pixels_per_point > kLargestSide) {
+        job.pixels_per_point = kLargestSide / page_side;
+    }
+    awaited_ = fetcher_->submit(Channel::Enlarged, std::move(job), [gate = gate_, this](FetchedPicture fetched) {
         QImage image = to_qimage(fetched.picture);
         gate->post([this, fetched = std::move(fetched), image = std::move(image)]() mutable {
             take(std::move(fetched), std::move(image));

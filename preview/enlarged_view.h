@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QImage>
+#include <QPointer>
 #include <QWidget>
 #include <cstdint>
 #include <memory>
@@ -26,7 +27,7 @@ class PreviewPane;
 class EnlargedView : public QWidget {
     Q_OBJECT
 public:
-    // A window over `parent` (the main window) that follows `pane`, which must outlive it.
+    // A window over `parent` (the main window) that follows `pane` while both live.
     explicit EnlargedView(PreviewPane& pane, QWidget* parent = nullptr);
     ~EnlargedView() override;
 
@@ -55,7 +56,8 @@ private:
     void set_zoom_step(int step);
     void take(FetchedPicture fetched, QImage image);
 
-    PreviewPane& pane_;
+    QPointer<PreviewPane> pane_;
+    std::shared_ptr<PictureFetcher> fetcher_;
     std::shared_ptr<DeliveryGate> gate_;
     QScrollArea* imagepreview_ = nullptr;
     PageCanvas* canvas_ = nullptr;

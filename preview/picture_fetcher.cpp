@@ -209,6 +209,20 @@ void PictureFetcher::serve()
     }
 }
 
+worker::WorkerSettings preview_worker_settings()
+{
+    constexpr std::size_t kCeilingMb = 1024;
+    worker::WorkerSettings settings = worker::default_worker_settings(1);
+    if (settings.memory_limit_mb > kCeilingMb) {
+        const std::size_t excess = settings.memory_limit_mb - kCeilingMb;
+        settings.memory_limit_mb = kCeilingMb;
+        if (settings.data_limit_mb > excess) {
+            settings.data_limit_mb -= excess;
+        }
+    }
+    return settings;
+}
+
 engine::PagePicture reduce_picture(const engine::PagePicture& picture, int factor)
 {
     if (factor <= 1 || picture.empty() || picture.format != engine::PixelFormat::Rgb8) {

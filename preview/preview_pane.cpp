@@ -59,7 +59,7 @@ PreviewPane::PreviewPane(QWidget* parent, std::shared_ptr<PictureFetcher> fetche
     : QFrame(parent), fetcher_(std::move(fetcher)), gate_(std::make_shared<DeliveryGate>(this))
 {
     if (!fetcher_) {
-        fetcher_ = std::make_shared<PictureFetcher>(worker::default_worker_settings(1));
+        fetcher_ = std::make_shared<PictureFetcher>(preview_worker_settings());
     }
     setObjectName("RoundRectangle1");
     setFrameStyle(QFrame::StyledPanel | QFrame::Plain);
@@ -68,6 +68,7 @@ PreviewPane::PreviewPane(QWidget* parent, std::shared_ptr<PictureFetcher> fetche
     previewpic_->setObjectName("previewpic");
     previewpic_->setAccessibleName("Page Preview");
     previewpic_->setContextMenuPolicy(Qt::CustomContextMenu);
+    previewpic_->setFocusPolicy(Qt::StrongFocus); // the menu key opens its menu
     label20_ = new QLabel("Page Number", this);
     label20_->setObjectName("Label20");
     viewpageno_ = new QComboBox(this);
