@@ -19,6 +19,7 @@ struct Reading {
     const PictureJob& job;
     const std::function<bool()>& current;
 
+    // Called before each read too: an abort reaches only a request already under way.
     void check_current() const
     {
         if (!current()) {
@@ -41,6 +42,7 @@ struct Reading {
         engine::RenderRequest render;
         render.dpi = dpi;
         render.zoom = 1;
+        check_current();
         return pool.picture({document(worker::DocumentKind::Pdf, engine::kTiledNo), pageno, render});
     }
 
@@ -48,6 +50,7 @@ struct Reading {
     engine::PagePicture tiff_image(bool tiled_image, int index) const
     {
         const auto ref = document(worker::DocumentKind::Tiff, tiled_image ? engine::kTiledYes : engine::kTiledNo);
+        check_current();
         return pool.picture({ref, tiled_image ? 1 : index + 1, {}});
     }
 

@@ -130,10 +130,13 @@ void PreviewPane::show_row(const engine::ListRow& row, int row_index)
     thename_ = file;
     shown_row_ = row;
     first_page_.reset();
-    viewpageno_->clear();
+    QStringList pages;
+    pages.reserve(fill.rows);
     for (int page = 1; page <= fill.rows; ++page) {
-        viewpageno_->addItem(QString::number(page));
+        pages.append(QString::number(page));
     }
+    viewpageno_->clear();
+    viewpageno_->addItems(pages);
     viewpageno_->setCurrentIndex(0);
     viewpageno_->setEnabled(fill.enabled);
     request(PictureEvent::Selection, 1);
