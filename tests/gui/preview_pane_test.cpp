@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <QComboBox>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "preview/enlarged_view.h"
+#include "preview/preview_pane.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/tiff_fixtures.h"
+
+namespace qf::preview {
+namespace {
+
+constexpr int kWaitMs = 60'000;
+
+engine::ListRow row_for(const std::filesystem::path& file, int pages, const char* tag = "tiled~no")
+{
+    engine::ListRow row;
+    row.cells = {file.filename().string(), std::to_string(pages), "1", std::to_string(pages), "",
+                 file.parent_path().string(), ""};
+    row.tag = tag;
+    return row;
+}
+
+// A pane whose picture well is the design's 324 by 400.
+class PaneTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        pane.resize(420, 520);
+        pane.show();
+        QWidget* well = pane.findChild<QWidget*>("previewpic");
+        ASSERT_NE(well, nullptr);
+        pane.resize(QSize(324, 400) + pane.size() - well->size());
+        QCoreApplication::processEvents();
+        ASSERT_EQ(well->size(), QSize(324, 400));
+    }
+
+    // Selects the row and waits for its picture.
+    bool show_and_wait(const engine::ListRow& row, int index)
+    {
+        const std::uint64_t before = shown;
+        pane.show_row(row, index);
+        return QTest::qWaitFor([&] { return shown > before; }, kWaitMs);
+    }
+
+    qf::test::TempFolder folder;
+    PreviewPane pane;
+    std::uint64_t shown = 0;
+    QMetaObject::Connection counting = QObject::connect(&pane, &PreviewPane::pictureShown, [this] { ++shown; });
+};
+
+TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
+{
+    using test::PdfPageSpec;
+    test::write_pdf(folder / "portrait.pdf", {PdfPageSpec{612, 792}, PdfPageSpec{612, 792}});
+    test::write_pdf(folder / "landscape.pdf", {PdfPageSpec{792, 612}});
+    test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90}});
+    test::write_pdf(folder / "small.pdf", {PdfPageSpec{200, 300}, PdfPageSpec{200, 300}});
+    test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
+                                           test::TiffPage{.width = 2000, .height = 3000}});
+    test::make_tiff(folder / "small.tif", {test::TiffPage{.width = 64, .height = 48}});
+    const struct {
+        const char* name;
+        int pages;
+        int page; // chosen in the popup after selection; 1: none
+        int width, height; // PDF: the box asked for
+        int factor;        // TIFF: the read reduction
+        QSize picture;     // TIFF: the picture shown
+    } cases[] = {
+        {"portrait.pdf", 2, 1, 1296, 1600, 1, {}},
+        {"portrait.pdf", 2, 2, 648, 800, 1, {}},
+        {"landscape.pdf", 1, 1, 1296, 1600, 1, {}},
+        {"rotated.pdf", 1, 1, 1296, 1600, 1, {}},
+        {"small.pdf", 2, 1, 800, 1200, 1, {}},
+        {"small.pdf", 2, 2, 400, 600, 1, {}},
+        {"large.tif", 2, 1, 0, 0, 2, {1000, 1500}}, // 3000 / 800 -> 3
+        {"large.tif", 2, 2, 0, 0, 4, {500, 750}},   // 3000 / 400 -> 7
+        {"small.tif", 1, 1, 0, 0, 1, {64, 48}},
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(show_and_wait(row_for(folder / c.name, c.pages), 0)) << c.name;
+        if (c.page > 1) {
+            const std::uint64_t before = shown;
+            pane.page_popup()->setCurrentIndex(c.page - 1);
+            ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs)) << c.name;
+        }
+        const PictureRequest& request = pane.shown_request();
+        EXPECT_EQ(request.pageno, c.page) << c.name;
+        if (request.type == DocumentType::Pdf) {
+            EXPECT_EQ(QSize(request.width, request.height), QSize(c.width, c.height)) << c.name;
+            // The page was drawn to fill the box along one side and stay within the other.
+            const QSize drawn = pane.picture().size();
+            EXPECT_LE(drawn.width(), c.width + 1) << c.name;
+            EXPECT_LE(drawn.height(), c.height + 1) << c.name;
+            EXPECT_GE(std::max(drawn.width() * 100 / c.width, drawn.height() * 100 / c.height), 98) << c.name;
+        } else {
+            EXPECT_EQ(request.type, DocumentType::Tiff) << c.name;
+            EXPECT_EQ(request.reduce_factor, c.factor) << c.name;
+            EXPECT_EQ(pane.picture().size(), c.picture) << c.name;
+        }
+    }
+}
+
+TEST_F(PaneTest, MovedFileEmptiesThePaneAndSelectingAnotherRecovers)
+{
+    test::write_pdf(folder / "kept.pdf", {test::PdfPageSpec{}, test::PdfPageSpec{}, test::PdfPageSpec{}});
+    ASSERT_TRUE(show_and_wait(row_for(folder / "kept.pdf", 3), 0));
+    ASSERT_FALSE(pane.picture().isNull());
+
+    pane.show_row(row_for(folder / "gone.pdf", 3), 1);
+    EXPECT_TRUE(pane.picture().isNull());
+    EXPECT_EQ(pane.page_popup()->count(), 0);
+    EXPECT_FALSE(pane.page_popup()->isEnabled());
+    auto* message = pane.findChild<QMessageBox*>();
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(message->text(), "This File has been moved or deleted");
+    message->close();
+
+    ASSERT_TRUE(show_and_wait(row_for(folder / "kept.pdf", 3), 0));
+    EXPECT_EQ(pane.page_popup()->count(), 3);
+    EXPECT_TRUE(pane.page_popup()->isEnabled());
+
+    // Clearing the list empties the pane and leaves the popup its single row "1".
+    pane.clear();
+    EXPECT_TRUE(pane.picture().isNull());
+    EXPECT_EQ(pane.page_popup()->count(), 1);
+    EXPECT_EQ(pane.page_popup()->itemText(0), "1");
+    EXPECT_FALSE(pane.enlarged_view_action()->isEnabled());
+}
+
+TEST_F(PaneTest, ResizeDrawsThePageAgainForTheNewSize)
+{
+    test::write_pdf(folder / "letter.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{612, 792}});
+    ASSERT_TRUE(show_and_wait(row_for(folder / "letter.pdf", 2), 0));
+    const std::uint64_t before = shown;
+    pane.resize(pane.size() + QSize(76, 100)); // the well becomes 400 by 500
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs));
+    EXPECT_EQ(QSize(pane.shown_request().width, pane.shown_request().height), QSize(800, 1000));
+    EXPECT_EQ(pane.shown_request().pageno, 1);
+}
+
+TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
+{
+    test::write_pdf(folder / "first.pdf", {test::PdfPageSpec{792, 612}});
+    test::write_pdf(folder / "second.pdf", {test::PdfPageSpec{200, 300}});
+    pane.show_row(row_for(folder / "first.pdf", 1), 0);
+    // A job queued behind the pane's on the shared worker: once it is through, the first
+    // picture is waiting in the event queue, undelivered.
+    std::atomic<bool> through{false};
+    PictureJob marker;
+    marker.row = row_for(folder / "second.pdf", 1);
+    marker.event = PictureEvent::Enlarged;
+    pane.fetcher()->submit(Channel::Enlarged, marker, [&](FetchedPicture) { through = true; });
+    for (int waited = 0; !through && waited < kWaitMs; waited += 10) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(through);
+
+    std::vector<QSize> pictures;
+    QObject::connect(&pane, &PreviewPane::pictureShown, [&] { pictures.push_back(pane.picture().size()); });
+    ASSERT_TRUE(show_and_wait(row_for(folder / "second.pdf", 1), 1));
+    QTest::qWait(200);
+    ASSERT_EQ(pictures.size(), 1u);
+    EXPECT_EQ(pictures[0], QSize(800, 1200)); // the second document's, four times its size
+}
+
+TEST_F(PaneTest, DocumentSlowToDrawIsAbandonedForTheNextSelection)
+{
+    test::write_doubling_forms_pdf(folder / "slow.pdf", 26);
+    test::write_pdf(folder / "quick.pdf", {test::PdfPageSpec{200, 300}});
+    pane.show_row(row_for(folder / "slow.pdf", 1), 0);
+    QTest::qWait(300);
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_TRUE(show_and_wait(row_for(folder / "quick.pdf", 1), 1));
+    // Far sooner than the slow page would take (its reader gives up after two minutes).
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
+    EXPECT_EQ(pane.picture().size(), QSize(800, 1200));
+}
+
+TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
+{
+    test::write_pdf(folder / "doc.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{400, 300}});
+    test::make_tiff(folder / "scan.tif", {test::TiffPage{.width = 300, .height = 200}});
+    EnlargedView view(pane);
+    std::uint64_t viewed = 0;
+    QObject::connect(&view, &EnlargedView::pictureShown, [&] { ++viewed; });
+    const auto wait_view = [&](std::uint64_t before) { return QTest::qWaitFor([&] { return viewed > before; }, kWaitMs); };
+
+    ASSERT_TRUE(show_and_wait(row_for(folder / "doc.pdf", 2), 0));
+    ASSERT_TRUE(pane.enlarged_view_action()->isEnabled());
+    QObject::connect(&pane, &PreviewPane::enlargedViewRequested, &view, &EnlargedView::open_view);
+    pane.enlarged_view_action()->trigger();
+    ASSERT_TRUE(wait_view(0));
+    EXPECT_EQ(view.windowTitle(), "Full Page View");
+    EXPECT_EQ(view.size(), QSize(912, 482));
+    const double ratio = view.devicePixelRatioF();
+    EXPECT_EQ(view.picture().size(), QSize(int(612 * ratio), int(792 * ratio)));
+
+    std::uint64_t before = viewed;
+    pane.page_popup()->setCurrentIndex(1);
+    ASSERT_TRUE(wait_view(before));
+    EXPECT_EQ(view.shown_request().pageno, 2);
+    EXPECT_EQ(view.picture().size(), QSize(int(400 * ratio), int(300 * ratio)));
+
+    // Zooming draws the page again at the zoom shown, up to 800 %.
+    before = viewed;
+    view.zoom_in_button()->click();
+    ASSERT_TRUE(wait_view(before));
+    EXPECT_EQ(view.picture().width(), int(400 * 1.25 * ratio));
+    for (int i = 0; i < 20; ++i) {
+        view.zoom_in();
+    }
+    EXPECT_DOUBLE_EQ(view.zoom(), 8.0);
+    EXPECT_FALSE(view.zoom_in_button()->isEnabled());
+
+    before = viewed;
+    ASSERT_TRUE(show_and_wait(row_for(folder / "scan.tif", 1), 1));
+    ASSERT_TRUE(wait_view(before));
+    EXPECT_EQ(view.shown_request().type, DocumentType::Tiff);
+    EXPECT_EQ(view.picture().size(), QSize(300, 200)); // read whole, never reduced
+
+    // Closed, the view no longer follows.
+    view.close();
+    before = viewed;
+    ASSERT_TRUE(show_and_wait(row_for(folder / "doc.pdf", 2), 0));
+    QTest::qWait(300);
+    EXPECT_EQ(viewed, before);
+}
+
+} // namespace
+} // namespace qf::preview
