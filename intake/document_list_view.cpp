@@ -80,6 +80,8 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
         theid_ = selected_row();
         emit selectedRowChanged(theid_);
     });
+    connect(model_, &QAbstractItemModel::rowsMoved, this, &DocumentListView::follow_selected_row);
+    connect(model_, &QAbstractItemModel::rowsRemoved, this, &DocumentListView::follow_selected_row);
     connect(model_, &QAbstractItemModel::rowsInserted, this, &DocumentListView::emit_count);
     connect(model_, &QAbstractItemModel::rowsRemoved, this, &DocumentListView::emit_count);
     connect(model_, &QAbstractItemModel::modelReset, this, &DocumentListView::emit_count);
@@ -109,7 +111,7 @@ int DocumentListView::selected_row() const
 void DocumentListView::clear_list()
 {
     model_->clear_rows();
-    theid_ = -1;
+    follow_selected_row();
 }
 
 void DocumentListView::set_loading(bool loading)
@@ -189,8 +191,20 @@ QMenu* DocumentListView::show_context_menu(const QPoint& global_position)
 
 void DocumentListView::delete_selected_row()
 {
-    if (theid_ >= 0 && theid_ < row_count())
-        model_->removeRows(theid_, 1);
+    // The selection follows a moved row, so this is the document the user sees selected.
+    const int row = selected_row();
+    if (row >= 0)
+        model_->removeRows(row, 1);
+}
+
+void DocumentListView::follow_selected_row()
+{
+    // A move or a removal can change the selected row's number without a selection change.
+    const int row = selected_row();
+    if (row != theid_) {
+        theid_ = row;
+        emit selectedRowChanged(row);
+    }
 }
 
 void DocumentListView::keyPressEvent(QKeyEvent* event)
@@ -204,13 +218,18 @@ void DocumentListView::keyPressEvent(QKeyEvent* event)
     QTreeView::keyPressEvent(event);
 }
 
+bool DocumentListView::is_row_drag(const QMimeData* mime)
+{
+    return mime != nullptr && mime->hasFormat(QString::fromLatin1(DocumentListModel::kRowsMimeType));
+}
+
 void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
 {
-    if (event->source() == this) {
+    if (is_row_drag(event->mimeData())) {
         QTreeView::dragEnterEvent(event);
         return;
     }
-    if (!droppable_files(event->mimeData()).isEmpty() || (event->mimeData() && event->mimeData()->hasUrls())) {
+    if (event->mimeData() && event->mimeData()->hasUrls()) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
         return;
@@ -220,7 +239,7 @@ void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
 
 void DocumentListView::dragMoveEvent(QDragMoveEvent* event)
 {
-    if (event->source() == this) {
+    if (is_row_drag(event->mimeData())) {
         QTreeView::dragMoveEvent(event);
         return;
     }
@@ -234,8 +253,9 @@ void DocumentListView::dragMoveEvent(QDragMoveEvent* event)
 
 void DocumentListView::dropEvent(QDropEvent* event)
 {
-    if (event->source() == this) {
-        QTreeView::dropEvent(event); // the model's dropMimeData moves the row
+    // A drag of rows carries no file: it reorders the list and never loads anything.
+    if (is_row_drag(event->mimeData())) {
+        QTreeView::dropEvent(event); // the model's dropMimeData moves the row, when it is one of ours
         return;
     }
     const QStringList paths = droppable_files(event->mimeData());

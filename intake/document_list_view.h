@@ -8,6 +8,7 @@
 #include "engine/run_model.h"
 
 class QMenu;
+class QMimeData;
 
 // Listbox1: the document list of the File Listing tab. Seven columns over a DocumentListModel;
 // the tile marker is row data and the password lives in a role that nothing shows. One row is
@@ -55,11 +56,13 @@ private:
     void on_clicked(const QModelIndex& index);
     void apply_page_choice(int row, int column, int page);
     void delete_selected_row();
+    void follow_selected_row();
+    static bool is_row_drag(const QMimeData* mime);
     QMenu* show_context_menu(const QPoint& global_position);
     void emit_count();
 
     DocumentListModel* model_;
-    int theid_ = -1; // row of the last selection change; what Delete removes
+    int theid_ = -1; // the selected row as last reported by selectedRowChanged
 };
 
 } // namespace qf::intake

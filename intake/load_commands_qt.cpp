@@ -168,34 +168,40 @@ void LoadCommands::start(app::LoadRequest request)
 
 void LoadCommands::drain_events()
 {
-    // A question's dialog runs a nested event loop; the loader sends nothing while it waits,
-    // and whatever came before the question has been handled already.
-    if (in_question_)
-        return;
-    while (std::optional<app::LoaderEvent> event = loader_->next_event(std::chrono::milliseconds(0))) {
+    // While a question is open the loader waits for its answer and sends nothing; the answer
+    // drains again.
+    while (!open_question_) {
+        std::optional<app::LoaderEvent> event = loader_->next_event(std::chrono::milliseconds(0));
+        if (!event)
+            return;
         if (auto* admitted = std::get_if<app::RowAdmitted>(&*event)) {
             list_->add_row(admitted->row);
         } else if (auto* problem = std::get_if<app::ProblemLine>(&*event)) {
             if (!problem->user_choice)
                 emit problemLine(QString::fromStdString(engine::loggable(problem->line)));
         } else if (auto* question = std::get_if<app::PasswordAsked>(&*event)) {
-            answer_question(*question);
+            ask_password(*question);
         } else if (auto* finished = std::get_if<app::LoadFinished>(&*event)) {
             finish_load(finished->summary);
         }
     }
 }
 
-void LoadCommands::answer_question(const app::PasswordAsked& question)
+void LoadCommands::ask_password(const app::PasswordAsked& question)
 {
-    in_question_ = true;
-    PasswordDialog dialog(QString::fromStdString(question.prompt_text), QString::fromStdString(question.file_name),
-                          window_);
-    open_question_ = &dialog;
-    dialog.exec();
-    open_question_ = nullptr;
-    in_question_ = false;
-    loader_->send(app::AnswerPassword{question.question, dialog.answer()});
+    // Modal for the window, but the GUI thread goes on in its own event loop: only the
+    // loader's thread waits for the answer.
+    auto* dialog = new PasswordDialog(QString::fromStdString(question.prompt_text),
+                                      QString::fromStdString(question.file_name), window_);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    open_question_ = dialog;
+    const std::uint64_t number = question.question;
+    connect(dialog, &QDialog::finished, this, [this, dialog, number] {
+        loader_->send(app::AnswerPassword{number, dialog->answer()});
+        open_question_ = nullptr;
+        drain_events();
+    });
+    dialog->open();
 }
 
 void LoadCommands::finish_load(const app::LoadSummary& summary)

@@ -50,7 +50,7 @@ private:
 
     void start(app::LoadRequest request);
     void drain_events();
-    void answer_question(const app::PasswordAsked& question);
+    void ask_password(const app::PasswordAsked& question);
     void finish_load(const app::LoadSummary& summary);
 
     DocumentListView* list_;
@@ -58,8 +58,7 @@ private:
     std::shared_ptr<Relay> relay_;
     std::unique_ptr<app::Loader> loader_;
     int loads_under_way_ = 0;
-    bool in_question_ = false;
-    QPointer<PasswordDialog> open_question_;
+    QPointer<PasswordDialog> open_question_; // the password question on screen, if any
     QString thefolder_;       // start place of the next dialog: the first file chosen, or the folder
     QStringList thelist_;     // the files of the last drop, held until dragtimer runs
     QTimer dragtimer_;        // single shot: a drop is admitted outside the drop event
