@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Loading as the window does it: rows as they are admitted, the report line, the list
+// disabled meanwhile, drops through the one-shot timer, and the password question's keys.
+#include "intake/load_commands_qt.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTextBlock>
+#include <QTextDocument>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "intake/document_list_view.h"
+#include "intake/password_dialog.h"
+#include "tests/support/pdf_fixtures.h"
+#include "tests/support/tiff_fixtures.h"
+
+namespace qf::test {
+namespace {
+namespace fs = std::filesystem;
+using intake::DocumentListView;
+using intake::LoadCommands;
+using intake::PasswordDialog;
+
+constexpr int kWait = 10000; // ms
+
+QString q(const fs::path& path)
+{
+    return QString::fromStdString(path.string());
+}
+
+class Loading : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        make_tiff(folder / "in" / "a-tiled.tif", 2, true);
+        write_numbered_pdf(folder / "in" / "b.pdf", 3);
+        std::ofstream(folder / "in" / "notes.txt") << "not a document";
+        make_tiff(folder / "in" / "sub" / "c.tif", 4);
+        fs::create_directories(folder / "empty");
+        (new QVBoxLayout(&window))->addWidget(list);
+        window.resize(800, 400);
+        window.show();
+    }
+    // Waits for the load under way to end; false when it does not.
+    bool finished() { return QTest::qWaitFor([this] { return !commands.loading(); }, kWait); }
+    PasswordDialog* question()
+    {
+        PasswordDialog* dialog = nullptr;
+        QTest::qWaitFor(
+            [&] {
+                for (auto* candidate : window.findChildren<PasswordDialog*>())
+                    if (candidate->isVisible())
+                        dialog = candidate;
+                return dialog != nullptr;
+            },
+            kWait);
+        return dialog;
+    }
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> seen;
+        for (const auto& row : list->list_rows())
+            seen.push_back(row.cells[0] + " " + row.cells[1] + " " + row.cells[4] + " " + row.tag);
+        return seen;
+    }
+
+    TempFolder folder;
+    QWidget window;
+    DocumentListView* list = new DocumentListView(&window);
+    LoadCommands commands{list, &window};
+    QSignalSpy reports{&commands, &LoadCommands::reportLine};
+    QSignalSpy counts{list, &DocumentListView::countChanged};
+    QSignalSpy busy{&commands, &LoadCommands::loadingChanged};
+};
+
+TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
+{
+    struct Case {
+        const char* name;
+        std::function<void(LoadCommands&, const fs::path&)> load;
+        std::vector<std::string> rows;
+        const char* report;
+    };
+    const Case cases[] = {
+        {"files: folders and other kinds ignored",
+         [](LoadCommands& c, const fs::path& in) {
+             c.load_paths({q(in / "b.pdf"), q(in / "notes.txt"), q(in / "sub"), q(in / "a-tiled.tif")});
+         },
+         {"b.pdf 3 1-3 tiled~no", "a-tiled.tif 1 1 tiled~yes"},
+         "2 Images added to the list"},
+        {"folder without its sub-folders", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in), false); },
+         {"a-tiled.tif 1 1 tiled~yes", "b.pdf 3 1-3 tiled~no"},
+         "2 Images added to the list"},
+        {"folder with its sub-folders, theirs first", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in), true); },
+         {"c.tif 4 1-4 tiled~no", "a-tiled.tif 1 1 tiled~yes", "b.pdf 3 1-3 tiled~no"},
+         "3 Images added to the list"},
+        {"empty folder", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in.parent_path() / "empty"), true); },
+         {},
+         "0 Image added to the list"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.name);
+        list->clear_list();
+        reports.clear();
+        busy.clear();
+        counts.clear();
+        test.load(commands, folder / "in");
+        EXPECT_TRUE(commands.loading());
+        EXPECT_FALSE(list->isEnabled());
+        ASSERT_TRUE(finished());
+        EXPECT_TRUE(list->isEnabled());
+        EXPECT_EQ(names(), test.rows);
+        ASSERT_EQ(reports.count(), 1);
+        EXPECT_EQ(reports.front().front().toString().toStdString(), test.report);
+        ASSERT_EQ(busy.count(), 2);
+        EXPECT_TRUE(busy.front().front().toBool());
+        EXPECT_FALSE(busy.back().front().toBool());
+        if (!test.rows.empty())
+            EXPECT_EQ(counts.back().front().toInt(), static_cast<int>(test.rows.size()));
+        EXPECT_EQ(list->list_rows().empty() ? "" : list->list_rows().front().cells[5],
+                  test.rows.empty() ? "" : fs::canonical(folder / "in" / (test.rows.size() == 3 ? "sub" : "")).string());
+    }
+}
+
+TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
+{
+    struct Case {
+        std::vector<fs::path> dropped;
+        std::vector<std::string> rows;
+    };
+    const Case cases[] = {
+        {{folder / "in" / "sub", folder / "in" / "b.pdf", folder / "in" / "notes.txt"}, {"b.pdf 3 1-3 tiled~no"}},
+        {{folder / "in" / "sub"}, {}},
+        {{folder / "in" / "notes.txt"}, {}},
+    };
+    for (const Case& test : cases) {
+        list->clear_list();
+        reports.clear();
+        busy.clear();
+        QMimeData mime;
+        QList<QUrl> urls;
+        for (const auto& path : test.dropped)
+            urls.append(QUrl::fromLocalFile(q(path)));
+        mime.setUrls(urls);
+        const QPoint at = list->viewport()->rect().center();
+        QDragEnterEvent enter(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list->viewport(), &enter);
+        QDropEvent drop(at, Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list->viewport(), &drop);
+        EXPECT_FALSE(commands.loading()); // nothing is examined inside the drop event
+        QTest::qWait(20);
+        ASSERT_TRUE(finished());
+        EXPECT_EQ(names(), test.rows);
+        EXPECT_EQ(reports.count(), test.rows.empty() ? 0 : 1); // no load at all: no report
+        EXPECT_EQ(busy.count(), test.rows.empty() ? 0 : 2);
+    }
+}
+
+enum class Press { ok, return_key, escape, close_button };
+
+TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
+{
+    write_encrypted_copy(folder / "in" / "b.pdf", folder / "locked.pdf", PdfEncryption::Aes128, "pw", "owner");
+    struct Answer {
+        const char* typed;
+        Press press;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Answer> answers;
+        const char* password; // of the row; nullptr: no row
+    };
+    const Case cases[] = {
+        {"OK with the password", {{"pw", Press::ok}}, "pw"},
+        {"Return cancels, typed text or not", {{"pw", Press::return_key}}, nullptr},
+        {"Escape cancels", {{"pw", Press::escape}}, nullptr},
+        {"the close button cancels", {{"pw", Press::close_button}}, nullptr},
+        {"asked again after a wrong and an empty password", {{"wrong", Press::ok}, {"", Press::ok}, {"pw", Press::ok}}, "pw"},
+        {"asked again until cancelled", {{"wrong", Press::ok}, {"", Press::escape}}, nullptr},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.name);
+        list->clear_list();
+        commands.load_paths({q(folder / "locked.pdf")});
+        for (const Answer& answer : test.answers) {
+            PasswordDialog* dialog = question();
+            ASSERT_NE(dialog, nullptr);
+            EXPECT_EQ(dialog->size(), QSize(542, 164));
+            EXPECT_EQ(dialog->windowTitle(), "Please Enter Unlock Password");
+            auto* field = dialog->findChild<QLineEdit*>(QStringLiteral("thepassword"));
+            EXPECT_EQ(field->echoMode(), QLineEdit::Password);
+            EXPECT_TRUE(field->text().isEmpty()); // every showing starts empty
+            QTest::keyClicks(field, QString::fromLatin1(answer.typed));
+            switch (answer.press) {
+            case Press::ok:
+                dialog->findChild<QPushButton*>(QStringLiteral("PushButton2"))->click();
+                break;
+            case Press::return_key:
+                QTest::keyClick(field, Qt::Key_Return);
+                break;
+            case Press::escape:
+                QTest::keyClick(field, Qt::Key_Escape);
+                break;
+            case Press::close_button:
+                dialog->close();
+                break;
+            }
+        }
+        ASSERT_TRUE(finished());
+        const auto rows = list->list_rows();
+        ASSERT_EQ(rows.size(), test.password ? 1u : 0u);
+        if (test.password)
+            EXPECT_EQ(rows.front().cells[6], test.password);
+    }
+}
+
+TEST_F(Loading, TheFileNameLeadsTheQuestionInBoldRedAndShowsAsText)
+{
+    const fs::path named = folder / "<img src=x>.pdf";
+    write_encrypted_copy(folder / "in" / "b.pdf", named, PdfEncryption::Aes128, "pw", "owner");
+    commands.load_paths({q(named)});
+    PasswordDialog* dialog = question();
+    ASSERT_NE(dialog, nullptr);
+    QTextDocument shown;
+    shown.setHtml(dialog->findChild<QLabel*>(QStringLiteral("thetext"))->text());
+    const std::string expected =
+        "<img src=x>.pdf is encrypted. Please Enter It's Unlock Password to include this file to the list";
+    EXPECT_EQ(shown.toPlainText().toStdString(), expected);
+    const auto format_at = [&](int position) {
+        QTextCursor cursor(&shown);
+        cursor.setPosition(position + 1);
+        return cursor.charFormat();
+    };
+    EXPECT_EQ(format_at(0).foreground().color(), QColor(Qt::red));
+    EXPECT_GE(format_at(14).fontWeight(), QFont::Bold);
+    EXPECT_NE(format_at(20).foreground().color(), QColor(Qt::red));
+    commands.cancel(); // as quitting does: the open question is answered with Cancel
+    ASSERT_TRUE(finished());
+    EXPECT_EQ(list->row_count(), 0);
+}
+
+} // namespace
+} // namespace qf::test
