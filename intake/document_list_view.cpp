@@ -9,6 +9,9 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QApplication>
+#include <QPainter>
+#include <QStyledItemDelegate>
 #include <QUrl>
 
 #include "intake/admission.h"
@@ -43,6 +46,36 @@ QStringList droppable_files(const QMimeData* mime)
     return paths;
 }
 
+// Cell text plain at 13 points; the From and To cells carry the arrow of their popup at the
+// right, drawn in the palette's text colour so that it shows in light and dark appearance.
+class ListCellDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    {
+        QStyleOptionViewItem cell = option;
+        cell.font.setBold(false);
+        cell.font.setPointSize(kCellPointSize);
+        QStyledItemDelegate::paint(painter, cell, index);
+        if (index.column() != kFromColumn && index.column() != kToColumn)
+            return;
+        QStyleOption arrow;
+        arrow.initFrom(option.widget);
+        arrow.palette = option.palette;
+        arrow.state = option.state;
+        const int side = std::min(kArrowSize, option.rect.height());
+        arrow.rect = QRect(option.rect.right() - side - 2, option.rect.top() + (option.rect.height() - side) / 2, side,
+                           side);
+        const QStyle* style = option.widget != nullptr ? option.widget->style() : QApplication::style();
+        style->drawPrimitive(QStyle::PE_IndicatorArrowDown, &arrow, painter, option.widget);
+    }
+
+private:
+    static constexpr int kCellPointSize = 13;
+    static constexpr int kArrowSize = 16;
+};
+
 } // namespace
 
 DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(new DocumentListModel(this))
@@ -53,7 +86,8 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
     setRootIsDecorated(false);
     setItemsExpandable(false);
     setUniformRowHeights(true);
-    setAllColumnsShowFocus(true);
+    setAllColumnsShowFocus(false); // the focus frame shows the cell that keys act on
+    setItemDelegate(new ListCellDelegate(this));
     setSelectionMode(QAbstractItemView::SingleSelection);
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setEditTriggers(QAbstractItemView::EditKeyPressed);
@@ -68,6 +102,10 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
     setContextMenuPolicy(Qt::DefaultContextMenu);
 
     QHeaderView* head = header();
+    QFont header_font = head->font();
+    header_font.setBold(true);
+    header_font.setPointSize(14);
+    head->setFont(header_font);
     head->setStretchLastSection(false);
     head->setSectionsMovable(false);
     head->setSectionResizeMode(QHeaderView::Interactive);
@@ -215,12 +253,35 @@ void DocumentListView::keyPressEvent(QKeyEvent* event)
         event->accept();
         return;
     }
+    // Space, F4 or Alt+Down on a From or To cell opens its popup, as a click does.
+    const QModelIndex current = currentIndex();
+    const bool popup_key = event->key() == Qt::Key_Space || event->key() == Qt::Key_F4 ||
+                           (event->key() == Qt::Key_Down && event->modifiers() == Qt::AltModifier);
+    if (popup_key && current.isValid() && (current.column() == kFromColumn || current.column() == kToColumn)) {
+        open_page_popup(current.row(), current.column());
+        event->accept();
+        return;
+    }
     QTreeView::keyPressEvent(event);
 }
 
 bool DocumentListView::is_row_drag(const QMimeData* mime)
 {
     return mime != nullptr && mime->hasFormat(QString::fromLatin1(DocumentListModel::kRowsMimeType));
+}
+
+QModelIndex DocumentListView::moveCursor(CursorAction cursor_action, Qt::KeyboardModifiers modifiers)
+{
+    // Left and Right go from cell to cell of the row, so that every column is reachable from
+    // the keyboard; the hidden password column is passed over.
+    const QModelIndex current = currentIndex();
+    if ((cursor_action != MoveLeft && cursor_action != MoveRight) || !current.isValid())
+        return QTreeView::moveCursor(cursor_action, modifiers);
+    const int step = cursor_action == MoveLeft ? -1 : 1;
+    for (int column = current.column() + step; column >= 0 && column < model_->columnCount(); column += step)
+        if (!isColumnHidden(column))
+            return current.siblingAtColumn(column);
+    return current;
 }
 
 void DocumentListView::dragEnterEvent(QDragEnterEvent* event)

@@ -13,7 +13,9 @@ class QMimeData;
 // Listbox1: the document list of the File Listing tab. Seven columns over a DocumentListModel;
 // the tile marker is row data and the password lives in a role that nothing shows. One row is
 // selected at a time; rows are reordered by dragging, a row always moving whole. A click on
-// From or To opens the page popup, a click on Page Ranges edits it in place.
+// From or To opens the page popup, a click on Page Ranges edits it in place. From the
+// keyboard: Left and Right move between cells, Space, F4 or Alt+Down open a From or To
+// popup, F2 edits Page Ranges, the menu key or Shift+F10 open the "Delete" menu.
 namespace qf::intake {
 
 class DocumentListModel;
@@ -46,6 +48,7 @@ signals:
 protected:
     void contextMenuEvent(QContextMenuEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    QModelIndex moveCursor(CursorAction cursor_action, Qt::KeyboardModifiers modifiers) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;

@@ -68,7 +68,8 @@ void LoadCommands::open_files_dialog()
     QFileDialog dialog(window_, QStringLiteral("Add PDFs and TIFFs to List"));
     dialog.setObjectName(QStringLiteral("loadFilesDialog"));
     dialog.setFileMode(QFileDialog::ExistingFiles);
-    dialog.setNameFilter(QStringLiteral("PDFs and TIFFs (*.pdf *.tiff *.tif)"));
+    // The three extensions in any case, as admission takes them.
+    dialog.setNameFilter(QStringLiteral("PDFs and TIFFs (*.[pP][dD][fF] *.[tT][iI][fF][fF] *.[tT][iI][fF])"));
     dialog.setLabelText(QFileDialog::Accept, QStringLiteral("Add PDFs and TIFFs to List"));
     const QFileInfo place(start_place(thefolder_));
     if (place.isDir()) {

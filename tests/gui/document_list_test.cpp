@@ -54,10 +54,19 @@ protected:
             if (top != &window && top->isVisible())
                 top->close();
     }
-    // Picks `page` in the popup of a cell with the keyboard, as a user would.
+    // Picks `page` in the popup of a cell with the keyboard, as a user would: Right from the
+    // name to the cell, Space, the page, Return.
     void choose_in_popup(int row, int column, int page)
     {
-        intake::PagePopup* popup = list->open_page_popup(row, column);
+        list->setCurrentIndex(list->model()->index(row, 0));
+        for (int step = 0; step < column; ++step)
+            QTest::keyClick(list, Qt::Key_Right);
+        ASSERT_EQ(list->currentIndex().column(), column);
+        QTest::keyClick(list, Qt::Key_Space);
+        intake::PagePopup* popup = nullptr;
+        for (auto* open : list->findChildren<intake::PagePopup*>())
+            if (open->isVisible())
+                popup = open;
         ASSERT_NE(popup, nullptr);
         QListView* choices = popup->choices();
         choices->setCurrentIndex(choices->model()->index(page - 1, 0));
@@ -130,6 +139,10 @@ TEST_F(DocumentList, ColumnsShowTheirCaptionsAlignmentsAndWidthsToAssistiveClien
         EXPECT_EQ(cell->text(QAccessible::Name).toStdString(), rows[1].cells[static_cast<std::size_t>(column)]);
     }
     EXPECT_NEAR(list->header()->sectionSize(0), list->viewport()->width() * 0.4, 1.0);
+    list->setCurrentIndex(list->model()->index(1, 4));
+    for (int step = 0; step < 3; ++step)
+        QTest::keyClick(list, Qt::Key_Right);
+    EXPECT_EQ(list->currentIndex().column(), 5); // the password column is never reached
     EXPECT_TRUE(list->isColumnHidden(DocumentListModel::kPasswordColumn));
 }
 

@@ -54,7 +54,7 @@ protected:
     PasswordDialog* question()
     {
         PasswordDialog* dialog = nullptr;
-        QTest::qWaitFor(
+        (void)QTest::qWaitFor(
             [&] {
                 for (auto* candidate : window.findChildren<PasswordDialog*>())
                     if (candidate->isVisible())
@@ -123,8 +123,9 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
         ASSERT_EQ(busy.count(), 2);
         EXPECT_TRUE(busy.front().front().toBool());
         EXPECT_FALSE(busy.back().front().toBool());
-        if (!test.rows.empty())
+        if (!test.rows.empty()) {
             EXPECT_EQ(counts.back().front().toInt(), static_cast<int>(test.rows.size()));
+        }
         EXPECT_EQ(list->list_rows().empty() ? "" : list->list_rows().front().cells[5],
                   test.rows.empty() ? "" : fs::canonical(folder / "in" / (test.rows.size() == 3 ? "sub" : "")).string());
     }
@@ -217,8 +218,9 @@ TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
         ASSERT_TRUE(finished());
         const auto rows = list->list_rows();
         ASSERT_EQ(rows.size(), test.password ? 1u : 0u);
-        if (test.password)
+        if (test.password) {
             EXPECT_EQ(rows.front().cells[6], test.password);
+        }
     }
 }
 
