@@ -4,6 +4,9 @@
 #include "intake/load_commands_qt.h"
 
 #include <QApplication>
+#include <QFileDialog>
+#include <QMessageBox>
+#include <QTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
@@ -163,6 +166,65 @@ TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
         EXPECT_EQ(reports.count(), test.rows.empty() ? 0 : 1); // no load at all: no report
         EXPECT_EQ(busy.count(), test.rows.empty() ? 0 : 2);
     }
+}
+
+// Acts on the next modal dialog of the kind T once it shows, from inside its own event loop.
+template <typename T>
+void when_shown(std::function<void(T*)> act)
+{
+    auto* poll = new QTimer;
+    QObject::connect(poll, &QTimer::timeout, [poll, act] {
+        if (auto* dialog = qobject_cast<T*>(QApplication::activeModalWidget())) {
+            poll->stop();
+            poll->deleteLater();
+            act(dialog);
+        }
+    });
+    poll->start(10);
+}
+
+TEST_F(Loading, TheFolderDialogAsksAboutSubFoldersAndTheNextDialogStartsThere)
+{
+    struct Case {
+        const char* answer; // "Yes", "No", or nullptr: the folder dialog is cancelled
+        std::size_t rows;
+    };
+    const Case cases[] = {{nullptr, 0}, {"No", 2}, {"Yes", 3}};
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.answer ? test.answer : "cancelled");
+        list->clear_list();
+        reports.clear();
+        when_shown<QFileDialog>([&](QFileDialog* dialog) {
+            if (test.answer == nullptr) {
+                dialog->reject();
+                return;
+            }
+            dialog->setDirectory(q(folder / "in")); // and Choose with no name typed: that folder
+            dialog->selectFile(QString());
+            when_shown<QMessageBox>([&](QMessageBox* question) {
+                EXPECT_EQ(question->windowTitle(), "Load All Sub Folders");
+                EXPECT_EQ(question->text(), "Do You Want to Load All Images in All Sub Folders?");
+                for (QAbstractButton* button : question->buttons())
+                    if (button->text() == test.answer)
+                        button->click();
+            });
+            static_cast<QDialog*>(dialog)->accept(); // as the Choose button does
+        });
+        commands.open_folder_dialog();
+        ASSERT_TRUE(finished());
+        EXPECT_EQ(list->list_rows().size(), test.rows);
+        EXPECT_EQ(reports.count(), test.answer ? 1 : 0);
+        if (test.answer == nullptr) {
+            EXPECT_TRUE(commands.last_place().isEmpty()); // a cancel leaves the start place alone
+        } else {
+            EXPECT_EQ(commands.last_place(), q(folder / "in"));
+        }
+    }
+    when_shown<QFileDialog>([&](QFileDialog* dialog) {
+        EXPECT_EQ(dialog->directory().absolutePath(), q(folder / "in"));
+        dialog->reject();
+    });
+    commands.open_files_dialog();
 }
 
 enum class Press { ok, return_key, escape, close_button };
