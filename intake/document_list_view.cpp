@@ -180,7 +180,12 @@ PagePopup* DocumentListView::open_page_popup(int row, int column)
     selectionModel()->setCurrentIndex(cell, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     const int page_count = model_->index(row, 1).data().toString().toInt();
     auto* popup = new PagePopup(page_count, this);
-    connect(popup, &PagePopup::pageChosen, this, [this, row, column](int page) { apply_page_choice(row, column, page); });
+    // The row is followed by a persistent index: rows added or moved meanwhile do not redirect the choice.
+    const QPersistentModelIndex chosen_cell(cell);
+    connect(popup, &PagePopup::pageChosen, this, [this, chosen_cell](int page) {
+        if (chosen_cell.isValid())
+            apply_page_choice(chosen_cell.row(), chosen_cell.column(), page);
+    });
     const QRect rect = visualRect(cell);
     popup->resize(std::max(rect.width(), 90), 240);
     popup->move(viewport()->mapToGlobal(rect.bottomLeft()));

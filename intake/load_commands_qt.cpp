@@ -161,7 +161,8 @@ void LoadCommands::start(app::LoadRequest request)
 {
     request.ask_for_unreadable_pdf = true;
     if (loads_under_way_++ == 0) {
-        list_->set_loading(true);
+        if (list_)
+            list_->set_loading(true);
         emit loadingChanged(true);
     }
     loader_->send(std::move(request));
@@ -171,7 +172,7 @@ void LoadCommands::drain_events()
 {
     // While a question is open the loader waits for its answer and sends nothing; the answer
     // drains again.
-    while (!open_question_) {
+    while (!open_question_ && list_) {
         std::optional<app::LoaderEvent> event = loader_->next_event(std::chrono::milliseconds(0));
         if (!event)
             return;
@@ -212,7 +213,8 @@ void LoadCommands::finish_load(const app::LoadSummary& summary)
         return;
     }
     loads_under_way_ = 0;
-    list_->set_loading(false);
+    if (list_)
+        list_->set_loading(false);
     emit reportLine(QString::fromStdString(summary.report));
     emit loadingChanged(false);
 }

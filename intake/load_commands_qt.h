@@ -53,7 +53,7 @@ private:
     void ask_password(const app::PasswordAsked& question);
     void finish_load(const app::LoadSummary& summary);
 
-    DocumentListView* list_;
+    QPointer<DocumentListView> list_; // the window may take the list down first
     QWidget* window_;
     std::shared_ptr<Relay> relay_;
     std::unique_ptr<app::Loader> loader_;
