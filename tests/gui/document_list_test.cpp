@@ -43,16 +43,10 @@ protected:
         rows = {admitted_row(folder / "a-tiled.tif"), admitted_row(folder / "b-locked.pdf", kPassword),
                 admitted_row(folder / "c-one.tif")};
         (new QVBoxLayout(&window))->addWidget(list);
-        window.resize(900, 400);
         for (const auto& row : rows)
             list->add_row(row);
+        window.resize(900, 400);
         window.show();
-    }
-    void TearDown() override
-    {
-        for (QWidget* top : QApplication::topLevelWidgets())
-            if (top != &window && top->isVisible())
-                top->close();
     }
     // Picks `page` in the popup of a cell with the keyboard, as a user would: Right from the
     // name to the cell, Space, the page, Return.
@@ -74,19 +68,14 @@ protected:
     }
     QString refusal()
     {
-        auto* box = window.findChild<QMessageBox*>(QStringLiteral("pageChoiceRefused"));
-        if (box == nullptr)
-            return {};
-        const QString text = box->text();
-        box->close();
-        delete box;
-        return text;
+        std::unique_ptr<QMessageBox> box(window.findChild<QMessageBox*>(QStringLiteral("pageChoiceRefused")));
+        return box ? box->text() : QString();
     }
-    std::vector<std::string> cells(int row, std::initializer_list<int> columns) const
+    std::vector<std::string> cells(int row, std::initializer_list<std::size_t> columns) const
     {
         std::vector<std::string> seen;
-        for (int column : columns)
-            seen.push_back(list->list_rows()[static_cast<std::size_t>(row)].cells[static_cast<std::size_t>(column)]);
+        for (std::size_t column : columns)
+            seen.push_back(list->list_rows().at(static_cast<std::size_t>(row)).cells[column]);
         return seen;
     }
 
@@ -109,31 +98,19 @@ void collect_accessible_text(QAccessibleInterface* node, QStringList& texts, int
 
 TEST_F(DocumentList, ColumnsShowTheirCaptionsAlignmentsAndWidthsToAssistiveClients)
 {
-    struct Column {
-        const char* header;
-        Qt::Alignment alignment;
-        int width; // 0: not checked (the share of the list's width)
-    };
-    const std::array<Column, 6> columns = {{{"Filenames", Qt::AlignLeft, 0},
-                                            {"Total Pages", Qt::AlignRight, 100},
-                                            {"From", Qt::AlignHCenter, 90},
-                                            {"To", Qt::AlignHCenter, 90},
-                                            {"Page Ranges", Qt::AlignLeft, 300},
-                                            {"Absolute Filepath", Qt::AlignLeft, 400}}};
-    QAccessibleInterface* table = QAccessible::queryAccessibleInterface(list);
-    ASSERT_NE(table, nullptr);
-    QAccessibleTableInterface* cells = table->tableInterface();
+    const char* headers[] = {"Filenames", "Total Pages", "From", "To", "Page Ranges", "Absolute Filepath"};
+    const Qt::Alignment alignments[] = {Qt::AlignLeft,    Qt::AlignRight, Qt::AlignHCenter,
+                                        Qt::AlignHCenter, Qt::AlignLeft,  Qt::AlignLeft};
+    const int widths[] = {0, 100, 90, 90, 300, 400}; // 0: a share of the list's width, below
+    QAccessibleTableInterface* cells = QAccessible::queryAccessibleInterface(list)->tableInterface();
     ASSERT_NE(cells, nullptr);
     for (int column = 0; column < 6; ++column) {
-        const Column& expected = columns[static_cast<std::size_t>(column)];
-        SCOPED_TRACE(expected.header);
-        EXPECT_EQ(list->model()->headerData(column, Qt::Horizontal).toString(), expected.header);
+        SCOPED_TRACE(headers[column]);
+        EXPECT_EQ(list->model()->headerData(column, Qt::Horizontal).toString(), headers[column]);
+        EXPECT_EQ(cells->columnDescription(column), headers[column]);
         const auto alignment = list->model()->index(1, column).data(Qt::TextAlignmentRole).value<Qt::Alignment>();
-        EXPECT_TRUE(alignment & expected.alignment);
-        if (expected.width > 0) {
-            EXPECT_EQ(list->header()->sectionSize(column), expected.width);
-        }
-        EXPECT_EQ(cells->columnDescription(column), expected.header);
+        EXPECT_TRUE(alignment & alignments[column]);
+        EXPECT_EQ(list->header()->sectionSize(column), widths[column] ? widths[column] : list->header()->sectionSize(0));
         QAccessibleInterface* cell = cells->cellAt(1, column);
         ASSERT_NE(cell, nullptr);
         EXPECT_EQ(cell->text(QAccessible::Name).toStdString(), rows[1].cells[static_cast<std::size_t>(column)]);
