@@ -15,7 +15,8 @@ class QWidget;
 // line's files, over the core's Loader: the files are walked and admitted on the loader's
 // thread, rows are appended here as they are admitted, and a password question is put to the
 // user with a PasswordDialog while only the loader's thread waits. The list is disabled from
-// the start of a load to its report line.
+// the start of a load to its report line. The list's filesDropped is taken here, through the
+// one-shot timer; a window need not connect it. Owned by `window`, its QObject parent.
 namespace qf::intake {
 
 class DocumentListView;
