@@ -115,7 +115,10 @@ void LoadCommands::open_folder_dialog()
     load_folder(folder, isrecursive);
 }
 
-void LoadCommands::load_paths(const QStringList& paths)
+namespace {
+
+// The paths a drop or the command line may admit: not folders, and with a document extension.
+QStringList document_files(const QStringList& paths)
 {
     QStringList files;
     for (const QString& path : paths) {
@@ -123,15 +126,31 @@ void LoadCommands::load_paths(const QStringList& paths)
         if (!info.isDir() && has_document_extension(info.fileName().toStdString()))
             files.append(info.absoluteFilePath());
     }
+    return files;
+}
+
+} // namespace
+
+void LoadCommands::load_paths(const QStringList& paths)
+{
+    const QStringList files = document_files(paths);
     if (!files.isEmpty())
         load_files(files);
 }
 
-void LoadCommands::load_files(const QStringList& files)
+void LoadCommands::load_arguments(const QStringList& paths)
+{
+    const QStringList files = document_files(paths);
+    if (!files.isEmpty())
+        load_files(files, true);
+}
+
+void LoadCommands::load_files(const QStringList& files, bool typed)
 {
     app::LoadRequest request;
     for (const QString& file : files)
         request.paths.push_back(file.toStdString());
+    request.report_missing_paths = typed;
     start(std::move(request));
 }
 

@@ -33,8 +33,11 @@ public:
     // drops (through the one-shot timer) and `quirefold FILE...`: files with a document
     // extension are admitted in the order given; folders and other files are ignored.
     void load_paths(const QStringList& paths);
+    // `quirefold FILE...`: as load_paths, but a file that does not exist is reported on
+    // problemLine ("NAME: no such file or folder") instead of listed as a document gone.
+    void load_arguments(const QStringList& paths);
     // What the dialogs start once the user has chosen.
-    void load_files(const QStringList& files);
+    void load_files(const QStringList& files, bool typed = false);
     void load_folder(const QString& folder, bool recursive);
     bool loading() const;
     void cancel(); // quitting: answers an open password question with Cancel and ends the load

@@ -74,6 +74,7 @@ protected:
     QSignalSpy reports{&commands, &LoadCommands::reportLine};
     QSignalSpy counts{list, &DocumentListView::countChanged};
     QSignalSpy busy{&commands, &LoadCommands::loadingChanged};
+    QSignalSpy problems{&commands, &LoadCommands::problemLine};
 };
 
 TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
@@ -83,6 +84,7 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
         std::function<void(LoadCommands&, const fs::path&)> load;
         std::vector<std::string> rows;
         const char* report;
+        int problems = 0;
     };
     const Case cases[] = {
         {"files: folders and other kinds ignored",
@@ -91,6 +93,9 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
          },
          {"b.pdf 3 1-3 tiled~no", "a-tiled.tif 1 1 tiled~yes"},
          "2 Images added to the list"},
+        {"typed files: a missing one is reported, not listed",
+         [](LoadCommands& c, const fs::path& in) { c.load_arguments({q(in / "gone.pdf"), q(in / "b.pdf")}); },
+         {"b.pdf 3 1-3 tiled~no"}, "1 Image added to the list", 1},
         {"folder without its sub-folders", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in), false); },
          {"a-tiled.tif 1 1 tiled~yes", "b.pdf 3 1-3 tiled~no"}, "2 Images added to the list"},
         {"folder with its sub-folders, theirs first", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in), true); },
@@ -104,6 +109,7 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
         reports.clear();
         busy.clear();
         counts.clear();
+        problems.clear();
         test.load(commands, folder / "in");
         EXPECT_TRUE(commands.loading());
         EXPECT_FALSE(list->isEnabled());
@@ -113,6 +119,7 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
         ASSERT_EQ(reports.count(), 1);
         EXPECT_EQ(reports.front().front().toString().toStdString(), test.report);
         EXPECT_EQ(busy.count(), 2); // on, then off
+        EXPECT_EQ(problems.count(), test.problems);
         EXPECT_EQ(counts.isEmpty() ? 0 : counts.back().front().toInt(), static_cast<int>(test.rows.size()));
     }
 }
