@@ -179,7 +179,7 @@ PagePopup* DocumentListView::open_page_popup(int row, int column)
     const QModelIndex cell = model_->index(row, column);
     selectionModel()->setCurrentIndex(cell, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     const int page_count = model_->index(row, 1).data().toString().toInt();
-    auto* popup = new PagePopup(page_count, this);
+    auto* popup = new PagePopup(page_count, cell.data().toString().toInt(), this);
     // The row is followed by a persistent index: rows added or moved meanwhile do not redirect the choice.
     const QPersistentModelIndex chosen_cell(cell);
     connect(popup, &PagePopup::pageChosen, this, [this, chosen_cell](int page) {
