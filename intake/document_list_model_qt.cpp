@@ -119,8 +119,6 @@ QVariant DocumentListModel::headerData(int section, Qt::Orientation orientation,
     case Qt::DisplayRole:
     case Qt::AccessibleTextRole:
         return QString::fromLatin1(kHeaders[static_cast<std::size_t>(section)]);
-    case Qt::TextAlignmentRole:
-        return QVariant::fromValue(column_alignment(section));
     default:
         return {};
     }

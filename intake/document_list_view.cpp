@@ -46,18 +46,14 @@ QStringList droppable_files(const QMimeData* mime)
     return paths;
 }
 
-// Cell text plain at 13 points; the From and To cells carry the arrow of their popup at the
-// right, drawn in the palette's text colour so that it shows in light and dark appearance.
+// The From and To cells carry the arrow of their popup at the right, drawn in the palette's text colour so that it shows in light and dark appearance.
 class ListCellDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
     {
-        QStyleOptionViewItem cell = option;
-        cell.font.setBold(false);
-        cell.font.setPointSize(kCellPointSize);
-        QStyledItemDelegate::paint(painter, cell, index);
+        QStyledItemDelegate::paint(painter, option, index);
         if (index.column() != kFromColumn && index.column() != kToColumn)
             return;
         QStyleOption arrow;
@@ -72,7 +68,6 @@ public:
     }
 
 private:
-    static constexpr int kCellPointSize = 13;
     static constexpr int kArrowSize = 16;
 };
 
@@ -101,8 +96,13 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setContextMenuPolicy(Qt::DefaultContextMenu);
 
+    // Cells plain at 13 points (rows take their height from it), the header bold at 14.
+    QFont cell_font = font();
+    cell_font.setBold(false);
+    cell_font.setPointSize(13);
+    setFont(cell_font);
     QHeaderView* head = header();
-    QFont header_font = head->font();
+    QFont header_font = cell_font;
     header_font.setBold(true);
     header_font.setPointSize(14);
     head->setFont(header_font);
