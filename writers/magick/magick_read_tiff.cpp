@@ -42,12 +42,25 @@ extern "C" int qf_magick_read_tiff(const unsigned char* tiff, std::size_t length
         if (pixels == nullptr) {
             return kQfReadTooLarge;
         }
+        // An image without alpha may leave its pixels' opacity unset (the float readers do), so
+        // only an image with alpha has it exported; the others are opaque.
+        const bool has_alpha = image.matte();
         try {
-            image.write(0, 0, columns, rows, "RGBA", Magick::CharPixel, pixels);
+            image.write(0, 0, columns, rows, has_alpha ? "RGBA" : "RGB", Magick::CharPixel, pixels);
         } catch (const Magick::Warning&) {
         } catch (const Magick::Exception&) {
             std::free(pixels);
             return kQfReadUnreadable;
+        }
+        if (!has_alpha) {
+            // Spread the packed RGB triples to RGBA from the last pixel back, so none is
+            // overwritten before it is moved.
+            for (std::size_t i = static_cast<std::size_t>(columns) * rows; i-- > 0;) {
+                pixels[4 * i + 3] = 255;
+                pixels[4 * i + 2] = pixels[3 * i + 2];
+                pixels[4 * i + 1] = pixels[3 * i + 1];
+                pixels[4 * i] = pixels[3 * i];
+            }
         }
         *width = columns;
         *height = rows;
