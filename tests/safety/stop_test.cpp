@@ -170,19 +170,21 @@ constexpr int kSlowPages = 2;
 class CliInterrupt : public ::testing::Test
 {
   protected:
-    // A run slow enough to be interrupted: large scanned pages, one at a time.
+    // A run slow enough to be interrupted: large scanned pages, one at a time. Longer
+    // documents leave room for a second interrupt before the one under way is through.
     std::vector<std::string> slow_run(const std::string &format, const fs::path &out,
-                                      bool combine = true)
+                                      bool combine = true, int pages = kSlowPages)
     {
         std::vector<std::string> arguments{"--format", format, "--jobs", "1", "-o", out.string()};
         if (combine) {
             arguments.push_back("--combineall");
         }
-        fs::create_directories(folder / "in");
+        const fs::path in = folder / ("in-" + std::to_string(pages));
+        fs::create_directories(in);
         for (int n = 1; n <= kSlowDocuments; ++n) {
-            const fs::path tiff = folder / "in" / ("slow" + std::to_string(n) + ".tif");
+            const fs::path tiff = in / ("slow" + std::to_string(n) + ".tif");
             if (!fs::exists(tiff)) {
-                make_tiff(tiff, std::vector<TiffPage>(kSlowPages,
+                make_tiff(tiff, std::vector<TiffPage>(pages,
                                                       TiffPage{.width = 1700, .height = 2200}));
             }
             arguments.push_back(tiff.string());
@@ -239,7 +241,7 @@ TEST_F(CliInterrupt, TwoInterruptsEndAtOnceAndLeaveNoTemporary)
         SCOPED_TRACE(std::string(format) + (combine ? " combined" : ""));
         const fs::path out = folder / "out";
         fs::remove_all(out);
-        CliChild child(slow_run(format, out, combine), {data_home});
+        CliChild child(slow_run(format, out, combine, 12), {data_home});
         ASSERT_TRUE(child.wait_for_output("slow2.tif is being Processed", std::chrono::seconds(60)))
             << child.out();
         child.send(SIGINT);
