@@ -180,9 +180,9 @@ std::size_t decode_header(const std::uint8_t* header, MessageType& type)
     }
     const std::uint8_t code = header[6];
     const bool known = (code >= static_cast<std::uint8_t>(MessageType::Hello) &&
-                        code <= static_cast<std::uint8_t>(MessageType::Failed)) ||
+                        code <= static_cast<std::uint8_t>(MessageType::PagesCopied)) ||
                        (code >= static_cast<std::uint8_t>(MessageType::Open) &&
-                        code <= static_cast<std::uint8_t>(MessageType::ProbeTiff));
+                        code <= static_cast<std::uint8_t>(MessageType::CopyPages));
     if (!known) {
         throw ProtocolError("unknown message type " + std::to_string(code));
     }
@@ -228,6 +228,14 @@ Frame encode_probe_tiff(const std::string& path)
     return std::move(PayloadWriter().text(path)).frame(MessageType::ProbeTiff);
 }
 
+Frame encode_copy_pages(const CopyCall& call)
+{
+    PayloadWriter out;
+    write_document(out, call.document);
+    out.text(call.target);
+    return std::move(out).frame(MessageType::CopyPages);
+}
+
 Frame encode_hello(std::uint32_t pid)
 {
     return std::move(PayloadWriter().u32(pid)).frame(MessageType::Hello);
@@ -265,7 +273,7 @@ Frame encode_text_ready(const std::string& text)
 Frame encode_pdf_probed(const PdfProbeReply& reply)
 {
     PayloadWriter out;
-    out.u8(reply.opened).u8(reply.password_refused).i32(reply.page_count);
+    out.u8(reply.opened).u8(reply.password_refused).i32(reply.page_count).text(reply.reason);
     return std::move(out).frame(MessageType::PdfProbed);
 }
 
@@ -281,6 +289,16 @@ Frame encode_failed(const FailedReply& reply)
     PayloadWriter out;
     out.u8(static_cast<std::uint8_t>(reply.kind)).text(reply.reason).u8(reply.retire);
     return std::move(out).frame(MessageType::Failed);
+}
+
+Frame encode_pages_copied(const CopiedReply& reply)
+{
+    PayloadWriter out;
+    out.i32(reply.page_count).u32(static_cast<std::uint32_t>(reply.uncopyable.size()));
+    for (const int pageno : reply.uncopyable) {
+        out.i32(pageno);
+    }
+    return std::move(out).frame(MessageType::PagesCopied);
 }
 
 DocumentRef decode_open(const Frame& frame)
@@ -336,6 +354,20 @@ std::string decode_probe_tiff(const Frame& frame)
     std::string path = in.text();
     in.finish();
     return path;
+}
+
+CopyCall decode_copy_pages(const Frame& frame)
+{
+    expect(frame, MessageType::CopyPages);
+    PayloadReader in(frame.payload);
+    CopyCall call;
+    call.document = read_document(in);
+    call.target = in.text();
+    in.finish();
+    if (call.target.empty() || call.target.front() != '/') {
+        throw ProtocolError("the copy's target is not an absolute path");
+    }
+    return call;
 }
 
 std::uint32_t decode_hello(const Frame& frame)
@@ -410,6 +442,7 @@ PdfProbeReply decode_pdf_probed(const Frame& frame)
     reply.opened = in.flag();
     reply.password_refused = in.flag();
     const std::int32_t count = in.i32();
+    reply.reason = in.text();
     in.finish();
     if (count < 0 || (reply.opened && count < 1)) {
         throw ProtocolError("page count out of range");
@@ -446,6 +479,27 @@ FailedReply decode_failed(const Frame& frame)
     reply.kind = static_cast<ErrorKind>(kind);
     reply.reason = in.text();
     reply.retire = in.flag();
+    in.finish();
+    return reply;
+}
+
+CopiedReply decode_pages_copied(const Frame& frame)
+{
+    expect(frame, MessageType::PagesCopied);
+    PayloadReader in(frame.payload);
+    CopiedReply reply;
+    reply.page_count = positive(in.u32(), kMaxPageNumber, "page count");
+    const std::uint32_t failed = in.u32();
+    if (failed > static_cast<std::uint32_t>(reply.page_count)) {
+        throw ProtocolError("more pages failed than there are");
+    }
+    for (std::uint32_t i = 0; i < failed; ++i) {
+        const int pageno = positive(in.u32(), static_cast<std::uint32_t>(reply.page_count), "page number");
+        if (!reply.uncopyable.empty() && pageno <= reply.uncopyable.back()) {
+            throw ProtocolError("page numbers out of order");
+        }
+        reply.uncopyable.push_back(pageno);
+    }
     in.finish();
     return reply;
 }

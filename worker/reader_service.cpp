@@ -15,6 +15,7 @@
 #include "sources/pdf_mupdf.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
+#include "writers/pdf/pdf_assembler.h"
 
 namespace qf::worker {
 namespace {
@@ -169,6 +170,16 @@ Frame ReaderService::text(const TextCall& call)
     return encode_text_ready(document(call.document).source->text(call.pageno));
 }
 
+Frame ReaderService::copy_pages(const CopyCall& call)
+{
+    if (call.document.kind != DocumentKind::Pdf) {
+        throw ProtocolError("pages are copied from PDFs only");
+    }
+    const writers::pdf::FlattenedCopy copied =
+        writers::pdf::write_flattened_copy(call.document.document.path, call.document.document.password, call.target);
+    return encode_pages_copied({copied.page_count, copied.uncopyable});
+}
+
 Frame ReaderService::answer(const Frame& request, int region)
 {
     const bool page_request = request.type == MessageType::Picture || request.type == MessageType::Text;
@@ -186,6 +197,8 @@ Frame ReaderService::answer(const Frame& request, int region)
         }
         case MessageType::ProbeTiff:
             return encode_tiff_probed(probe_tiff_file(decode_probe_tiff(request)));
+        case MessageType::CopyPages:
+            return copy_pages(decode_copy_pages(request));
         default:
             throw ProtocolError("not a request");
         }
@@ -241,6 +254,14 @@ PdfProbeReply probe_pdf_file(const std::string& path, const std::string& passwor
         }
     } catch (const Error& error) {
         reply.password_refused = error.kind() == ErrorKind::Password;
+        reply.reason = error.reason();
+    } catch (const std::bad_alloc&) {
+        reply.reason = "not enough memory to read it";
+    } catch (const std::exception&) {
+        reply.reason = "not a readable PDF";
+    }
+    if (reply.reason.empty() && !reply.opened) {
+        reply.reason = "the document has no pages";
     }
     return reply;
 }

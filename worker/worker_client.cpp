@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -62,6 +63,20 @@ std::size_t process_memory_ceiling()
                                      ? static_cast<std::size_t>(pages) * static_cast<std::size_t>(page_size)
                                      : 2 * kGiB;
     return std::clamp(physical / 2, kGiB, 4 * kGiB);
+}
+
+// The page time limit: QUIREFOLD_PAGE_SECONDS (decimal seconds) when set, as the in-process
+// reader reads it, else two minutes.
+std::chrono::milliseconds page_time_limit()
+{
+    if (const char* text = std::getenv("QUIREFOLD_PAGE_SECONDS")) {
+        char* end = nullptr;
+        const double seconds = std::strtod(text, &end);
+        if (end != text && *end == '\0' && seconds > 0 && seconds < 1e7) {
+            return std::chrono::milliseconds(std::max(1LL, std::llround(seconds * 1000)));
+        }
+    }
+    return std::chrono::milliseconds(120'000);
 }
 
 std::string seconds_text(std::chrono::milliseconds limit)
@@ -144,6 +159,7 @@ WorkerSettings default_worker_settings(int workers)
     WorkerSettings settings;
     settings.program = default_worker_program();
     settings.workers = std::max(1, workers);
+    settings.time_limit = page_time_limit();
     settings.memory_limit_mb = std::max<std::size_t>(
         process_memory_ceiling() / static_cast<std::size_t>(settings.workers) / kMiB, 64);
 #if defined(__SANITIZE_ADDRESS__)
@@ -533,6 +549,21 @@ std::string WorkerPool::text(const TextCall& call)
     return text;
 }
 
+CopiedReply WorkerPool::copy_pages(const CopyCall& call)
+{
+    CopiedReply copied;
+    try {
+        run(encode_copy_pages(call), [&](const Frame& reply, int) {
+            throw_if_failed(reply, call.document.document.path, 0);
+            copied = decode_pages_copied(reply);
+        });
+    } catch (const WorkerFailure& failure) {
+        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                    failure_reason(failure, "the document"), call.document.document.path);
+    }
+    return copied;
+}
+
 RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const std::string& password)
 {
     RemotePdfProbe probe;
@@ -546,6 +577,7 @@ RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const st
             probe.opened = probed.opened;
             probe.password_refused = probed.password_refused;
             probe.page_count = probed.page_count;
+            probe.reason = probed.reason;
         });
     } catch (const WorkerFailure& failure) {
         probe = {};

@@ -36,7 +36,7 @@ struct WorkerSettings {
 };
 
 // The settings of a run with `workers` job slots: the worker beside the running program, two
-// minutes a request, and the process-wide memory ceiling of the PDF reader (half the physical
+// minutes a request (QUIREFOLD_PAGE_SECONDS, decimal seconds, when set), and the process-wide memory ceiling of the PDF reader (half the physical
 // memory, 1 to 4 GiB, or QUIREFOLD_PDF_MEMORY_MB) shared among the workers. No data limit in
 // a build with AddressSanitizer, which reserves terabytes of address space.
 WorkerSettings default_worker_settings(int workers);
@@ -102,6 +102,7 @@ struct RemotePdfProbe {
     bool opened = false;
     bool password_refused = false; // the document is encrypted and the password does not open it
     int page_count = 0;
+    std::string reason;            // why it did not open, in the reader's words
     std::string failure;
 };
 
@@ -129,6 +130,8 @@ public:
     OpenedReply open(const DocumentRef& document);
     engine::PagePicture picture(const PictureCall& call);
     std::string text(const TextCall& call);
+    // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall). Throws as open().
+    CopiedReply copy_pages(const CopyCall& call);
 
     // The admission probes; they never throw for the file's sake.
     RemotePdfProbe probe_pdf(const std::filesystem::path& path, const std::string& password);

@@ -3,6 +3,9 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
+#include <unistd.h>
 #include <vector>
 
 #include <qpdf/QPDF.hh>
@@ -13,6 +16,7 @@
 
 #include "engine/error.h"
 #include "engine/file_ops.h"
+#include "engine/work_folder.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/pdf_page_image.h"
@@ -78,7 +82,31 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
 struct OpenSource {
     std::unique_ptr<QPDF> pdf;
     std::vector<QPDFPageObjectHelper> pages;
+    std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
 };
+
+// Opens the flattened copy a copier wrote, and removes its name at once: the open file is
+// read until the output is written, and nothing is left behind however the program ends.
+std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, const FlattenedCopy &copied,
+                                      const std::filesystem::path &source)
+{
+    auto opened = std::make_shared<OpenSource>();
+    opened->pdf = std::make_unique<QPDF>();
+    opened->pdf->setSuppressWarnings(true);
+    try {
+        opened->pdf->processFile(copy.c_str());
+        ::unlink(copy.c_str());
+        opened->pages = QPDFPageDocumentHelper(*opened->pdf).getAllPages();
+    } catch (const std::exception &) {
+        ::unlink(copy.c_str());
+        throw Error(ErrorKind::Damaged, "the copy of its pages could not be read", source);
+    }
+    if (opened->pages.size() != static_cast<std::size_t>(copied.page_count)) {
+        throw Error(ErrorKind::Damaged, "the copy of its pages is incomplete", source);
+    }
+    opened->uncopyable.insert(copied.uncopyable.begin(), copied.uncopyable.end());
+    return opened;
+}
 
 // Sources opened for the assemblers of one factory. Each "PDF (Single Page)" file has an
 // assembler of its own, so without this every page would parse and flatten its whole source
@@ -87,20 +115,40 @@ struct OpenSource {
 class SourceCache
 {
   public:
+    SourceCache() = default;
+    explicit SourceCache(PageCopier copier) : copier_(std::move(copier)) {}
+
     std::shared_ptr<OpenSource> open(const std::filesystem::path &path, const std::string &password)
     {
         const Stamp stamp = stamp_of(path);
         const std::lock_guard lock(mutex_);
-        if (recent_ && recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
+        if (recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
+            if (recent_) {
+                return recent_;
+            }
+            if (recent_failure_) {
+                throw *recent_failure_;
+            }
+        }
+        recent_.reset();
+        recent_failure_.reset();
+        recent_path_ = path;
+        recent_password_ = password;
+        recent_stamp_ = stamp;
+        if (copier_) {
+            try {
+                recent_ = open_through_copier(path, password);
+            } catch (const Error &error) {
+                // Copying again would meet the same crash or time limit for every page.
+                recent_failure_ = error;
+                throw;
+            }
             return recent_;
         }
         auto source = std::make_shared<OpenSource>();
         source->pdf = open_source(path, password);
         source->pages = QPDFPageDocumentHelper(*source->pdf).getAllPages();
         recent_ = source;
-        recent_path_ = path;
-        recent_password_ = password;
-        recent_stamp_ = stamp;
         return source;
     }
 
@@ -120,8 +168,31 @@ class SourceCache
         return stamp;
     }
 
+    std::shared_ptr<OpenSource> open_through_copier(const std::filesystem::path &path,
+                                                    const std::string &password)
+    {
+        if (!scratch_) {
+            scratch_ = std::make_unique<engine::ScratchFolder>();
+        }
+        const std::filesystem::path copy =
+            scratch_->path() / ("copy-" + std::to_string(++copies_) + ".pdf");
+        FlattenedCopy copied;
+        try {
+            copied = copier_(path, password, copy);
+        } catch (...) {
+            std::error_code ignored;
+            std::filesystem::remove(copy, ignored); // what a reader that died left of it
+            throw;
+        }
+        return open_copy(copy, copied, path);
+    }
+
+    PageCopier copier_;
+    std::unique_ptr<engine::ScratchFolder> scratch_; // where the copier writes, made when first needed
+    std::uint64_t copies_ = 0;
     std::mutex mutex_;
     std::shared_ptr<OpenSource> recent_;
+    std::optional<Error> recent_failure_;
     std::filesystem::path recent_path_;
     std::string recent_password_;
     Stamp recent_stamp_;
@@ -145,10 +216,14 @@ class QpdfAssembler : public engine::PdfAssembler
     void add_pdf_page(const std::filesystem::path &source, const std::string &password,
                       int pageno) override
     {
-        const auto &pages = source_document(source, password).pages;
+        const OpenSource &opened = source_document(source, password);
+        const auto &pages = opened.pages;
         if (pageno < 1 || static_cast<std::size_t>(pageno) > pages.size()) {
             throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
                         source, pageno);
+        }
+        if (opened.uncopyable.count(pageno) > 0) {
+            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
         }
         QPDFObjectHandle page = pages[static_cast<std::size_t>(pageno - 1)].getObjectHandle();
         for (const char *key : kKeysLeftBehind) {
@@ -263,6 +338,57 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
                                                          const engine::OptionSnapshot &snapshot)
 {
     return make_pdf_assembler(target, snapshot, default_resources_folder());
+}
+
+FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
+                                   const std::filesystem::path &copy)
+{
+    const std::unique_ptr<QPDF> pdf = open_source(source, password);
+    std::vector<QPDFPageObjectHelper> pages;
+    try {
+        pages = QPDFPageDocumentHelper(*pdf).getAllPages();
+    } catch (const QPDFExc &e) {
+        throw Error(ErrorKind::Damaged, e.getMessageDetail(), source);
+    } catch (const std::exception &e) {
+        throw Error(ErrorKind::Damaged, e.what(), source);
+    }
+    QPDF flat;
+    flat.emptyPDF();
+    flat.setSuppressWarnings(true);
+    FlattenedCopy copied;
+    copied.page_count = static_cast<int>(pages.size());
+    for (std::size_t index = 0; index < pages.size(); ++index) {
+        QPDFObjectHandle page = pages[index].getObjectHandle();
+        for (const char *key : kKeysLeftBehind) {
+            page.removeKey(key); // on the source in memory; the file is never written
+        }
+        try {
+            flat.addPage(page, false);
+        } catch (const std::exception &) {
+            copied.uncopyable.push_back(static_cast<int>(index) + 1);
+            flat.addPage(flat.makeIndirectObject(
+                             QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 1 1] >>")),
+                         false);
+        }
+    }
+    if (pages.empty()) {
+        throw Error(ErrorKind::Damaged, "the document has no pages", source);
+    }
+    write_pdf_file(flat, copy, [](QPDFWriter &writer) {
+        writer.setDecodeLevel(qpdf_dl_none);
+        writer.setCompressStreams(false);
+        writer.setObjectStreamMode(qpdf_o_disable);
+    });
+    return copied;
+}
+
+engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier)
+{
+    return [resources = std::move(resources), cache = std::make_shared<SourceCache>(std::move(copier))](
+               const std::filesystem::path &target, const engine::OptionSnapshot &snapshot) {
+        return std::unique_ptr<engine::PdfAssembler>(
+            std::make_unique<QpdfAssembler>(target, snapshot, resources, cache));
+    };
 }
 
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources)
