@@ -79,6 +79,12 @@ bool bind_to_parent(pid_t parent)
 
 bool apply_limits(const WorkerArguments& arguments)
 {
+    // A reader that crashes leaves no core file in the user's folder, nor the passwords of its
+    // requests in one.
+    const rlimit no_core{0, 0};
+    if (::setrlimit(RLIMIT_CORE, &no_core) != 0) {
+        return false;
+    }
     if (arguments.data_mb > 0) {
         const rlim_t bytes = static_cast<rlim_t>(arguments.data_mb) << 20;
         const rlimit limit{bytes, bytes};

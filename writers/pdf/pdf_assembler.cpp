@@ -171,25 +171,14 @@ class SourceCache
     std::shared_ptr<OpenSource> open_through_copier(const std::filesystem::path &path,
                                                     const std::string &password)
     {
-        if (!scratch_) {
-            scratch_ = std::make_unique<engine::ScratchFolder>();
-        }
-        const std::filesystem::path copy =
-            scratch_->path() / ("copy-" + std::to_string(++copies_) + ".pdf");
-        FlattenedCopy copied;
-        try {
-            copied = copier_(path, password, copy);
-        } catch (...) {
-            std::error_code ignored;
-            std::filesystem::remove(copy, ignored); // what a reader that died left of it
-            throw;
-        }
-        return open_copy(copy, copied, path);
+        // A scratch folder of the work folder for as long as the copy is written and opened:
+        // once open, the copy's name is removed, and the folder goes with it.
+        const engine::ScratchFolder scratch;
+        const std::filesystem::path copy = scratch.path() / "copy.pdf";
+        return open_copy(copy, copier_(path, password, copy), path);
     }
 
     PageCopier copier_;
-    std::unique_ptr<engine::ScratchFolder> scratch_; // where the copier writes, made when first needed
-    std::uint64_t copies_ = 0;
     std::mutex mutex_;
     std::shared_ptr<OpenSource> recent_;
     std::optional<Error> recent_failure_;

@@ -58,7 +58,7 @@ using PageCopier = std::function<FlattenedCopy(const std::filesystem::path &sour
 
 // A factory whose assemblers never read a source PDF themselves: `copier` writes its flattened
 // copy into a scratch folder of the work folder, and the pages are copied from that file, which
-// this program wrote. A source whose copy failed fails its later pages with the same reason
+// this program wrote; the folder goes as soon as the copy is open. A source whose copy failed fails its later pages with the same reason
 // until the file changes.
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier);
 
