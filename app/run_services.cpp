@@ -36,9 +36,10 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
     services.pdf_assembler = writers::pdf::pdf_assembler_factory(
         resources, [readers](const fs::path& source, const std::string& password, const fs::path& copy) {
-            const worker::CopiedReply copied = readers->copy_pages(
+            worker::CopiedReply copied = readers->copy_pages(
                 {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native()});
-            return writers::pdf::FlattenedCopy{copied.page_count, copied.uncopyable};
+            return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
+                                               std::move(copied.in_frame)};
         });
     services.encryptpdfnow = writers::pdf::encryptpdfnow;
     services.merge_pdfs = writers::pdf::merge_pdfs;

@@ -261,7 +261,11 @@ Frame encode_picture_ready(const PictureHeader& header)
         .u64(header.pixel_bytes)
         .u8(header.has_compressed)
         .u8(header.black_is_1)
-        .u64(header.compressed_bytes);
+        .u64(header.compressed_bytes)
+        .u8(header.in_frame);
+    if (header.in_frame) {
+        out.text(header.frame_bytes);
+    }
     return std::move(out).frame(MessageType::PictureReady);
 }
 
@@ -298,6 +302,7 @@ Frame encode_pages_copied(const CopiedReply& reply)
     for (const int pageno : reply.uncopyable) {
         out.i32(pageno);
     }
+    out.text(reply.in_frame);
     return std::move(out).frame(MessageType::PagesCopied);
 }
 
@@ -405,6 +410,10 @@ PictureHeader decode_picture_ready(const Frame& frame)
     header.has_compressed = in.flag();
     header.black_is_1 = in.flag();
     header.compressed_bytes = in.u64();
+    header.in_frame = in.flag();
+    if (header.in_frame) {
+        header.frame_bytes = in.text();
+    }
     in.finish();
     const std::uint64_t stride = header.format == PixelFormat::Rgb8
                                      ? std::uint64_t(header.width) * 3
@@ -421,6 +430,9 @@ PictureHeader decode_picture_ready(const Frame& frame)
     if (header.compressed_bytes > kPictureRegionBytes ||
         header.pixel_bytes > kPictureRegionBytes - header.compressed_bytes) {
         throw ProtocolError("picture too large");
+    }
+    if (header.in_frame && header.frame_bytes.size() != header.total_bytes()) {
+        throw ProtocolError("picture bytes in the frame do not match their sizes");
     }
     return header;
 }
@@ -500,6 +512,7 @@ CopiedReply decode_pages_copied(const Frame& frame)
         }
         reply.uncopyable.push_back(pageno);
     }
+    reply.in_frame = in.text();
     in.finish();
     return reply;
 }

@@ -130,6 +130,8 @@ struct CopyCall {
 struct CopiedReply {
     int page_count = 0;
     std::vector<int> uncopyable;
+    // The copy itself, when a file size limit kept it from its file; empty otherwise.
+    std::string in_frame;
 };
 
 struct OpenedReply {
@@ -147,6 +149,10 @@ struct PictureHeader {
     bool has_compressed = false;
     bool black_is_1 = true;
     std::uint64_t compressed_bytes = 0;
+    // The bytes travel in the frame itself, after the header, when the picture region is too
+    // small for them (a file size limit caps the region's size).
+    bool in_frame = false;
+    std::string frame_bytes; // pixels, then compressed data, when in_frame
     std::uint64_t total_bytes() const { return pixel_bytes + compressed_bytes; }
 };
 

@@ -514,13 +514,20 @@ engine::PagePicture WorkerPool::picture(const PictureCall& call)
             picture.width = header.width;
             picture.height = header.height;
             picture.format = header.format;
+            const auto take = [&](std::uint64_t offset, std::size_t size, std::uint8_t* out) {
+                if (header.in_frame) {
+                    std::memcpy(out, header.frame_bytes.data() + offset, size);
+                } else {
+                    read_region(region, offset, size, out);
+                }
+            };
             picture.pixels.resize(header.pixel_bytes);
-            read_region(region, 0, picture.pixels.size(), picture.pixels.data());
+            take(0, picture.pixels.size(), picture.pixels.data());
             if (header.has_compressed) {
                 auto compressed = std::make_shared<engine::CompressedImage>();
                 compressed->black_is_1 = header.black_is_1;
                 compressed->data.resize(header.compressed_bytes);
-                read_region(region, header.pixel_bytes, compressed->data.size(), compressed->data.data());
+                take(header.pixel_bytes, compressed->data.size(), compressed->data.data());
                 picture.compressed = std::move(compressed);
             }
             if (header.total_bytes() > kKeptRegionBytes) {

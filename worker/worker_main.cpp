@@ -117,6 +117,8 @@ int main(int argc, char** argv)
     // The channel is the only descriptor a worker needs beside 0 to 2.
     ::close_range(static_cast<unsigned>(arguments.channel) + 1, ~0u, 0);
     std::signal(SIGPIPE, SIG_IGN);
+    // A write past a file size limit fails with EFBIG, which is reported, rather than killing.
+    std::signal(SIGXFSZ, SIG_IGN);
     if (!apply_limits(arguments)) {
         return 4;
     }

@@ -17,6 +17,7 @@
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
 #include "tests/support/process.h"
+#include "app/load_loop.h"
 #include "tests/support/engine_run.h"
 #include "tests/support/output_checks.h"
 #include "tests/support/hostile_files.h"
@@ -423,6 +424,34 @@ TEST_F(HostileRuns, AFrontEndKilledOutrightLeavesNoReader)
     for (const pid_t pid : readers) {
         EXPECT_TRUE(gone(pid)) << pid;
     }
+}
+
+// Admission whose reader cannot run: each document is dropped with the reason, and a PDF is
+// never taken for one that wants a password.
+TEST_F(HostileRuns, AFileWhoseReaderFailsIsDroppedWithTheReason)
+{
+    struct CountingPrompt final : intake::PasswordPrompt {
+        int asked = 0;
+        intake::PromptAnswer ask(const std::string &, const std::string &) override
+        {
+            ++asked;
+            return intake::PromptAnswer::cancel();
+        }
+    } prompt;
+    const char *previous = std::getenv("QUIREFOLD_WORKER");
+    const std::string kept = previous ? previous : "";
+    ::setenv("QUIREFOLD_WORKER", (folder / "no-such-reader").c_str(), 1);
+    std::vector<std::string> lines;
+    app::LoadRequest request;
+    request.paths = {(folder / "good.pdf").string(), (folder / "fine.tif").string()};
+    const app::LoadSummary summary = app::run_load(
+        request, prompt, {.problem = [&](const app::LoadProblem &p) { lines.push_back(p.line); }});
+    previous ? ::setenv("QUIREFOLD_WORKER", kept.c_str(), 1) : ::unsetenv("QUIREFOLD_WORKER");
+    const std::string reason = "could not be opened: the reader could not start: no-such-reader: "
+                               "No such file or directory";
+    EXPECT_EQ(lines, (std::vector<std::string>{"good.pdf " + reason, "fine.tif " + reason}));
+    EXPECT_EQ(summary.rows_added, 0);
+    EXPECT_EQ(prompt.asked, 0);
 }
 
 // Content built to exhaust a reader, in every kind of output: forms that draw themselves or

@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <set>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -392,7 +391,7 @@ TEST(Worker, GoesWhenItsParentIsKilled)
 TEST(WorkerProtocol, RefusesMalformedReplies)
 {
     const auto picture = [](int width, int height, std::uint8_t bilevel, std::uint64_t bytes) {
-        return std::move(PayloadWriter().i32(width).i32(height).u8(bilevel).u64(bytes).u8(0).u8(1).u64(0))
+        return std::move(PayloadWriter().i32(width).i32(height).u8(bilevel).u64(bytes).u8(0).u8(1).u64(0).u8(0))
             .frame(MessageType::PictureReady);
     };
     Frame truncated = encode_opened({3, {"(c)", "name", 300, 300}});
@@ -414,6 +413,8 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         {"huge picture", [&] { decode_picture_ready(picture(100000, 100000, 0, 30000000000ull)); }},
         {"flag out of range", [&] { decode_picture_ready(picture(8, 1, 2, 3)); }},
         {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
+        {"uncopied page past the end", [&] { decode_pages_copied(encode_pages_copied({2, {1, 3}})); }},
+        {"uncopied pages out of order", [&] { decode_pages_copied(encode_pages_copied({3, {2, 1}})); }},
     };
     for (const auto& c : cases) {
         EXPECT_THROW(c.decode(), ProtocolError) << c.what;

@@ -80,6 +80,7 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
 
 // A flattened source with the page list read once: a page copy picks its page by index.
 struct OpenSource {
+    std::string in_memory; // a copy made in memory, read by `pdf` until it goes
     std::unique_ptr<QPDF> pdf;
     std::vector<QPDFPageObjectHelper> pages;
     std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
@@ -87,14 +88,19 @@ struct OpenSource {
 
 // Opens the flattened copy a copier wrote, and removes its name at once: the open file is
 // read until the output is written, and nothing is left behind however the program ends.
-std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, const FlattenedCopy &copied,
+std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, FlattenedCopy copied,
                                       const std::filesystem::path &source)
 {
     auto opened = std::make_shared<OpenSource>();
     opened->pdf = std::make_unique<QPDF>();
     opened->pdf->setSuppressWarnings(true);
     try {
-        opened->pdf->processFile(copy.c_str());
+        if (copied.in_memory.empty()) {
+            opened->pdf->processFile(copy.c_str());
+        } else {
+            opened->in_memory = std::move(copied.in_memory);
+            opened->pdf->processMemoryFile(copy.c_str(), opened->in_memory.data(), opened->in_memory.size());
+        }
         ::unlink(copy.c_str());
         opened->pages = QPDFPageDocumentHelper(*opened->pdf).getAllPages();
     } catch (const std::exception &) {
@@ -330,7 +336,7 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
 }
 
 FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
-                                   const std::filesystem::path &copy)
+                                   const std::filesystem::path &copy, std::string *in_memory)
 {
     const std::unique_ptr<QPDF> pdf = open_source(source, password);
     std::vector<QPDFPageObjectHelper> pages;
@@ -363,11 +369,21 @@ FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const st
     if (pages.empty()) {
         throw Error(ErrorKind::Damaged, "the document has no pages", source);
     }
-    write_pdf_file(flat, copy, [](QPDFWriter &writer) {
+    const auto configure = [](QPDFWriter &writer) {
         writer.setDecodeLevel(qpdf_dl_none);
         writer.setCompressStreams(false);
         writer.setObjectStreamMode(qpdf_o_disable);
-    });
+    };
+    if (in_memory == nullptr) {
+        write_pdf_file(flat, copy, configure);
+        return copied;
+    }
+    QPDFWriter writer(flat);
+    writer.setOutputMemory();
+    configure(writer);
+    writer.write();
+    const auto buffer = writer.getBufferSharedPointer();
+    in_memory->assign(reinterpret_cast<const char *>(buffer->getBuffer()), buffer->getSize());
     return copied;
 }
 

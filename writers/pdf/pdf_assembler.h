@@ -41,14 +41,17 @@ engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resource
 struct FlattenedCopy {
     int page_count = 0;
     std::vector<int> uncopyable;
+    // The copy itself when it was made in memory rather than in its file (a file size limit
+    // too low for it); empty otherwise.
+    std::string in_memory;
 };
 
 // Writes every page of `source`, annotations and form fields flattened as the assemblers
 // flatten them, into a new PDF at `copy` with a page tree of one level. Stream data passes as
 // it is. Throws Error(Password), Error(Damaged) as add_pdf_page does; Error(Output) when the
-// copy cannot be written.
+// copy cannot be written. With `in_memory`, the copy is made there instead of in a file.
 FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
-                                   const std::filesystem::path &copy);
+                                   const std::filesystem::path &copy, std::string *in_memory = nullptr);
 
 // Makes the flattened copy of `source` at `copy`, elsewhere than in this process (a reader
 // worker), as write_flattened_copy does. Throws Error.
