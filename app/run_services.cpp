@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 #include "worker/remote_source.h"
@@ -36,8 +37,16 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
     services.pdf_assembler = writers::pdf::pdf_assembler_factory(
         resources, [readers](const fs::path& source, const std::string& password, const fs::path& copy) {
-            worker::CopiedReply copied = readers->copy_pages(
-                {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native()});
+            worker::CopiedReply copied;
+            try {
+                copied = readers->copy_pages(
+                    {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native()});
+            } catch (const engine::Error& error) {
+                if (error.reason() == worker::kStoppedReason) {
+                    throw std::runtime_error(error.reason()); // the run's abort, not the document's
+                }
+                throw;
+            }
             return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
                                                std::move(copied.in_frame)};
         });

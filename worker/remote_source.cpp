@@ -33,7 +33,7 @@ engine::PagePicture RemotePageSource::picture(int pageno, const engine::RenderRe
 {
     check_page(document_, pageno, page_count_);
     if (request.abort != nullptr && request.abort->load() != 0) {
-        throw engine::Error(engine::ErrorKind::Unsupported, "the reader was stopped", document_.document.path, pageno);
+        throw engine::Error(engine::ErrorKind::Unsupported, kStoppedReason, document_.document.path, pageno);
     }
     return pool_->picture({document_, pageno, request});
 }

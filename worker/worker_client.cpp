@@ -469,7 +469,7 @@ std::string WorkerPool::failure_reason(const WorkerFailure& failure, const char*
     case Cause::CouldNotStart:
         return std::string("the reader could not start: ") + failure.what();
     case Cause::Aborted:
-        return "the reader was stopped";
+        return kStoppedReason;
     case Cause::Crashed:
         break;
     }

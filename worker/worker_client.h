@@ -113,6 +113,9 @@ struct RemoteTiffProbe {
     std::string failure;
 };
 
+// The reason of a request ended by abort_requests().
+inline constexpr const char* kStoppedReason = "the reader was stopped";
+
 // The workers of one program: one per job slot, started when first needed. Thread-safe: a
 // request waits for a free slot. Every member that reads a document throws engine::Error
 // naming the document and page, with the worker's own reason or one of "the reader stopped

@@ -54,7 +54,8 @@ FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const st
                                    const std::filesystem::path &copy, std::string *in_memory = nullptr);
 
 // Makes the flattened copy of `source` at `copy`, elsewhere than in this process (a reader
-// worker), as write_flattened_copy does. Throws Error.
+// worker), as write_flattened_copy does. Throws Error for the document's sake, which the
+// factory remembers for the file; any other exception (the copy was stopped) it does not.
 using PageCopier = std::function<FlattenedCopy(const std::filesystem::path &source,
                                                const std::string &password,
                                                const std::filesystem::path &copy)>;
