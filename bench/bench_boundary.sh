@@ -3,7 +3,9 @@
 # The cost of the process boundary: the command line that reads documents in reader workers
 # against one that reads them in its own process, on the bench corpus cases that take at
 # least 2 seconds. Runs alternate old and new, RUNS each (5), and are compared by median wall
-# time, so that a change of load on the machine falls on both alike.
+# time, so that a change of load on the machine falls on both alike, and by median CPU time
+# (user and system, the workers' included: the program waits for them), which the load of
+# other programs on the machine touches far less.
 #
 #   OLD=/path/to/old/quirefold-cli bench/bench_boundary.sh
 #
@@ -31,36 +33,37 @@ cases=(
     "PDF→PNG 150dpi mixed-40|--format png --dpi 150 $corpus/mixed-40.pdf"
 )
 
-# seconds PROGRAM ARGS...: wall seconds of one run into an empty folder.
+# seconds PROGRAM ARGS...: "WALL CPU" seconds of one run into an empty folder.
 seconds() {
     local program=$1
     shift
     rm -rf "$work/out" && mkdir -p "$work/out"
-    local start end
-    start=$(date +%s.%N)
-    "$program" --zoomfactor 1 -o "$work/out" "$@" >/dev/null 2>&1
-    end=$(date +%s.%N)
-    awk -v a="$start" -v b="$end" 'BEGIN{ printf "%.3f", b - a }'
+    /usr/bin/time -f "%e %U %S" -o "$work/time" "$program" --zoomfactor 1 -o "$work/out" "$@" >/dev/null 2>&1
+    awk '{ printf "%s %.2f", $1, $2 + $3 }' "$work/time"
 }
 
 median() {
     printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'
 }
 
-echo "| case | in process (s) | in workers (s) | change |"
-echo "|---|---:|---:|---:|"
+change() {
+    awk -v o="$1" -v n="$2" 'BEGIN{ printf "%+.1f %%", (n / o - 1) * 100 }'
+}
+
+echo "| case | wall, in process (s) | wall, in workers (s) | change | CPU, in process (s) | CPU, in workers (s) | change |"
+echo "|---|---:|---:|---:|---:|---:|---:|"
 for entry in "${cases[@]}"; do
     name=${entry%%|*}
     read -r -a arguments <<<"${entry#*|}"
-    old_times=()
-    new_times=()
+    old_wall=() old_cpu=() new_wall=() new_cpu=()
     for ((run = 1; run <= runs; run++)); do
-        old_times+=("$(seconds "$old" "${arguments[@]}")")
-        new_times+=("$(seconds "$new" "${arguments[@]}")")
+        read -r wall cpu <<<"$(seconds "$old" "${arguments[@]}")"
+        old_wall+=("$wall") old_cpu+=("$cpu")
+        read -r wall cpu <<<"$(seconds "$new" "${arguments[@]}")"
+        new_wall+=("$wall") new_cpu+=("$cpu")
     done
-    old_median=$(median "${old_times[@]}")
-    new_median=$(median "${new_times[@]}")
-    change=$(awk -v o="$old_median" -v n="$new_median" 'BEGIN{ printf "%+.1f %%", (n / o - 1) * 100 }')
-    echo "| $name | $old_median | $new_median | $change |"
-    echo "  $name: old ${old_times[*]}; new ${new_times[*]}" >&2
+    ow=$(median "${old_wall[@]}") nw=$(median "${new_wall[@]}")
+    oc=$(median "${old_cpu[@]}") nc=$(median "${new_cpu[@]}")
+    echo "| $name | $ow | $nw | $(change "$ow" "$nw") | $oc | $nc | $(change "$oc" "$nc") |"
+    echo "  $name: wall old ${old_wall[*]}; new ${new_wall[*]}; CPU old ${old_cpu[*]}; new ${new_cpu[*]}" >&2
 done
