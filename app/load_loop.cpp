@@ -6,16 +6,39 @@
 #include "app/failure_message.h"
 #include "intake/admission.h"
 #include "intake/folder_walk.h"
+#include "worker/worker_client.h"
 
 namespace qf::app {
 namespace fs = std::filesystem;
 namespace {
 
+// Admission's questions answered by a reader worker: a file that crashes the reader or holds it
+// past the time limit is dropped with that reason, and the load goes on.
+intake::DocumentProbes worker_probes(worker::WorkerPool& readers)
+{
+    intake::DocumentProbes probes;
+    probes.pdf = [&readers](const fs::path& file, const std::string& password) {
+        const worker::RemotePdfProbe probe = readers.probe_pdf(file, password);
+        intake::PdfProbeAnswer answer;
+        answer.opened = probe.opened;
+        answer.page_count = probe.page_count;
+        answer.needs_password = probe.password_refused;
+        answer.reader_failed = !probe.failure.empty();
+        answer.reason = answer.reader_failed ? probe.failure : probe.reason;
+        return answer;
+    };
+    probes.tiff = [&readers](const fs::path& file) {
+        const worker::RemoteTiffProbe probe = readers.probe_tiff(file);
+        return intake::TiffProbeAnswer{probe.readable, probe.image_count, probe.tiled, probe.failure};
+    };
+    return probes;
+}
+
 class Loop {
 public:
     Loop(const LoadRequest& request, intake::PasswordPrompt& prompt, const LoadListener& listener,
-         const std::function<bool()>& cancelled)
-        : request_(request), prompt_(prompt), listener_(listener), cancelled_(cancelled)
+         const std::function<bool()>& cancelled, const intake::DocumentProbes& probes)
+        : request_(request), prompt_(prompt), listener_(listener), cancelled_(cancelled), probes_(probes)
     {
         rules_.ask_for_unreadable_pdf = request.ask_for_unreadable_pdf;
         rules_.cancelled = cancelled;
@@ -74,7 +97,7 @@ private:
     void admit(const intake::Candidate& candidate, bool in_folder)
     {
         std::vector<engine::ListRow> rows;
-        const intake::AdmissionReport report = intake::addtolist({candidate}, rows, prompt_, {}, rules_);
+        const intake::AdmissionReport report = intake::addtolist({candidate}, rows, prompt_, probes_, {}, rules_);
         for (const auto& row : rows) {
             ++summary_.rows_added;
             if (listener_.row_admitted) {
@@ -108,6 +131,7 @@ private:
     intake::PasswordPrompt& prompt_;
     const LoadListener& listener_;
     const std::function<bool()>& cancelled_;
+    const intake::DocumentProbes& probes_;
     intake::AdmissionRules rules_;
     LoadSummary summary_;
 };
@@ -118,7 +142,10 @@ LoadSummary run_load(const LoadRequest& request, intake::PasswordPrompt& prompt,
                      const std::function<bool()>& cancelled)
 {
     try {
-        return Loop(request, prompt, listener, cancelled).run();
+        // One reader worker for the load, started at its first file and ended with it.
+        worker::WorkerPool readers(worker::default_worker_settings(1));
+        const intake::DocumentProbes probes = worker_probes(readers);
+        return Loop(request, prompt, listener, cancelled, probes).run();
     } catch (...) {
         // Admission does not throw for a file's sake; this is memory or a fault of ours.
         LoadSummary summary;

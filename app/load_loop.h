@@ -47,7 +47,8 @@ struct LoadSummary {
 
 // Walks each folder (loadrecursive) and admits each file (addtolist), folder files in the
 // walk's order, the given paths in their order. A folder's files that are not PDF or TIFF are
-// passed over quietly; a file named directly is reported. Passwords are asked of `prompt` on
+// passed over quietly; a file named directly is reported. Files are read by a reader worker
+// of the load's own, so that one that crashes or hangs the reader is dropped with a line. Passwords are asked of `prompt` on
 // this thread. `cancelled` is asked between candidates and folders; true ends the load with
 // what it has added. Never throws.
 LoadSummary run_load(const LoadRequest& request, intake::PasswordPrompt& prompt, const LoadListener& listener,

@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "app/run_services.h"
 
-#include "sources/pdf_source.h"
-#include "sources/tiff_source.h"
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "worker/remote_source.h"
 #include "writers/deep_colour.h"
 #include "writers/exif_stamper.h"
 #include "writers/jpeg_writer.h"
@@ -16,17 +20,36 @@
 namespace qf::app {
 namespace fs = std::filesystem;
 
-engine::RunServices make_run_services(const fs::path& resources)
+engine::RunServices make_run_services(const fs::path& resources, int jobs)
 {
+    if (jobs < 1) {
+        jobs = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    }
+    const auto readers = std::make_shared<worker::WorkerPool>(worker::default_worker_settings(jobs));
     engine::RunServices services;
-    services.open_tiff = sources::open_tiff_source;
-    services.open_pdf = sources::open_pdf_source;
+    services.open_tiff = worker::remote_tiff_opener(readers);
+    services.open_pdf = worker::remote_pdf_opener(readers);
+    services.abort_reading = [readers] { readers->abort_requests(); };
     services.write_jpeg = writers::write_jpeg;
     services.write_png = writers::write_png;
     services.write_tiff_single = writers::write_tiff_single;
     services.write_text = writers::write_text;
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
-    services.pdf_assembler = writers::pdf::pdf_assembler_factory(resources);
+    services.pdf_assembler = writers::pdf::pdf_assembler_factory(
+        resources, [readers](const fs::path& source, const std::string& password, const fs::path& copy) {
+            worker::CopiedReply copied;
+            try {
+                copied = readers->copy_pages(
+                    {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native()});
+            } catch (const engine::Error& error) {
+                if (error.reason() == worker::kStoppedReason) {
+                    throw std::runtime_error(error.reason()); // the run's abort, not the document's
+                }
+                throw;
+            }
+            return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
+                                               std::move(copied.in_frame)};
+        });
     services.encryptpdfnow = writers::pdf::encryptpdfnow;
     services.merge_pdfs = writers::pdf::merge_pdfs;
     services.stamper = [resources] { return writers::make_exif_stamper(resources); };

@@ -7,7 +7,11 @@
 
 namespace qf::app {
 
-// Every page source and writer, plugged in for a run.
-engine::RunServices make_run_services(const std::filesystem::path& resources);
+// Every page source and writer, plugged in for a run with `jobs` job slots (0: one per core,
+// as a run prepares pages by default). Documents are read by reader workers, one per job slot,
+// started when first needed and ended when the last copy of the services goes: pictures, text
+// and the flattened copies of PDF pages for PDF output all come from them, and aborting the run
+// ends the requests under way.
+engine::RunServices make_run_services(const std::filesystem::path& resources, int jobs = 0);
 
 } // namespace qf::app

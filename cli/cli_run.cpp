@@ -114,7 +114,7 @@ int run_status(const engine::RunSession& run, std::size_t documents, int problem
 int convert(const CliRequest& request, const std::filesystem::path& resources,
             const std::vector<engine::ListRow>& rows, int problems)
 {
-    engine::RunSession run(app::make_run_services(resources));
+    engine::RunSession run(app::make_run_services(resources, request.jobs));
     if (request.jobs > 0) {
         run.set_jobs(request.jobs);
     }

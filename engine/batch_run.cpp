@@ -73,6 +73,9 @@ void BatchRun::abort()
     aborted_ = true;
     pleasestop_ = true;
     abort_flag_ = 1;
+    if (services_.abort_reading) {
+        services_.abort_reading();
+    }
 }
 
 PumpTick BatchRun::Timer1_Action()

@@ -149,6 +149,9 @@ struct RunServices {
     PdfMerger merge_pdfs;
     std::function<std::unique_ptr<Stamper>()> stamper;
     std::function<void(const std::filesystem::path&)> writergb48; // 16 bits a sample, in place
+    // Ends at once whatever the sources are reading (the run is aborted): the requests under
+    // way fail. Thread-safe; may be empty.
+    std::function<void()> abort_reading;
 };
 
 } // namespace qf::engine

@@ -4,10 +4,7 @@
 #include <filesystem>
 #include <new>
 
-#include "engine/error.h"
 #include "engine/text_rules.h"
-#include "intake/tiff_probe.h"
-#include "sources/pdf_mupdf.h"
 
 namespace qf::intake {
 namespace {
@@ -41,7 +38,7 @@ struct Probed {
     std::string reason; // why the candidate is dropped, when it is
 };
 
-Probed probe_tiff_candidate(const fs::path& file, CandidateInHand& hand)
+Probed probe_tiff_candidate(const fs::path& file, const DocumentProbes& probes, CandidateInHand& hand)
 {
     Probed probed;
     hand.filepassword.clear();
@@ -57,7 +54,12 @@ Probed probe_tiff_candidate(const fs::path& file, CandidateInHand& hand)
         probed.reason = "not a regular file";
         return probed;
     }
-    const TiffProbe tiff = probe_tiff(file);
+    const TiffProbeAnswer tiff = probes.tiff(file);
+    if (!tiff.failure.empty()) {
+        hand.jj = Jj::bad;
+        probed.reason = tiff.failure;
+        return probed;
+    }
     hand.jj = Jj::good;
     probed.page_count = tiff.readable ? tiff.image_count : 0;
     if (tiff.tiled) {
@@ -70,37 +72,19 @@ Probed probe_tiff_candidate(const fs::path& file, CandidateInHand& hand)
     return probed;
 }
 
-// What one attempt to open a PDF found.
-struct PdfOpening {
-    bool opened = false;         // read, with at least one page
-    int page_count = 0;          // 0 unless opened
-    bool needs_password = false; // encrypted, and the password tried does not open it
-    std::string reason;          // why it did not open, in the reader's words
-};
+using PdfOpening = PdfProbeAnswer;
 
-PdfOpening open_pdf(const fs::path& file, const std::string& password)
+PdfOpening open_pdf(const fs::path& file, const std::string& password, const DocumentProbes& probes)
 {
-    PdfOpening opening;
     std::error_code ec;
     if (fs::file_size(file, ec) == 0 && !ec) {
+        PdfOpening opening;
         opening.reason = "the file is empty";
         return opening;
     }
-    try {
-        sources::MupdfDocument document(file, password);
-        opening.page_count = document.page_count();
-        opening.opened = opening.page_count >= 1;
-        if (!opening.opened) {
-            opening.page_count = 0;
-            opening.reason = "the document has no pages";
-        }
-    } catch (const engine::Error& e) {
-        opening.needs_password = e.kind() == engine::ErrorKind::Password;
-        opening.reason = e.reason();
-    } catch (const std::bad_alloc&) {
-        opening.reason = "not enough memory to read it";
-    } catch (const std::exception&) {
-        opening.reason = "not a readable PDF";
+    PdfOpening opening = probes.pdf(file, password);
+    if (!opening.opened) {
+        opening.page_count = 0;
     }
     return opening;
 }
@@ -121,12 +105,13 @@ std::string give_up_reason(const PromptAnswer& answer, const PdfOpening& opening
 // asked for again after every wrong password; one that cannot be read is asked for only as
 // the rules say, and comes back with the reader's reason rather than as a password question.
 void password_loop(const fs::path& file, const std::string& name, PasswordPrompt& prompt,
-                   const AdmissionRules& rules, CandidateInHand& hand, PdfOpening& pdf, Probed& probed)
+                   const DocumentProbes& probes, const AdmissionRules& rules, CandidateInHand& hand,
+                   PdfOpening& pdf, Probed& probed)
 {
     const std::string text = password_prompt_text(name);
     int attempts = 0;
     while (hand.jj == Jj::nogood) {
-        if (!pdf.needs_password && !rules.ask_for_unreadable_pdf) {
+        if (pdf.reader_failed || (!pdf.needs_password && !rules.ask_for_unreadable_pdf)) {
             hand.jj = Jj::cancel;
             probed.reason = pdf.reason;
             return;
@@ -142,7 +127,7 @@ void password_loop(const fs::path& file, const std::string& name, PasswordPrompt
         hand.jj = Jj::attempt;
         hand.filepassword = answer.password;
         ++attempts;
-        pdf = open_pdf(file, hand.filepassword);
+        pdf = open_pdf(file, hand.filepassword, probes);
         if (pdf.opened) {
             hand.jj = Jj::good;
         } else {
@@ -153,7 +138,7 @@ void password_loop(const fs::path& file, const std::string& name, PasswordPrompt
 }
 
 Probed probe_pdf_candidate(const fs::path& file, const std::string& name, PasswordPrompt& prompt,
-                           const AdmissionRules& rules, CandidateInHand& hand)
+                           const DocumentProbes& probes, const AdmissionRules& rules, CandidateInHand& hand)
 {
     Probed probed;
     std::error_code ec;
@@ -168,9 +153,9 @@ Probed probe_pdf_candidate(const fs::path& file, const std::string& name, Passwo
     }
     // Whatever keeps the file from opening with the empty password leads to the loop; an
     // encrypted file that opens without one never reaches it.
-    PdfOpening pdf = open_pdf(file, "");
+    PdfOpening pdf = open_pdf(file, "", probes);
     hand.jj = pdf.opened ? Jj::good : Jj::nogood;
-    password_loop(file, name, prompt, rules, hand, pdf, probed);
+    password_loop(file, name, prompt, probes, rules, hand, pdf, probed);
     probed.page_count = pdf.page_count > 0 ? pdf.page_count : 1;
     return probed;
 }
@@ -210,8 +195,8 @@ std::string count_label(std::size_t row_count)
 }
 
 AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
-                          PasswordPrompt& prompt, const AdmissionProgress& progress,
-                          const AdmissionRules& rules)
+                          PasswordPrompt& prompt, const DocumentProbes& probes,
+                          const AdmissionProgress& progress, const AdmissionRules& rules)
 {
     AdmissionReport report;
     for (const Candidate& candidate : candidates) {
@@ -227,8 +212,9 @@ AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::
         } else {
             const std::string folder = folder_cell(candidate.path);
             const fs::path file = fs::path(folder) / candidate.name;
-            probed = is_tiff_name(candidate.name) ? probe_tiff_candidate(file, hand)
-                                                  : probe_pdf_candidate(file, candidate.name, prompt, rules, hand);
+            probed = is_tiff_name(candidate.name)
+                         ? probe_tiff_candidate(file, probes, hand)
+                         : probe_pdf_candidate(file, candidate.name, prompt, probes, rules, hand);
             admitted = probed.page_count > 0 && hand.jj == Jj::good;
             if (admitted) {
                 rows.push_back(make_row(candidate, folder, probed, hand));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -52,6 +53,33 @@ struct AdmissionRules {
     std::function<bool()> cancelled;
 };
 
+// What one attempt to open a PDF with a password found.
+struct PdfProbeAnswer {
+    bool opened = false;         // read, with at least one page
+    int page_count = 0;          // 0 unless opened
+    bool needs_password = false; // encrypted, and the password tried does not open it
+    bool reader_failed = false;  // the reader itself crashed or overran its time: no answer
+    std::string reason;          // why it did not open, in the reader's words
+};
+
+// What a TIFF's probe found: readable first image, image count, tiled first image.
+struct TiffProbeAnswer {
+    bool readable = false;
+    int image_count = 0;
+    bool tiled = false;
+    std::string failure; // the reader itself crashed or overran its time: why
+};
+
+// The readers admission asks. Neither throws for the file's sake.
+struct DocumentProbes {
+    std::function<PdfProbeAnswer(const std::filesystem::path& file, const std::string& password)> pdf;
+    std::function<TiffProbeAnswer(const std::filesystem::path& file)> tiff;
+};
+
+// The readers of this process (sources/, libtiff), for tests and fuzzing; the programs read
+// untrusted files in worker processes instead.
+DocumentProbes in_process_probes();
+
 // addtolist: appends one row per admitted candidate to `rows`, in candidate order. A name
 // must end in ".PDF", ".TIF" or ".TIFF" (any case). The file probed is the candidate's name
 // in the folder of its path. TIFF: dropped when gone, unreadable or of 0 images; a tiled
@@ -60,7 +88,13 @@ struct AdmissionRules {
 // opens it or the prompt gives up, which drops that file only; one that cannot be read asks
 // too or is dropped, as `rules` say. Cells: name, page count, "1", page count, "1" or "1-N",
 // the folder as an absolute path without a trailing "/", the password that opened the file.
-// Never throws for a file's sake.
+// A file whose reader failed (`reader_failed`, `failure`) is dropped with that reason, never
+// asked a password for. Files are read through `probes`. Never throws for a file's sake.
+AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
+                          PasswordPrompt& prompt, const DocumentProbes& probes,
+                          const AdmissionProgress& progress = {}, const AdmissionRules& rules = {});
+
+// The same, read in this process (in_process_probes()).
 AdmissionReport addtolist(const CandidateTable& candidates, std::vector<engine::ListRow>& rows,
                           PasswordPrompt& prompt, const AdmissionProgress& progress = {},
                           const AdmissionRules& rules = {});

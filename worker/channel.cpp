@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "worker/channel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/falloc.h>
 #include <poll.h>
 #include <sys/mman.h> // memfd_create
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -172,7 +175,13 @@ UniqueFd make_picture_region()
     if (!region) {
         throw_errno("memfd_create");
     }
-    if (::ftruncate(region.get(), static_cast<off_t>(kPictureRegionBytes)) != 0 ||
+    // A file size limit applies to the region too; what does not fit then travels in frames.
+    std::uint64_t size = kPictureRegionBytes;
+    rlimit file_size{};
+    if (::getrlimit(RLIMIT_FSIZE, &file_size) == 0 && file_size.rlim_cur != RLIM_INFINITY) {
+        size = std::min<std::uint64_t>(size, file_size.rlim_cur);
+    }
+    if (::ftruncate(region.get(), static_cast<off_t>(size)) != 0 ||
         ::fcntl(region.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         throw_errno("picture region");
     }
@@ -181,9 +190,10 @@ UniqueFd make_picture_region()
 
 namespace {
 
-void check_range(std::uint64_t offset, std::size_t size)
+void check_range(int fd, std::uint64_t offset, std::size_t size)
 {
-    if (offset > kPictureRegionBytes || size > kPictureRegionBytes - offset) {
+    const std::uint64_t length = region_size(fd);
+    if (offset > length || size > length - offset) {
         throw ProtocolError("a picture larger than its shared memory");
     }
 }
@@ -192,7 +202,7 @@ void check_range(std::uint64_t offset, std::size_t size)
 
 void write_region(int fd, std::uint64_t offset, const std::uint8_t* data, std::size_t size)
 {
-    check_range(offset, size);
+    check_range(fd, offset, size);
     std::size_t done = 0;
     while (done < size) {
         const ssize_t put = ::pwrite(fd, data + done, size - done, static_cast<off_t>(offset + done));
@@ -208,7 +218,7 @@ void write_region(int fd, std::uint64_t offset, const std::uint8_t* data, std::s
 
 void read_region(int fd, std::uint64_t offset, std::size_t size, std::uint8_t* out)
 {
-    check_range(offset, size);
+    check_range(fd, offset, size);
     std::size_t done = 0;
     while (done < size) {
         const ssize_t got = ::pread(fd, out + done, size - done, static_cast<off_t>(offset + done));
@@ -228,10 +238,20 @@ void read_region(int fd, std::uint64_t offset, std::size_t size, std::uint8_t* o
 
 void release_region_tail(int fd, std::uint64_t offset)
 {
-    if (offset < kPictureRegionBytes) {
+    const std::uint64_t length = region_size(fd);
+    if (offset < length) {
         ::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
-                    static_cast<off_t>(kPictureRegionBytes - offset));
+                    static_cast<off_t>(length - offset));
     }
+}
+
+std::uint64_t region_size(int fd)
+{
+    struct stat status{};
+    if (::fstat(fd, &status) != 0) {
+        throw_errno("fstat");
+    }
+    return static_cast<std::uint64_t>(status.st_size);
 }
 
 } // namespace qf::worker

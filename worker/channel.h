@@ -62,8 +62,12 @@ Frame receive_frame(int socket, const Deadline& deadline, UniqueFd* attached = n
 // grow it; its pages are only taken when written, and stay for the next picture. It is
 // kPictureRegionBytes long (protocol.h).
 
-// Makes a sealed region of kPictureRegionBytes. Throws std::system_error.
+// Makes a sealed region of kPictureRegionBytes, or of the file size limit when that is lower.
+// Throws std::system_error.
 UniqueFd make_picture_region();
+
+// The region's size in bytes. Throws std::system_error.
+std::uint64_t region_size(int fd);
 
 // Copies `size` bytes to or from `offset` of a region. Throws std::system_error; ProtocolError
 // when the range passes the end of the region.

@@ -180,9 +180,9 @@ std::size_t decode_header(const std::uint8_t* header, MessageType& type)
     }
     const std::uint8_t code = header[6];
     const bool known = (code >= static_cast<std::uint8_t>(MessageType::Hello) &&
-                        code <= static_cast<std::uint8_t>(MessageType::Failed)) ||
+                        code <= static_cast<std::uint8_t>(MessageType::PagesCopied)) ||
                        (code >= static_cast<std::uint8_t>(MessageType::Open) &&
-                        code <= static_cast<std::uint8_t>(MessageType::ProbeTiff));
+                        code <= static_cast<std::uint8_t>(MessageType::CopyPages));
     if (!known) {
         throw ProtocolError("unknown message type " + std::to_string(code));
     }
@@ -228,6 +228,14 @@ Frame encode_probe_tiff(const std::string& path)
     return std::move(PayloadWriter().text(path)).frame(MessageType::ProbeTiff);
 }
 
+Frame encode_copy_pages(const CopyCall& call)
+{
+    PayloadWriter out;
+    write_document(out, call.document);
+    out.text(call.target);
+    return std::move(out).frame(MessageType::CopyPages);
+}
+
 Frame encode_hello(std::uint32_t pid)
 {
     return std::move(PayloadWriter().u32(pid)).frame(MessageType::Hello);
@@ -253,7 +261,11 @@ Frame encode_picture_ready(const PictureHeader& header)
         .u64(header.pixel_bytes)
         .u8(header.has_compressed)
         .u8(header.black_is_1)
-        .u64(header.compressed_bytes);
+        .u64(header.compressed_bytes)
+        .u8(header.in_frame);
+    if (header.in_frame) {
+        out.text(header.frame_bytes);
+    }
     return std::move(out).frame(MessageType::PictureReady);
 }
 
@@ -265,7 +277,7 @@ Frame encode_text_ready(const std::string& text)
 Frame encode_pdf_probed(const PdfProbeReply& reply)
 {
     PayloadWriter out;
-    out.u8(reply.opened).u8(reply.password_refused).i32(reply.page_count);
+    out.u8(reply.opened).u8(reply.password_refused).i32(reply.page_count).text(reply.reason);
     return std::move(out).frame(MessageType::PdfProbed);
 }
 
@@ -281,6 +293,17 @@ Frame encode_failed(const FailedReply& reply)
     PayloadWriter out;
     out.u8(static_cast<std::uint8_t>(reply.kind)).text(reply.reason).u8(reply.retire);
     return std::move(out).frame(MessageType::Failed);
+}
+
+Frame encode_pages_copied(const CopiedReply& reply)
+{
+    PayloadWriter out;
+    out.i32(reply.page_count).u32(static_cast<std::uint32_t>(reply.uncopyable.size()));
+    for (const int pageno : reply.uncopyable) {
+        out.i32(pageno);
+    }
+    out.text(reply.in_frame);
+    return std::move(out).frame(MessageType::PagesCopied);
 }
 
 DocumentRef decode_open(const Frame& frame)
@@ -338,6 +361,20 @@ std::string decode_probe_tiff(const Frame& frame)
     return path;
 }
 
+CopyCall decode_copy_pages(const Frame& frame)
+{
+    expect(frame, MessageType::CopyPages);
+    PayloadReader in(frame.payload);
+    CopyCall call;
+    call.document = read_document(in);
+    call.target = in.text();
+    in.finish();
+    if (call.target.empty() || call.target.front() != '/') {
+        throw ProtocolError("the copy's target is not an absolute path");
+    }
+    return call;
+}
+
 std::uint32_t decode_hello(const Frame& frame)
 {
     expect(frame, MessageType::Hello);
@@ -373,6 +410,10 @@ PictureHeader decode_picture_ready(const Frame& frame)
     header.has_compressed = in.flag();
     header.black_is_1 = in.flag();
     header.compressed_bytes = in.u64();
+    header.in_frame = in.flag();
+    if (header.in_frame) {
+        header.frame_bytes = in.text();
+    }
     in.finish();
     const std::uint64_t stride = header.format == PixelFormat::Rgb8
                                      ? std::uint64_t(header.width) * 3
@@ -389,6 +430,9 @@ PictureHeader decode_picture_ready(const Frame& frame)
     if (header.compressed_bytes > kPictureRegionBytes ||
         header.pixel_bytes > kPictureRegionBytes - header.compressed_bytes) {
         throw ProtocolError("picture too large");
+    }
+    if (header.in_frame && header.frame_bytes.size() != header.total_bytes()) {
+        throw ProtocolError("picture bytes in the frame do not match their sizes");
     }
     return header;
 }
@@ -410,6 +454,7 @@ PdfProbeReply decode_pdf_probed(const Frame& frame)
     reply.opened = in.flag();
     reply.password_refused = in.flag();
     const std::int32_t count = in.i32();
+    reply.reason = in.text();
     in.finish();
     if (count < 0 || (reply.opened && count < 1)) {
         throw ProtocolError("page count out of range");
@@ -446,6 +491,28 @@ FailedReply decode_failed(const Frame& frame)
     reply.kind = static_cast<ErrorKind>(kind);
     reply.reason = in.text();
     reply.retire = in.flag();
+    in.finish();
+    return reply;
+}
+
+CopiedReply decode_pages_copied(const Frame& frame)
+{
+    expect(frame, MessageType::PagesCopied);
+    PayloadReader in(frame.payload);
+    CopiedReply reply;
+    reply.page_count = positive(in.u32(), kMaxPageNumber, "page count");
+    const std::uint32_t failed = in.u32();
+    if (failed > static_cast<std::uint32_t>(reply.page_count)) {
+        throw ProtocolError("more pages failed than there are");
+    }
+    for (std::uint32_t i = 0; i < failed; ++i) {
+        const int pageno = positive(in.u32(), static_cast<std::uint32_t>(reply.page_count), "page number");
+        if (!reply.uncopyable.empty() && pageno <= reply.uncopyable.back()) {
+            throw ProtocolError("page numbers out of order");
+        }
+        reply.uncopyable.push_back(pageno);
+    }
+    reply.in_frame = in.text();
     in.finish();
     return reply;
 }

@@ -20,7 +20,7 @@
 // picture request carries a shared-memory region beside it, which the reply fills (channel.h).
 namespace qf::worker {
 
-inline constexpr std::uint16_t kProtocolVersion = 1;
+inline constexpr std::uint16_t kProtocolVersion = 2;
 inline constexpr std::size_t kFrameHeaderBytes = 12;
 // The size of a worker's picture region: room for the largest picture and its compressed data.
 inline constexpr std::uint64_t kPictureRegionBytes = std::uint64_t{2} << 30;
@@ -36,12 +36,14 @@ enum class MessageType : std::uint8_t {
     PdfProbed,     // admission probe of a PDF
     TiffProbed,    // admission probe of a TIFF
     Failed,        // an error kind and the reader's reason
+    PagesCopied,   // the page count of the flattened copy written
     // client -> worker
     Open = 64,
     Picture,
     Text,
     ProbePdf,
     ProbeTiff,
+    CopyPages,
 };
 
 // A frame that breaks the protocol: wrong version, unknown type, a field past the end.
@@ -117,6 +119,21 @@ struct TextCall {
     int pageno = 1;
 };
 
+// A PDF's pages copied, annotations and form fields flattened, into a PDF of their own at
+// `target`, a file the main process then reads in place of the document.
+struct CopyCall {
+    DocumentRef document;
+    std::string target;
+};
+
+// The page count of the copy, and the pages that could not be copied (1-based, ascending).
+struct CopiedReply {
+    int page_count = 0;
+    std::vector<int> uncopyable;
+    // The copy itself, when a file size limit kept it from its file; empty otherwise.
+    std::string in_frame;
+};
+
 struct OpenedReply {
     int page_count = 0;
     engine::SourceTags tags;
@@ -132,6 +149,10 @@ struct PictureHeader {
     bool has_compressed = false;
     bool black_is_1 = true;
     std::uint64_t compressed_bytes = 0;
+    // The bytes travel in the frame itself, after the header, when the picture region is too
+    // small for them (a file size limit caps the region's size).
+    bool in_frame = false;
+    std::string frame_bytes; // pixels, then compressed data, when in_frame
     std::uint64_t total_bytes() const { return pixel_bytes + compressed_bytes; }
 };
 
@@ -141,6 +162,7 @@ struct PdfProbeReply {
     bool opened = false;
     bool password_refused = false; // the document is encrypted and `password` does not open it
     int page_count = 0;
+    std::string reason; // why it did not open, in the reader's words
 };
 
 // What admission learns of a TIFF: readable first image, image count, tiled first image.
@@ -163,6 +185,7 @@ Frame encode_picture(const PictureCall& call);
 Frame encode_text(const TextCall& call);
 Frame encode_probe_pdf(const std::string& path, const std::string& password);
 Frame encode_probe_tiff(const std::string& path);
+Frame encode_copy_pages(const CopyCall& call);
 
 Frame encode_hello(std::uint32_t pid);
 Frame encode_opened(const OpenedReply& reply);
@@ -171,6 +194,7 @@ Frame encode_text_ready(const std::string& text);
 Frame encode_pdf_probed(const PdfProbeReply& reply);
 Frame encode_tiff_probed(const TiffProbeReply& reply);
 Frame encode_failed(const FailedReply& reply);
+Frame encode_pages_copied(const CopiedReply& reply);
 
 // Each decoder reads the whole payload of its type and throws ProtocolError on anything out
 // of range (a negative size, a page number below 1, an unknown enum value).
@@ -179,6 +203,7 @@ PictureCall decode_picture(const Frame& frame);
 TextCall decode_text(const Frame& frame);
 std::pair<std::string, std::string> decode_probe_pdf(const Frame& frame); // path, password
 std::string decode_probe_tiff(const Frame& frame);
+CopyCall decode_copy_pages(const Frame& frame);
 
 std::uint32_t decode_hello(const Frame& frame);
 OpenedReply decode_opened(const Frame& frame);
@@ -187,5 +212,6 @@ std::string decode_text_ready(const Frame& frame);
 PdfProbeReply decode_pdf_probed(const Frame& frame);
 TiffProbeReply decode_tiff_probed(const Frame& frame);
 FailedReply decode_failed(const Frame& frame);
+CopiedReply decode_pages_copied(const Frame& frame);
 
 } // namespace qf::worker

@@ -2,6 +2,7 @@
 #include "worker/reader_service.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cerrno>
 #include <new>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include "sources/pdf_mupdf.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
+#include "writers/pdf/pdf_assembler.h"
 
 namespace qf::worker {
 namespace {
@@ -156,6 +158,14 @@ Frame ReaderService::picture(const PictureCall& call, int region)
         throw Error(ErrorKind::Unsupported, "the page is too large to hand over", call.document.document.path,
                     call.pageno);
     }
+    if (header.total_bytes() > region_size(region)) {
+        header.in_frame = true;
+        header.frame_bytes.assign(picture.pixels.begin(), picture.pixels.end());
+        if (picture.compressed) {
+            header.frame_bytes.append(picture.compressed->data.begin(), picture.compressed->data.end());
+        }
+        return encode_picture_ready(header);
+    }
     write_region(region, 0, picture.pixels.data(), picture.pixels.size());
     if (picture.compressed) {
         write_region(region, picture.pixels.size(), picture.compressed->data.data(),
@@ -167,6 +177,32 @@ Frame ReaderService::picture(const PictureCall& call, int region)
 Frame ReaderService::text(const TextCall& call)
 {
     return encode_text_ready(document(call.document).source->text(call.pageno));
+}
+
+Frame ReaderService::copy_pages(const CopyCall& call)
+{
+    if (call.document.kind != DocumentKind::Pdf) {
+        throw ProtocolError("pages are copied from PDFs only");
+    }
+    const auto& document = call.document.document;
+    writers::pdf::FlattenedCopy copied;
+    try {
+        copied = writers::pdf::write_flattened_copy(document.path, document.password, call.target);
+    } catch (const Error& error) {
+        if (error.kind() != ErrorKind::Output || error.reason() != std::strerror(EFBIG)) {
+            throw;
+        }
+        // Under a file size limit too low for the copy, it travels in the reply instead.
+        std::error_code ignored;
+        std::filesystem::remove(call.target, ignored);
+        std::string in_memory;
+        copied = writers::pdf::write_flattened_copy(document.path, document.password, call.target, &in_memory);
+        if (in_memory.size() > kMaxPayloadBytes - 1024) {
+            throw;
+        }
+        copied.in_memory = std::move(in_memory);
+    }
+    return encode_pages_copied({copied.page_count, copied.uncopyable, std::move(copied.in_memory)});
 }
 
 Frame ReaderService::answer(const Frame& request, int region)
@@ -186,6 +222,8 @@ Frame ReaderService::answer(const Frame& request, int region)
         }
         case MessageType::ProbeTiff:
             return encode_tiff_probed(probe_tiff_file(decode_probe_tiff(request)));
+        case MessageType::CopyPages:
+            return copy_pages(decode_copy_pages(request));
         default:
             throw ProtocolError("not a request");
         }
@@ -241,6 +279,14 @@ PdfProbeReply probe_pdf_file(const std::string& path, const std::string& passwor
         }
     } catch (const Error& error) {
         reply.password_refused = error.kind() == ErrorKind::Password;
+        reply.reason = error.reason();
+    } catch (const std::bad_alloc&) {
+        reply.reason = "not enough memory to read it";
+    } catch (const std::exception&) {
+        reply.reason = "not a readable PDF";
+    }
+    if (reply.reason.empty() && !reply.opened) {
+        reply.reason = "the document has no pages";
     }
     return reply;
 }

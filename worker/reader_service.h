@@ -38,6 +38,7 @@ private:
     Frame open(const DocumentRef& ref);
     Frame picture(const PictureCall& call, int region);
     Frame text(const TextCall& call);
+    Frame copy_pages(const CopyCall& call);
 
     std::size_t memory_limit_mb_;
     std::uint64_t uses_ = 0;

@@ -32,6 +32,9 @@ RemotePageSource::RemotePageSource(std::shared_ptr<WorkerPool> pool, DocumentRef
 engine::PagePicture RemotePageSource::picture(int pageno, const engine::RenderRequest& request)
 {
     check_page(document_, pageno, page_count_);
+    if (request.abort != nullptr && request.abort->load() != 0) {
+        throw engine::Error(engine::ErrorKind::Unsupported, kStoppedReason, document_.document.path, pageno);
+    }
     return pool_->picture({document_, pageno, request});
 }
 

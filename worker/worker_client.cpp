@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -62,6 +63,20 @@ std::size_t process_memory_ceiling()
                                      ? static_cast<std::size_t>(pages) * static_cast<std::size_t>(page_size)
                                      : 2 * kGiB;
     return std::clamp(physical / 2, kGiB, 4 * kGiB);
+}
+
+// The page time limit: QUIREFOLD_PAGE_SECONDS (decimal seconds) when set, as the in-process
+// reader reads it, else two minutes.
+std::chrono::milliseconds page_time_limit()
+{
+    if (const char* text = std::getenv("QUIREFOLD_PAGE_SECONDS")) {
+        char* end = nullptr;
+        const double seconds = std::strtod(text, &end);
+        if (end != text && *end == '\0' && seconds > 0 && seconds < 1e7) {
+            return std::chrono::milliseconds(std::max(1LL, std::llround(seconds * 1000)));
+        }
+    }
+    return std::chrono::milliseconds(120'000);
 }
 
 std::string seconds_text(std::chrono::milliseconds limit)
@@ -144,6 +159,7 @@ WorkerSettings default_worker_settings(int workers)
     WorkerSettings settings;
     settings.program = default_worker_program();
     settings.workers = std::max(1, workers);
+    settings.time_limit = page_time_limit();
     settings.memory_limit_mb = std::max<std::size_t>(
         process_memory_ceiling() / static_cast<std::size_t>(settings.workers) / kMiB, 64);
 #if defined(__SANITIZE_ADDRESS__)
@@ -453,7 +469,7 @@ std::string WorkerPool::failure_reason(const WorkerFailure& failure, const char*
     case Cause::CouldNotStart:
         return std::string("the reader could not start: ") + failure.what();
     case Cause::Aborted:
-        return "the reader was stopped";
+        return kStoppedReason;
     case Cause::Crashed:
         break;
     }
@@ -498,13 +514,20 @@ engine::PagePicture WorkerPool::picture(const PictureCall& call)
             picture.width = header.width;
             picture.height = header.height;
             picture.format = header.format;
+            const auto take = [&](std::uint64_t offset, std::size_t size, std::uint8_t* out) {
+                if (header.in_frame) {
+                    std::memcpy(out, header.frame_bytes.data() + offset, size);
+                } else {
+                    read_region(region, offset, size, out);
+                }
+            };
             picture.pixels.resize(header.pixel_bytes);
-            read_region(region, 0, picture.pixels.size(), picture.pixels.data());
+            take(0, picture.pixels.size(), picture.pixels.data());
             if (header.has_compressed) {
                 auto compressed = std::make_shared<engine::CompressedImage>();
                 compressed->black_is_1 = header.black_is_1;
                 compressed->data.resize(header.compressed_bytes);
-                read_region(region, header.pixel_bytes, compressed->data.size(), compressed->data.data());
+                take(header.pixel_bytes, compressed->data.size(), compressed->data.data());
                 picture.compressed = std::move(compressed);
             }
             if (header.total_bytes() > kKeptRegionBytes) {
@@ -533,6 +556,21 @@ std::string WorkerPool::text(const TextCall& call)
     return text;
 }
 
+CopiedReply WorkerPool::copy_pages(const CopyCall& call)
+{
+    CopiedReply copied;
+    try {
+        run(encode_copy_pages(call), [&](const Frame& reply, int) {
+            throw_if_failed(reply, call.document.document.path, 0);
+            copied = decode_pages_copied(reply);
+        });
+    } catch (const WorkerFailure& failure) {
+        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                    failure_reason(failure, "the document"), call.document.document.path);
+    }
+    return copied;
+}
+
 RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const std::string& password)
 {
     RemotePdfProbe probe;
@@ -546,6 +584,7 @@ RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const st
             probe.opened = probed.opened;
             probe.password_refused = probed.password_refused;
             probe.page_count = probed.page_count;
+            probe.reason = probed.reason;
         });
     } catch (const WorkerFailure& failure) {
         probe = {};

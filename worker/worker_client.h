@@ -36,7 +36,7 @@ struct WorkerSettings {
 };
 
 // The settings of a run with `workers` job slots: the worker beside the running program, two
-// minutes a request, and the process-wide memory ceiling of the PDF reader (half the physical
+// minutes a request (QUIREFOLD_PAGE_SECONDS, decimal seconds, when set), and the process-wide memory ceiling of the PDF reader (half the physical
 // memory, 1 to 4 GiB, or QUIREFOLD_PDF_MEMORY_MB) shared among the workers. No data limit in
 // a build with AddressSanitizer, which reserves terabytes of address space.
 WorkerSettings default_worker_settings(int workers);
@@ -102,6 +102,7 @@ struct RemotePdfProbe {
     bool opened = false;
     bool password_refused = false; // the document is encrypted and the password does not open it
     int page_count = 0;
+    std::string reason;            // why it did not open, in the reader's words
     std::string failure;
 };
 
@@ -111,6 +112,9 @@ struct RemoteTiffProbe {
     bool tiled = false;
     std::string failure;
 };
+
+// The reason of a request ended by abort_requests().
+inline constexpr const char* kStoppedReason = "the reader was stopped";
 
 // The workers of one program: one per job slot, started when first needed. Thread-safe: a
 // request waits for a free slot. Every member that reads a document throws engine::Error
@@ -129,6 +133,8 @@ public:
     OpenedReply open(const DocumentRef& document);
     engine::PagePicture picture(const PictureCall& call);
     std::string text(const TextCall& call);
+    // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall). Throws as open().
+    CopiedReply copy_pages(const CopyCall& call);
 
     // The admission probes; they never throw for the file's sake.
     RemotePdfProbe probe_pdf(const std::filesystem::path& path, const std::string& password);

@@ -79,6 +79,15 @@ bool bind_to_parent(pid_t parent)
 
 bool apply_limits(const WorkerArguments& arguments)
 {
+    // A reader that crashes leaves no core file in the user's folder, nor the passwords of its
+    // requests in one.
+    const rlimit no_core{0, 0};
+    if (::setrlimit(RLIMIT_CORE, &no_core) != 0) {
+        return false;
+    }
+    // No data limit under AddressSanitizer: its shadow memory, reserved at start, already counts
+    // far past any limit, so its next mapping would fail and end the worker before it greets.
+#if !defined(__SANITIZE_ADDRESS__)
     if (arguments.data_mb > 0) {
         const rlim_t bytes = static_cast<rlim_t>(arguments.data_mb) << 20;
         const rlimit limit{bytes, bytes};
@@ -86,6 +95,7 @@ bool apply_limits(const WorkerArguments& arguments)
             return false;
         }
     }
+#endif
     // Read once by the PDF reader, on its first document.
     if (arguments.memory_mb > 0 &&
         ::setenv("QUIREFOLD_PDF_MEMORY_MB", std::to_string(arguments.memory_mb).c_str(), 1) != 0) {
@@ -111,6 +121,8 @@ int main(int argc, char** argv)
     // The channel is the only descriptor a worker needs beside 0 to 2.
     ::close_range(static_cast<unsigned>(arguments.channel) + 1, ~0u, 0);
     std::signal(SIGPIPE, SIG_IGN);
+    // A write past a file size limit fails with EFBIG, which is reported, rather than killing.
+    std::signal(SIGXFSZ, SIG_IGN);
     if (!apply_limits(arguments)) {
         return 4;
     }

@@ -117,7 +117,8 @@ TEST_F(Cli, BadInputsGetALineAndStatusThree)
     // An image that claims 60000 x 60000 pixels and holds three bytes: decoded at the size it
     // is shown, over a gigabyte.
     write_image_bomb_pdf(folder / "in" / "bomb.pdf", 60000, 60000);
-    const auto result = run_cli({"--format", "png", "--dpi", "300", "-o", (folder / "out").string(),
+    // One job: its one reader has the whole ceiling.
+    const auto result = run_cli({"--format", "png", "--dpi", "300", "--jobs", "1", "-o", (folder / "out").string(),
                                  (folder / "in").string(), (folder / "in" / "missing.tif").string()},
                                 {.data_home = folder / "data", .environment = {"QUIREFOLD_PDF_MEMORY_MB=256"}});
     EXPECT_EQ(result.status, 3);

@@ -2,17 +2,22 @@
 // Whole runs over hostile documents: every one gets a log line of its own, none stops the run,
 // and the good document after them is converted.
 #include <algorithm>
+#include <csignal>
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
+#include <sstream>
 #include <gtest/gtest.h>
 #include <iostream>
 #include <thread>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
-#include "sources/pdf_source.h"
+#include "tests/support/process.h"
+#include "app/load_loop.h"
 #include "tests/support/engine_run.h"
 #include "tests/support/output_checks.h"
 #include "tests/support/hostile_files.h"
@@ -221,24 +226,57 @@ TEST_F(HostileRuns, TruncatedDocumentsConvertWhatTheyHoldOrSayWhy)
     expect_good_documents_converted();
 }
 
-class PageTimeLimit : public HostileRuns
+// A page time limit of 1.5 seconds for the readers of the runs a test makes: set before the
+// fixture's run, and its readers, are made.
+class ShortPageLimit
 {
   protected:
-    void SetUp() override
+    ShortPageLimit()
     {
-        HostileRuns::SetUp();
-        previous_ = sources::page_time_limit();
-        sources::set_page_time_limit(std::chrono::milliseconds(1500));
+        if (const char *previous = std::getenv(kVariable)) {
+            previous_ = previous;
+        }
+        ::setenv(kVariable, "1.5", 1);
     }
-    void TearDown() override
+    ~ShortPageLimit()
     {
-        sources::set_page_time_limit(previous_);
-        HostileRuns::TearDown();
+        if (previous_) {
+            ::setenv(kVariable, previous_->c_str(), 1);
+        } else {
+            ::unsetenv(kVariable);
+        }
     }
 
   private:
-    std::chrono::milliseconds previous_{};
+    static constexpr const char *kVariable = "QUIREFOLD_PAGE_SECONDS";
+    std::optional<std::string> previous_;
 };
+
+class PageTimeLimit : private ShortPageLimit, public HostileRuns
+{
+};
+
+// The reader workers this process has started and that are still running.
+std::vector<pid_t> running_readers()
+{
+    std::vector<pid_t> found;
+    std::error_code error;
+    for (fs::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+        std::ifstream stat(it->path() / "stat");
+        std::string line;
+        if (!std::getline(stat, line) || line.find("(quirefold-work") == std::string::npos) {
+            continue;
+        }
+        std::istringstream fields(line.substr(line.rfind(')') + 2));
+        char state = 0;
+        pid_t parent = 0;
+        fields >> state >> parent;
+        if (state != 'Z' && parent == ::getpid()) {
+            found.push_back(std::stoi(it->path().filename().string()));
+        }
+    }
+    return found;
+}
 
 TEST_F(PageTimeLimit, AnExponentialPageIsAbandonedAndTheRunGoesOn)
 {
@@ -275,12 +313,13 @@ TEST_F(PageTimeLimit, ClosingARunWhileAPageIsStuckReturnsAtOnce)
         session.start(options("PNG"), {raw_row(folder / "doubling.pdf", 1), admitted_row(folder / "good.pdf")});
         std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the page is being drawn
         const auto started = Clock::now();
-        EXPECT_FALSE(session.shutdown(std::chrono::milliseconds(100)));
+        // Its reader is stopped at once, so the run ends within the wait.
+        EXPECT_TRUE(session.shutdown(std::chrono::milliseconds(700)));
         closed = true;
         took = Clock::now() - started;
     }
     EXPECT_LT(took, std::chrono::milliseconds(800));
-    // The worker left behind ends with its page, delivering nothing and telling nobody.
+    EXPECT_EQ(running_readers(), std::vector<pid_t>{});
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     EXPECT_EQ(heard_after, 0);
     std::error_code error;
@@ -289,6 +328,130 @@ TEST_F(PageTimeLimit, ClosingARunWhileAPageIsStuckReturnsAtOnce)
     for (fs::directory_iterator it(work, error), end; !error && it != end; it.increment(error)) {
         EXPECT_NE(it->path().filename().string().rfind("run-", 0), 0u) << it->path();
     }
+}
+
+// Documents that crash their reader or hold it past the page limit, in one batch with good
+// ones: each bad one gets its line, the good ones convert, the run ends soon after the limit,
+// and no reader outlives the run.
+TEST_F(PageTimeLimit, ReadersThatCrashOrHangFailOnlyTheirPage)
+{
+    write_looping_page_tree_pdf(folder / "loop.pdf");
+    write_deep_page_tree_pdf(folder / "deep.pdf", 30000);
+    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    const std::string failed = " page 1 could not be converted: ";
+    const struct
+    {
+        const char *format;
+        std::vector<std::string> lines; // each document's failure line, or its start
+        const char *good_pdf;           // how the good PDF comes out
+    } cases[] = {
+        {"PDF (Multipage)",
+         {"loop.pdf" + failed + "Loop detected in /Pages structure (getAllPages)",
+          "deep.pdf" + failed + "the reader stopped (", "jbig2.pdf"},
+         "good.PDF"},
+        {"PNG",
+         {"loop.pdf" + failed + "unreadable page: cycle in page tree",
+          "deep.pdf" + failed + "the reader stopped (",
+          "jbig2.pdf" + failed + "the page took longer than 1.5 seconds"},
+         "good.PNG"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.format);
+        std::vector<pid_t> readers;
+        Clock::duration took{};
+        {
+            RunHarness run;
+            const auto started = Clock::now();
+            run.run(options(c.format), with_good_documents({raw_row(folder / "loop.pdf", 1),
+                                                            raw_row(folder / "deep.pdf", 1),
+                                                            raw_row(folder / "jbig2.pdf", 1)}));
+            took = Clock::now() - started;
+            readers = running_readers();
+            for (const auto &expected : c.lines) {
+                const std::string name = expected.substr(0, expected.find(' '));
+                const auto lines = failures_of(run.lines, name);
+                if (expected == name) { // copied, not drawn: the page converts
+                    EXPECT_EQ(lines, std::vector<std::string>{}) << name;
+                    continue;
+                }
+                ASSERT_EQ(lines.size(), 1u) << name << ": " << ::testing::PrintToString(run.lines);
+                EXPECT_TRUE(starts_with(lines[0], expected)) << lines[0];
+            }
+            EXPECT_TRUE(saved_any(run.lines, "good")) << ::testing::PrintToString(run.lines);
+            EXPECT_TRUE(saved_any(run.lines, "fine"));
+        }
+        EXPECT_TRUE(fs::exists(out() / c.good_pdf));
+        // 1.5 seconds for the page and one of grace before its reader is killed; the decoder
+        // alone would take minutes.
+        EXPECT_LT(took, std::chrono::seconds(20));
+        EXPECT_FALSE(readers.empty());
+        EXPECT_EQ(running_readers(), std::vector<pid_t>{});
+    }
+}
+
+// The command line killed outright while a reader decodes a page: its readers go with it.
+TEST_F(HostileRuns, AFrontEndKilledOutrightLeavesNoReader)
+{
+    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    CliChild cli({"--format", "png", "-o", out().string(), (folder / "jbig2.pdf").string()},
+                 {.data_home = folder / "data"});
+    ASSERT_TRUE(cli.wait_for_output("added to the list", std::chrono::seconds(30)));
+    std::vector<pid_t> readers;
+    const auto give_up_finding = Clock::now() + std::chrono::seconds(10);
+    while (readers.empty() && Clock::now() < give_up_finding) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200)); // into the page
+        std::error_code error;
+        const fs::path tasks = "/proc/" + std::to_string(cli.pid()) + "/task";
+        for (fs::directory_iterator it(tasks, error), end; !error && it != end; it.increment(error)) {
+            std::ifstream children(it->path() / "children");
+            for (pid_t pid = 0; children >> pid;) {
+                readers.push_back(pid);
+            }
+        }
+    }
+    ASSERT_FALSE(readers.empty());
+    cli.send(SIGKILL);
+    cli.finish();
+    const auto gone = [](pid_t pid) {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string line;
+        return !std::getline(stat, line) || line.substr(line.rfind(')') + 2, 1) == "Z";
+    };
+    const auto give_up = Clock::now() + std::chrono::seconds(5);
+    while (!std::all_of(readers.begin(), readers.end(), gone) && Clock::now() < give_up) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    for (const pid_t pid : readers) {
+        EXPECT_TRUE(gone(pid)) << pid;
+    }
+}
+
+// Admission whose reader cannot run: each document is dropped with the reason, and a PDF is
+// never taken for one that wants a password.
+TEST_F(HostileRuns, AFileWhoseReaderFailsIsDroppedWithTheReason)
+{
+    struct CountingPrompt final : intake::PasswordPrompt {
+        int asked = 0;
+        intake::PromptAnswer ask(const std::string &, const std::string &) override
+        {
+            ++asked;
+            return intake::PromptAnswer::cancel();
+        }
+    } prompt;
+    const char *previous = std::getenv("QUIREFOLD_WORKER");
+    const std::string kept = previous ? previous : "";
+    ::setenv("QUIREFOLD_WORKER", (folder / "no-such-reader").c_str(), 1);
+    std::vector<std::string> lines;
+    app::LoadRequest request;
+    request.paths = {(folder / "good.pdf").string(), (folder / "fine.tif").string()};
+    const app::LoadSummary summary = app::run_load(
+        request, prompt, {.problem = [&](const app::LoadProblem &p) { lines.push_back(p.line); }});
+    previous ? ::setenv("QUIREFOLD_WORKER", kept.c_str(), 1) : ::unsetenv("QUIREFOLD_WORKER");
+    const std::string reason = "could not be opened: the reader could not start: no-such-reader: "
+                               "No such file or directory";
+    EXPECT_EQ(lines, (std::vector<std::string>{"good.pdf " + reason, "fine.tif " + reason}));
+    EXPECT_EQ(summary.rows_added, 0);
+    EXPECT_EQ(prompt.asked, 0);
 }
 
 // Content built to exhaust a reader, in every kind of output: forms that draw themselves or

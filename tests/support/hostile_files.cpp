@@ -52,17 +52,8 @@ std::string form_object(const std::string &content, const std::string &xobject_e
                          content);
 }
 
-void write_one_page_pdf(const fs::path &target, const RawPage &page,
-                        const std::vector<std::string> &extra_objects)
+void write_raw_pdf(const fs::path &target, const std::vector<std::string> &objects)
 {
-    std::vector<std::string> objects = {
-        "<< /Type /Catalog /Pages 2 0 R >>",
-        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-        "<< /Type /Page /Parent 2 0 R /MediaBox " + page.media_box + " /Resources " +
-            page.resources + " /Contents 4 0 R " + page.page_entries + " >>",
-        stream_object("", page.content),
-    };
-    objects.insert(objects.end(), extra_objects.begin(), extra_objects.end());
     std::string file = "%PDF-1.4\n%\xE2\xE3\xCF\xD3\n";
     std::vector<std::size_t> offsets;
     for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -79,6 +70,63 @@ void write_one_page_pdf(const fs::path &target, const RawPage &page,
     file += "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
             " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
     write_bytes(target, file);
+}
+
+void write_one_page_pdf(const fs::path &target, const RawPage &page,
+                        const std::vector<std::string> &extra_objects)
+{
+    std::vector<std::string> objects = {
+        "<< /Type /Catalog /Pages 2 0 R >>",
+        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        "<< /Type /Page /Parent 2 0 R /MediaBox " + page.media_box + " /Resources " +
+            page.resources + " /Contents 4 0 R " + page.page_entries + " >>",
+        stream_object("", page.content),
+    };
+    objects.insert(objects.end(), extra_objects.begin(), extra_objects.end());
+    write_raw_pdf(target, objects);
+}
+
+void write_deep_page_tree_pdf(const fs::path &target, int depth)
+{
+    std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>"};
+    for (int node = 0; node < depth; ++node) {
+        objects.push_back("<< /Type /Pages /Kids [" + reference(node + 3) + "] /Count 1 >>");
+    }
+    objects.push_back("<< /Type /Page /MediaBox [0 0 100 100] >>");
+    write_raw_pdf(target, objects);
+}
+
+void write_looping_page_tree_pdf(const fs::path &target)
+{
+    write_raw_pdf(target, {"<< /Type /Catalog /Pages 2 0 R >>",
+                           "<< /Type /Pages /Kids [2 0 R] /Count 1 >>"});
+}
+
+void write_jbig2_pdf(const fs::path &target, std::uint32_t side)
+{
+    const auto be32 = [](std::uint32_t value) {
+        return std::string{char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
+    };
+    const auto segment = [&](std::uint32_t number, char type, const std::string &data) {
+        return be32(number) + type + '\0' + '\1' + be32(static_cast<std::uint32_t>(data.size())) +
+               data;
+    };
+    const std::string page_info =
+        be32(side) + be32(side) + be32(0) + be32(0) + '\0' + std::string(2, '\0');
+    const std::string region = be32(side) + be32(side) + be32(0) + be32(0) + '\0' + '\0' +
+                               std::string("\x03\xff\xfd\xff\x02\xfe\xfe\xfe", 8) +
+                               std::string(16, '\0');
+    RawPage page;
+    page.media_box = "[0 0 100 100]";
+    page.resources = "<< /XObject << /Im0 " + reference(kFirstExtraObject) + " >> >>";
+    page.content = "q 100 0 0 100 0 0 cm /Im0 Do Q";
+    const std::string size = std::to_string(side);
+    write_one_page_pdf(target, page,
+                       {stream_object("/Type /XObject /Subtype /Image /Width " + size +
+                                          " /Height " + size +
+                                          " /BitsPerComponent 1 /ColorSpace /DeviceGray "
+                                          "/Filter /JBIG2Decode",
+                                      segment(0, 48, page_info) + segment(1, 38, region))});
 }
 
 void write_self_drawing_form_pdf(const fs::path &target)

@@ -24,6 +24,20 @@ struct RawPage
 void write_one_page_pdf(const std::filesystem::path &target, const RawPage &page,
                         const std::vector<std::string> &extra_objects = {});
 
+// A PDF 1.4 of these objects, numbered from 1 (object 1 the catalog), with a correct
+// cross-reference table.
+void write_raw_pdf(const std::filesystem::path &target, const std::vector<std::string> &objects);
+
+// One page under a chain of `depth` /Pages nodes: a reader that walks the page tree by
+// recursion runs out of stack.
+void write_deep_page_tree_pdf(const std::filesystem::path &target, int depth);
+// A page tree whose only node names itself as its kid.
+void write_looping_page_tree_pdf(const std::filesystem::path &target);
+// A 100-point page showing a side x side 1-bit JBIG2 image: one generic region of the whole
+// page, which the decoder works through pixel by pixel (for minutes at 30000) whatever the
+// data says, never looking at the reader's abort flag.
+void write_jbig2_pdf(const std::filesystem::path &target, std::uint32_t side);
+
 // An indirect stream object's body: "<< entries /Length N >> stream ... endstream".
 std::string stream_object(const std::string &entries, const std::string &data);
 

@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <set>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -39,90 +38,6 @@ WorkerSettings test_settings()
     settings.program = QF_WORKER_PATH;
     settings.time_limit = 1000ms;
     return settings;
-}
-
-// A PDF of the given objects, numbered from 1 (object 1 the catalog), with a correct
-// cross-reference table.
-void write_raw_pdf(const fs::path& target, const std::vector<std::string>& objects)
-{
-    std::string file = "%PDF-1.4\n";
-    std::vector<std::size_t> offsets;
-    for (std::size_t i = 0; i < objects.size(); ++i) {
-        offsets.push_back(file.size());
-        file += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
-    }
-    const std::size_t xref = file.size();
-    file += "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
-    for (const std::size_t offset : offsets) {
-        char line[24];
-        std::snprintf(line, sizeof line, "%010zu 00000 n \n", offset);
-        file += line;
-    }
-    file += "trailer\n<< /Size " + std::to_string(objects.size() + 1) +
-            " /Root 1 0 R >>\nstartxref\n" + std::to_string(xref) + "\n%%EOF\n";
-    std::ofstream(target, std::ios::binary) << file;
-}
-
-// One page whose page tree is a chain of `depth` /Pages nodes: a reader that walks the tree
-// by recursion runs out of stack.
-void write_deep_page_tree_pdf(const fs::path& target, int depth)
-{
-    std::vector<std::string> objects = {"<< /Type /Catalog /Pages 2 0 R >>"};
-    for (int node = 0; node < depth; ++node) {
-        objects.push_back("<< /Type /Pages /Kids [" + std::to_string(node + 3) + " 0 R] /Count 1 >>");
-    }
-    objects.push_back("<< /Type /Page /MediaBox [0 0 100 100] >>");
-    write_raw_pdf(target, objects);
-}
-
-// One page whose page tree's only node names itself as its kid.
-void write_looping_page_tree_pdf(const fs::path& target)
-{
-    write_raw_pdf(target, {"<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [2 0 R] /Count 1 >>"});
-}
-
-std::string be32(std::uint32_t value)
-{
-    return {char(value >> 24), char(value >> 16), char(value >> 8), char(value)};
-}
-
-// A 100-point page showing a side x side 1-bit JBIG2 image: one generic region of the whole
-// page, which the decoder works through pixel by pixel whatever the data says.
-void write_jbig2_pdf(const fs::path& target, std::uint32_t side)
-{
-    const auto segment = [](std::uint32_t number, char type, const std::string& data) {
-        return be32(number) + type + '\0' + '\1' + be32(static_cast<std::uint32_t>(data.size())) + data;
-    };
-    const std::string page_info = be32(side) + be32(side) + be32(0) + be32(0) + '\0' + std::string(2, '\0');
-    const std::string region = be32(side) + be32(side) + be32(0) + be32(0) + '\0' + '\0' +
-                               std::string("\x03\xff\xfd\xff\x02\xfe\xfe\xfe", 8) + std::string(16, '\0');
-    const std::string jbig2 = segment(0, 48, page_info) + segment(1, 38, region);
-    const std::string content = "q 100 0 0 100 0 0 cm /Im0 Do Q";
-    const std::string size = std::to_string(side);
-    write_raw_pdf(target, {
-        "<< /Type /Catalog /Pages 2 0 R >>",
-        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 100 100] /Resources << /XObject << /Im0 5 0 R >> >> /Contents 4 0 R >>",
-        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
-        "<< /Type /XObject /Subtype /Image /Width " + size + " /Height " + size +
-            " /BitsPerComponent 1 /ColorSpace /DeviceGray /Filter /JBIG2Decode /Length " +
-            std::to_string(jbig2.size()) + " >>\nstream\n" + jbig2 + "\nendstream",
-    });
-}
-
-// A US Letter page filled by an RGB image that claims side x side pixels and holds three bytes:
-// drawn large, the reader decodes it into far more memory than the file takes.
-void write_image_bomb_pdf(const fs::path& target, int side)
-{
-    const std::string content = "q 612 0 0 792 0 0 cm /Im0 Do Q";
-    write_raw_pdf(target, {
-        "<< /Type /Catalog /Pages 2 0 R >>",
-        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
-        "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /XObject << /Im0 5 0 R >> >> /Contents 4 0 R >>",
-        "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream",
-        "<< /Type /XObject /Subtype /Image /Width " + std::to_string(side) + " /Height " + std::to_string(side) +
-            " /BitsPerComponent 8 /ColorSpace /DeviceRGB /Length 3 >>\nstream\n\xff\x00\x00\nendstream",
-    });
 }
 
 void write_sample_pdf(const fs::path& target)
@@ -256,10 +171,10 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "good.pdf");
-    write_deep_page_tree_pdf(folder / "deep.pdf", 30000);
-    write_looping_page_tree_pdf(folder / "loop.pdf");
-    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
-    write_image_bomb_pdf(folder / "bomb.pdf", 60000);
+    test::write_deep_page_tree_pdf(folder / "deep.pdf", 30000);
+    test::write_looping_page_tree_pdf(folder / "loop.pdf");
+    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    test::write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
     test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
     const struct {
         const char* file;
@@ -317,7 +232,7 @@ TEST(Worker, AbortEndsThePageUnderWayAtOnce)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "good.pdf");
-    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
     WorkerSettings settings = test_settings();
     settings.time_limit = 60s;
     WorkerPool pool(settings);
@@ -476,7 +391,7 @@ TEST(Worker, GoesWhenItsParentIsKilled)
 TEST(WorkerProtocol, RefusesMalformedReplies)
 {
     const auto picture = [](int width, int height, std::uint8_t bilevel, std::uint64_t bytes) {
-        return std::move(PayloadWriter().i32(width).i32(height).u8(bilevel).u64(bytes).u8(0).u8(1).u64(0))
+        return std::move(PayloadWriter().i32(width).i32(height).u8(bilevel).u64(bytes).u8(0).u8(1).u64(0).u8(0))
             .frame(MessageType::PictureReady);
     };
     Frame truncated = encode_opened({3, {"(c)", "name", 300, 300}});
@@ -498,6 +413,8 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         {"huge picture", [&] { decode_picture_ready(picture(100000, 100000, 0, 30000000000ull)); }},
         {"flag out of range", [&] { decode_picture_ready(picture(8, 1, 2, 3)); }},
         {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
+        {"uncopied page past the end", [&] { decode_pages_copied(encode_pages_copied({2, {1, 3}})); }},
+        {"uncopied pages out of order", [&] { decode_pages_copied(encode_pages_copied({3, {2, 1}})); }},
     };
     for (const auto& c : cases) {
         EXPECT_THROW(c.decode(), ProtocolError) << c.what;
@@ -507,36 +424,6 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
     header[4] = kProtocolVersion + 1;
     MessageType type{};
     EXPECT_THROW(decode_header(header, type), ProtocolError);
-}
-
-// A measurement, run by hand (--gtest_also_run_disabled_tests): the cost of the process
-// boundary on a 150-dpi page, median of five renders each way.
-constexpr int kRounds = 5;
-
-TEST(Worker, DISABLED_BoundaryCostOfA150DpiPage)
-{
-    const TempFolder folder;
-    write_sample_pdf(folder / "sample.pdf");
-    const engine::DocumentToOpen document{folder / "sample.pdf", "", engine::kTiledNo};
-    const auto local = sources::open_pdf_source(document);
-    const auto remote = remote_pdf_opener(std::make_shared<WorkerPool>(test_settings()))(document);
-    const auto median_ms = [](engine::PageSource& source) {
-        std::vector<double> times;
-        for (int round = 0; round < kRounds; ++round) {
-            const auto start = std::chrono::steady_clock::now();
-            source.picture(1, {.dpi = 150});
-            times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-        }
-        std::sort(times.begin(), times.end());
-        return times[kRounds / 2];
-    };
-    const engine::PagePicture expected = local->picture(1, {.dpi = 150});
-    expect_same_picture(expected, remote->picture(1, {.dpi = 150}));
-    const double in_process = median_ms(*local);
-    const double in_worker = median_ms(*remote);
-    std::cout << "150-dpi page of " << expected.width << " x " << expected.height
-              << " pixels, median of 5: in process " << in_process << " ms, in a worker " << in_worker
-              << " ms\n";
 }
 
 } // namespace

@@ -3,6 +3,9 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
+#include <unistd.h>
 #include <vector>
 
 #include <qpdf/QPDF.hh>
@@ -13,6 +16,7 @@
 
 #include "engine/error.h"
 #include "engine/file_ops.h"
+#include "engine/work_folder.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/pdf_page_image.h"
@@ -76,9 +80,39 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
 
 // A flattened source with the page list read once: a page copy picks its page by index.
 struct OpenSource {
+    std::string in_memory; // a copy made in memory, read by `pdf` until it goes
     std::unique_ptr<QPDF> pdf;
     std::vector<QPDFPageObjectHelper> pages;
+    std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
 };
+
+// Opens the flattened copy a copier wrote, and removes its name at once: the open file is
+// read until the output is written, and nothing is left behind however the program ends.
+std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, FlattenedCopy copied,
+                                      const std::filesystem::path &source)
+{
+    auto opened = std::make_shared<OpenSource>();
+    opened->pdf = std::make_unique<QPDF>();
+    opened->pdf->setSuppressWarnings(true);
+    try {
+        if (copied.in_memory.empty()) {
+            opened->pdf->processFile(copy.c_str());
+        } else {
+            opened->in_memory = std::move(copied.in_memory);
+            opened->pdf->processMemoryFile(copy.c_str(), opened->in_memory.data(), opened->in_memory.size());
+        }
+        ::unlink(copy.c_str());
+        opened->pages = QPDFPageDocumentHelper(*opened->pdf).getAllPages();
+    } catch (const std::exception &) {
+        ::unlink(copy.c_str());
+        throw Error(ErrorKind::Damaged, "the copy of its pages could not be read", source);
+    }
+    if (opened->pages.size() != static_cast<std::size_t>(copied.page_count)) {
+        throw Error(ErrorKind::Damaged, "the copy of its pages is incomplete", source);
+    }
+    opened->uncopyable.insert(copied.uncopyable.begin(), copied.uncopyable.end());
+    return opened;
+}
 
 // Sources opened for the assemblers of one factory. Each "PDF (Single Page)" file has an
 // assembler of its own, so without this every page would parse and flatten its whole source
@@ -87,20 +121,43 @@ struct OpenSource {
 class SourceCache
 {
   public:
-    std::shared_ptr<OpenSource> open(const std::filesystem::path &path, const std::string &password)
+    SourceCache() = default;
+    explicit SourceCache(PageCopier copier) : copier_(std::move(copier)) {}
+
+    // `target`: the file being assembled, beside which the copy is made when the work folder
+    // cannot be had.
+    std::shared_ptr<OpenSource> open(const std::filesystem::path &path, const std::string &password,
+                                     const std::filesystem::path &target)
     {
         const Stamp stamp = stamp_of(path);
         const std::lock_guard lock(mutex_);
-        if (recent_ && recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
+        if (recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
+            if (recent_) {
+                return recent_;
+            }
+            if (recent_failure_) {
+                throw *recent_failure_;
+            }
+        }
+        recent_.reset();
+        recent_failure_.reset();
+        recent_path_ = path;
+        recent_password_ = password;
+        recent_stamp_ = stamp;
+        if (copier_) {
+            try {
+                recent_ = open_through_copier(path, password, target);
+            } catch (const Error &error) {
+                // Copying again would meet the same crash or time limit for every page.
+                recent_failure_ = error;
+                throw;
+            }
             return recent_;
         }
         auto source = std::make_shared<OpenSource>();
         source->pdf = open_source(path, password);
         source->pages = QPDFPageDocumentHelper(*source->pdf).getAllPages();
         recent_ = source;
-        recent_path_ = path;
-        recent_password_ = password;
-        recent_stamp_ = stamp;
         return source;
     }
 
@@ -120,8 +177,27 @@ class SourceCache
         return stamp;
     }
 
+    std::shared_ptr<OpenSource> open_through_copier(const std::filesystem::path &path,
+                                                    const std::string &password,
+                                                    const std::filesystem::path &target)
+    {
+        // A scratch folder of the work folder for as long as the copy is written and opened:
+        // once open, the copy's name is removed, and the folder goes with it. Without a work
+        // folder, a hidden one beside the output stands in.
+        std::optional<engine::ScratchFolder> scratch;
+        try {
+            scratch.emplace();
+        } catch (const Error &) {
+            scratch.emplace(target);
+        }
+        const std::filesystem::path copy = scratch->path() / "copy.pdf";
+        return open_copy(copy, copier_(path, password, copy), path);
+    }
+
+    PageCopier copier_;
     std::mutex mutex_;
     std::shared_ptr<OpenSource> recent_;
+    std::optional<Error> recent_failure_;
     std::filesystem::path recent_path_;
     std::string recent_password_;
     Stamp recent_stamp_;
@@ -145,10 +221,14 @@ class QpdfAssembler : public engine::PdfAssembler
     void add_pdf_page(const std::filesystem::path &source, const std::string &password,
                       int pageno) override
     {
-        const auto &pages = source_document(source, password).pages;
+        const OpenSource &opened = source_document(source, password);
+        const auto &pages = opened.pages;
         if (pageno < 1 || static_cast<std::size_t>(pageno) > pages.size()) {
             throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
                         source, pageno);
+        }
+        if (opened.uncopyable.count(pageno) > 0) {
+            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
         }
         QPDFObjectHandle page = pages[static_cast<std::size_t>(pageno - 1)].getObjectHandle();
         for (const char *key : kKeysLeftBehind) {
@@ -209,7 +289,7 @@ class QpdfAssembler : public engine::PdfAssembler
     {
         auto &slot = sources_[path.lexically_normal()];
         if (!slot) {
-            slot = cache_->open(path.lexically_normal(), password);
+            slot = cache_->open(path.lexically_normal(), password, target_);
         }
         return *slot;
     }
@@ -263,6 +343,67 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
                                                          const engine::OptionSnapshot &snapshot)
 {
     return make_pdf_assembler(target, snapshot, default_resources_folder());
+}
+
+FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
+                                   const std::filesystem::path &copy, std::string *in_memory)
+{
+    const std::unique_ptr<QPDF> pdf = open_source(source, password);
+    std::vector<QPDFPageObjectHelper> pages;
+    try {
+        pages = QPDFPageDocumentHelper(*pdf).getAllPages();
+    } catch (const QPDFExc &e) {
+        throw Error(ErrorKind::Damaged, e.getMessageDetail(), source);
+    } catch (const std::exception &e) {
+        throw Error(ErrorKind::Damaged, e.what(), source);
+    }
+    QPDF flat;
+    flat.emptyPDF();
+    flat.setSuppressWarnings(true);
+    FlattenedCopy copied;
+    copied.page_count = static_cast<int>(pages.size());
+    for (std::size_t index = 0; index < pages.size(); ++index) {
+        QPDFObjectHandle page = pages[index].getObjectHandle();
+        for (const char *key : kKeysLeftBehind) {
+            page.removeKey(key); // on the source in memory; the file is never written
+        }
+        try {
+            flat.addPage(page, false);
+        } catch (const std::exception &) {
+            copied.uncopyable.push_back(static_cast<int>(index) + 1);
+            flat.addPage(flat.makeIndirectObject(
+                             QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 1 1] >>")),
+                         false);
+        }
+    }
+    if (pages.empty()) {
+        throw Error(ErrorKind::Damaged, "the document has no pages", source);
+    }
+    const auto configure = [](QPDFWriter &writer) {
+        writer.setDecodeLevel(qpdf_dl_none);
+        writer.setCompressStreams(false);
+        writer.setObjectStreamMode(qpdf_o_disable);
+    };
+    if (in_memory == nullptr) {
+        write_pdf_file(flat, copy, configure);
+        return copied;
+    }
+    QPDFWriter writer(flat);
+    writer.setOutputMemory();
+    configure(writer);
+    writer.write();
+    const auto buffer = writer.getBufferSharedPointer();
+    in_memory->assign(reinterpret_cast<const char *>(buffer->getBuffer()), buffer->getSize());
+    return copied;
+}
+
+engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier)
+{
+    return [resources = std::move(resources), cache = std::make_shared<SourceCache>(std::move(copier))](
+               const std::filesystem::path &target, const engine::OptionSnapshot &snapshot) {
+        return std::unique_ptr<engine::PdfAssembler>(
+            std::make_unique<QpdfAssembler>(target, snapshot, resources, cache));
+    };
 }
 
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources)
