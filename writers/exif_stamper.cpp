@@ -109,21 +109,28 @@ void apply_stamp(const Bytes& bytes, const StampTags& tags, std::vector<Entry>& 
         set_entry(entries, kXResolution, std::nullopt);
         set_entry(entries, kYResolution, std::nullopt);
     } else if (tags.resolution == Resolution::Set || mandatory) {
-        const Rational value = tags.resolution == Resolution::Set ? tags.resolution_value : Rational{72, 1};
-        set_entry(entries, kXResolution, new_entry(bytes, kXResolution, kRational, 1, rational_bytes(bytes, value)));
-        set_entry(entries, kYResolution, new_entry(bytes, kYResolution, kRational, 1, rational_bytes(bytes, value)));
+        const Rational value =
+            tags.resolution == Resolution::Set ? tags.resolution_value : Rational{72, 1};
+        set_entry(entries, kXResolution,
+                  new_entry(bytes, kXResolution, kRational, 1, rational_bytes(bytes, value)));
+        set_entry(entries, kYResolution,
+                  new_entry(bytes, kYResolution, kRational, 1, rational_bytes(bytes, value)));
     }
     if (mandatory) {
         set_entry(entries, kResolutionUnit, new_entry(bytes, kResolutionUnit, kShort, 1, {}, 2));
-        set_entry(entries, kYCbCrPositioning, new_entry(bytes, kYCbCrPositioning, kShort, 1, {}, 1));
+        set_entry(entries, kYCbCrPositioning,
+                  new_entry(bytes, kYCbCrPositioning, kShort, 1, {}, 1));
     }
     if (tags.artist) {
         const std::string value = *tags.artist + '\0';
-        set_entry(entries, kArtist, new_entry(bytes, kArtist, kAscii, static_cast<std::uint32_t>(value.size()), value));
+        set_entry(
+            entries, kArtist,
+            new_entry(bytes, kArtist, kAscii, static_cast<std::uint32_t>(value.size()), value));
     }
     if (tags.copyright) {
         set_entry(entries, kCopyright,
-                  new_entry(bytes, kCopyright, kAscii, static_cast<std::uint32_t>(tags.copyright->size()), *tags.copyright));
+                  new_entry(bytes, kCopyright, kAscii,
+                            static_cast<std::uint32_t>(tags.copyright->size()), *tags.copyright));
     }
 }
 
@@ -214,7 +221,8 @@ std::optional<std::string> stamped_jpeg(const std::string& file, const StampTags
         }
         std::string segment = file.substr(at, 2 + length);
         const std::string_view payload = std::string_view(segment).substr(4);
-        if (marker == 0xe0 && at == 2 && payload.size() >= 14 && payload.substr(0, 5) == std::string_view("JFIF\0", 5)) {
+        if (marker == 0xe0 && at == 2 && payload.size() >= 14 &&
+            payload.substr(0, 5) == std::string_view("JFIF\0", 5)) {
             if (tags.jfif_density) {
                 std::string density;
                 Bytes(true).put16(density, *tags.jfif_density);
@@ -222,7 +230,8 @@ std::optional<std::string> stamped_jpeg(const std::string& file, const StampTags
                 segment.replace(4 + 10, 2, density);
             }
             head += segment;
-        } else if (!(marker == 0xe1 && (payload.starts_with(kExifHeader) || payload.starts_with(kXmpHeader)))) {
+        } else if (!(marker == 0xe1 &&
+                     (payload.starts_with(kExifHeader) || payload.starts_with(kXmpHeader)))) {
             kept += segment;
         }
         at += 2 + length;
@@ -257,9 +266,15 @@ std::optional<std::string> stamped_jpeg(const std::string& file, const StampTags
 std::uint64_t type_size(std::uint16_t type)
 {
     switch (type) {
-    case 3: case 8: return 2;  // SHORT, SSHORT
-    case 4: case 9: case 11: case 13: return 4; // LONG, SLONG, FLOAT, IFD
-    case 5: case 10: case 12: return 8; // RATIONAL, SRATIONAL, DOUBLE
+    case 3:
+    case 8: return 2; // SHORT, SSHORT
+    case 4:
+    case 9:
+    case 11:
+    case 13: return 4; // LONG, SLONG, FLOAT, IFD
+    case 5:
+    case 10:
+    case 12: return 8; // RATIONAL, SRATIONAL, DOUBLE
     default: return 1;
     }
 }
@@ -292,14 +307,17 @@ std::optional<TiffDirectory> read_first_directory(std::string_view head, std::ui
     in.read(count_bytes.data(), 2);
     const std::uint32_t count = bytes.get(count_bytes, 0, 2);
     std::string table(count * 12 + 4, '\0');
-    if (!in || directory.offset + 2ULL + table.size() > file_size || !in.read(table.data(), static_cast<std::streamsize>(table.size()))) {
+    if (!in || directory.offset + 2ULL + table.size() > file_size ||
+        !in.read(table.data(), static_cast<std::streamsize>(table.size()))) {
         return std::nullopt;
     }
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::size_t at = i * 12;
         Entry entry{static_cast<std::uint16_t>(bytes.get(table, at, 2)),
-                    static_cast<std::uint16_t>(bytes.get(table, at + 2, 2)), bytes.get(table, at + 4, 4),
-                    table.substr(at + 8, 4), {}};
+                    static_cast<std::uint16_t>(bytes.get(table, at + 2, 2)),
+                    bytes.get(table, at + 4, 4),
+                    table.substr(at + 8, 4),
+                    {}};
         const std::uint64_t size = std::uint64_t{entry.count} * type_size(entry.type);
         if (size > 4 && bytes.get(*entry.field, 0, 4) + size > file_size) {
             return std::nullopt; // a value beyond the end: the file is cut short
@@ -328,11 +346,13 @@ bool stamp_tiff(const fs::path& file, const StampTags& tags)
     apply_stamp(bytes, tags, directory->entries, false);
     if (!tags.xmp_packet.empty()) {
         set_entry(directory->entries, kXmp,
-                  Entry{kXmp, kByte, static_cast<std::uint32_t>(tags.xmp_packet.size()), std::nullopt, tags.xmp_packet});
+                  Entry{kXmp, kByte, static_cast<std::uint32_t>(tags.xmp_packet.size()),
+                        std::nullopt, tags.xmp_packet});
     }
     const std::uint64_t offset = size + size % 2;
     std::string appended(size % 2, '\0');
-    appended += directory_bytes(bytes, directory->entries, static_cast<std::uint32_t>(offset), directory->next);
+    appended += directory_bytes(bytes, directory->entries, static_cast<std::uint32_t>(offset),
+                                directory->next);
     if (offset + appended.size() > 0xffffffffULL) {
         return false;
     }
@@ -346,7 +366,8 @@ bool stamp_tiff(const fs::path& file, const StampTags& tags)
         }
         bool written = std::fseek(out, 0, SEEK_END) == 0 &&
                        std::fwrite(appended.data(), 1, appended.size(), out) == appended.size();
-        written = written && std::fseek(out, 4, SEEK_SET) == 0 && std::fwrite(new_offset.data(), 1, 4, out) == 4;
+        written = written && std::fseek(out, 4, SEEK_SET) == 0 &&
+                  std::fwrite(new_offset.data(), 1, 4, out) == 4;
         if (std::fclose(out) != 0 || !written) {
             throw engine::Error(engine::ErrorKind::Output, "cannot be written", file);
         }
@@ -373,7 +394,8 @@ bool stamp_file(const fs::path& file, const engine::StampRequest& request)
                 return false;
             }
             if (*stamped != *content) {
-                engine::write_atomically(file, [&](const fs::path& temp) { write_bytes(temp, *stamped, file); });
+                engine::write_atomically(
+                    file, [&](const fs::path& temp) { write_bytes(temp, *stamped, file); });
             }
             return true;
         }

@@ -195,13 +195,13 @@ std::size_t utf8_sequence_length(const std::string& text, std::size_t at)
         }
     }
     const unsigned char second = byte(at + 1);
-    if (tail == 2 && ((lead == 0xe0 && (second & 0xe0) == 0x80) ||
-                      (lead == 0xed && (second & 0xe0) == 0xa0) ||
-                      (lead == 0xef && second == 0xbf && (byte(at + 2) & 0xfe) == 0xbe))) {
+    if (tail == 2 &&
+        ((lead == 0xe0 && (second & 0xe0) == 0x80) || (lead == 0xed && (second & 0xe0) == 0xa0) ||
+         (lead == 0xef && second == 0xbf && (byte(at + 2) & 0xfe) == 0xbe))) {
         return 0; // overlong, a surrogate, or U+FFFE and U+FFFF
     }
-    if (tail == 3 && ((lead == 0xf0 && (second & 0xf0) == 0x80) || (lead == 0xf4 && second > 0x8f) ||
-                      lead > 0xf4)) {
+    if (tail == 3 && ((lead == 0xf0 && (second & 0xf0) == 0x80) ||
+                      (lead == 0xf4 && second > 0x8f) || lead > 0xf4)) {
         return 0;
     }
     return tail + 1;

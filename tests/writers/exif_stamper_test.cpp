@@ -33,7 +33,8 @@ std::vector<fs::path> write_outputs(const fs::path& folder, const std::string& s
     snapshot.thedpi = 72;
     snapshot.mtiffcopyright = "Global copyright";
     const std::vector<fs::path> files = {folder / (stem + ".jpg"), folder / (stem + "-lzw.tif"),
-                                         folder / (stem + "-g4.tif"), folder / (stem + "-multi.tif")};
+                                         folder / (stem + "-g4.tif"),
+                                         folder / (stem + "-multi.tif")};
     write_jpeg(small_page(), files[0], {snapshot, 1, "", ""});
     write_tiff_single(small_page(), files[1], {snapshot, 5, "Source copyright", ""});
     write_tiff_single(small_page(), files[2], {snapshot, 4, "", ""});
@@ -48,7 +49,8 @@ std::vector<fs::path> write_outputs(const fs::path& folder, const std::string& s
 // The stamp as ExifTool makes it from the same texts, each text one argument of its own.
 void stamp_with_exiftool(const std::vector<fs::path>& files, const engine::StampRequest& request)
 {
-    std::vector<std::string> argv = {"exiftool", "-q", "-q", "-XResolution=" + request.dots_per_inch,
+    std::vector<std::string> argv = {"exiftool", "-q", "-q",
+                                     "-XResolution=" + request.dots_per_inch,
                                      "-YResolution=" + request.dots_per_inch};
     if (const std::string copyright = engine::trim(request.copyright); !copyright.empty()) {
         argv.push_back("-copyright=" + engine::santitext(copyright));
@@ -121,8 +123,10 @@ TEST(ExifStamper, StampReadsBackAsExifToolsStampOfTheSameTexts)
         {"150.5", hostile, hostile},
         {"", "Owner", "Ann"},
         {"", "", ""},
-        {"72", "\u201CCurly\u201D \u2018single\u2019 \u201Alow\u201E", "\u201CCurly\u201D \u2018single\u2019"},
-        {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC", "J\u00FCrgen \u00C5str\u00F6m \u5317\u4EAC"},
+        {"72", "\u201CCurly\u201D \u2018single\u2019 \u201Alow\u201E",
+         "\u201CCurly\u201D \u2018single\u2019"},
+        {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC",
+         "J\u00FCrgen \u00C5str\u00F6m \u5317\u4EAC"},
         {"96", "line one\r\nline two\\", "first\nsecond\ttab"},
         {"240", "  \n editor only", "a & b <c> 'd' \x01\x1f"},
         {"1200", "caf\xe9 \xff", "caf\xe9 \xc3"},
