@@ -52,7 +52,7 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
         });
     services.encryptpdfnow = writers::pdf::encryptpdfnow;
     services.merge_pdfs = writers::pdf::merge_pdfs;
-    services.stamper = [resources] { return writers::make_exif_stamper(resources); };
+    services.stamper = [] { return writers::make_exif_stamper(); };
     services.writergb48 = writers::writergb48;
     return services;
 }

@@ -128,8 +128,8 @@ struct StampRequest {
     std::string author;        // the trimmed author text
 };
 
-// Writes resolution, copyright and author tags into a finished JPEG or TIFF, in place. A
-// missing tool leaves the file as it is. Lives for one run.
+// Writes resolution, copyright and author tags into a finished JPEG or TIFF, replacing it
+// whole; a file it cannot stamp stays as it is. Lives for one run.
 class Stamper {
 public:
     virtual ~Stamper() = default;

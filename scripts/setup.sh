@@ -14,7 +14,7 @@ packages=(
     libmupdf-dev libmujs-dev libgumbo-dev libopenjp2-7-dev libjbig2dec0-dev libharfbuzz-dev libfreetype-dev
     libtiff-dev libtiff-tools libjpeg62-turbo-dev libspng-dev
     libgraphicsmagick++1-dev libpugixml-dev libcurl4-openssl-dev liblcms2-dev
-    libgtest-dev libimage-exiftool-perl
+    libgtest-dev libimage-exiftool-perl # ExifTool: the stamping tests read tags back with it
     qt6-base-dev qt6-svg-dev libqt6svg6 xvfb xauth fonts-dejavu-core
     default-jre-headless libpdfbox2-java libfontbox2-java libcommons-logging-java libactivation-java libjaxb-api-java
 )

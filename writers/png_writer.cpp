@@ -45,6 +45,16 @@ void encode_png(const engine::PagePicture& rgb, const std::filesystem::path& tem
     if (status == 0) {
         status = spng_set_ihdr(encoder.get(), &header);
     }
+    // Chosen by measurement on rendered pages at 150 dpi (bench/WHERE-THE-TIME-GOES.md): the
+    // "up" filter on every row and zlib level 3 encode photo pages 4.5 times and text pages
+    // 3.7 times faster than the library's adaptive filters at level 6, in files 1.4 % larger
+    // and 4.5 % smaller.
+    if (status == 0) {
+        status = spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_UP);
+    }
+    if (status == 0) {
+        status = spng_set_option(encoder.get(), SPNG_IMG_COMPRESSION_LEVEL, 3);
+    }
     if (status == 0) {
         status = spng_encode_image(encoder.get(), rgb.pixels.data(),
                                    rgb.stride() * static_cast<std::size_t>(rgb.height),

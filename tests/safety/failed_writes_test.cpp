@@ -160,7 +160,7 @@ TEST_F(FailedWrites, FileSizeLimitKeepsTheEarlierFilesOfEveryKind)
 
 TEST_F(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
 {
-    // The limit lets the picture be written but not ExifTool's stamped copy of it.
+    // The limit lets the picture be written but not its stamped copy.
     make_tiff(folder / "in" / "scan.tif", {TiffPage{.width = 300, .height = 200}});
     for (const char *format : {"JPEG", "TIFF (Single Page)"}) {
         SCOPED_TRACE(format);
@@ -176,7 +176,7 @@ TEST_F(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
         const std::string name = tree_of(folder / "out").front();
         const auto stamped_size = fs::file_size(folder / "out" / name);
         ASSERT_FALSE(exiftool_tag(folder / "out" / name, "Artist").empty())
-            << "ExifTool is needed here";
+            << "the stamp is read back with ExifTool";
 
         fs::remove_all(folder / "out");
         const auto limited = run_cli(arguments, {data_home, stamped_size - 1});

@@ -250,7 +250,7 @@ TEST_F(CliInterrupt, TwoInterruptsEndAtOnceAndLeaveNoTemporary)
         EXPECT_EQ(child.finish(), 2) << child.err();
         EXPECT_NE(child.err().find("Stopped at once"), std::string::npos) << child.err();
         EXPECT_EQ(processes_left(data_home, std::chrono::seconds(3)), std::vector<pid_t>{})
-            << "the stamping tool outlives the program";
+            << "a reader worker outlives the program";
         // The combined file was never finished, so there is none; files saved before stay whole.
         const auto names = expect_only_whole_files(out);
         if (combine) {
@@ -269,7 +269,7 @@ TEST_F(CliInterrupt, TheNextRunClearsTheScratchOfARunKilledOutright)
     killed.send(SIGKILL);
     EXPECT_EQ(killed.finish(), 128 + SIGKILL);
     EXPECT_EQ(processes_left(data_home, std::chrono::seconds(3)), std::vector<pid_t>{})
-        << "the stamping tool outlives the program";
+        << "a reader worker outlives the program";
     ASSERT_EQ(scratch_left(data_home).size(), 1u) << "a killed run cannot clean up after itself";
 
     make_tiff(folder / "small.tif", {TiffPage{}});

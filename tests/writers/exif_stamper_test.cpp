@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <chrono>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
+#include "engine/text_rules.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/output_checks.h"
 #include "writers/exif_stamper.h"
@@ -14,7 +15,7 @@
 namespace qf::writers {
 namespace {
 
-using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 using test::file_bytes;
 
 engine::PagePicture small_page()
@@ -24,220 +25,183 @@ engine::PagePicture small_page()
     });
 }
 
-void write_tiff(const std::filesystem::path& file, const std::string& global_copyright = "")
+// The files a run stamps: a JPEG, single-page TIFFs in colour and CCITT G4 with a
+// Copyright of their own, and a multipage TIFF of two images.
+std::vector<fs::path> write_outputs(const fs::path& folder, const std::string& stem)
 {
     engine::OptionSnapshot snapshot;
     snapshot.thedpi = 72;
-    snapshot.mtiffcopyright = global_copyright;
-    write_tiff_single(small_page(), file, {snapshot, 5, "", ""});
+    snapshot.mtiffcopyright = "Global copyright";
+    const std::vector<fs::path> files = {folder / (stem + ".jpg"), folder / (stem + "-lzw.tif"),
+                                         folder / (stem + "-g4.tif"),
+                                         folder / (stem + "-multi.tif")};
+    write_jpeg(small_page(), files[0], {snapshot, 1, "", ""});
+    write_tiff_single(small_page(), files[1], {snapshot, 5, "Source copyright", ""});
+    write_tiff_single(small_page(), files[2], {snapshot, 4, "", ""});
+    MultipageTiff multipage;
+    multipage.open(files[3], {snapshot, 8, "", ""});
+    multipage.add_page(small_page(), {snapshot, 8, "", ""});
+    multipage.add_page(small_page(), {snapshot, 8, "", ""});
+    multipage.close();
+    return files;
 }
 
-void write_script(const std::filesystem::path& file, const std::string& text)
+// The stamp as ExifTool makes it from the same texts, each text one argument of its own.
+void stamp_with_exiftool(const std::vector<fs::path>& files, const engine::StampRequest& request)
 {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file) << text;
-    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-}
-
-std::filesystem::path system_exiftool()
-{
-    return find_exiftool({});
-}
-
-TEST(ExifStamper, StampsResolutionCopyrightAndAuthorIntoTiffAndJpeg)
-{
-    test::OutputFolder folder;
-    engine::OptionSnapshot snapshot;
-    snapshot.thedpi = 72;
-    write_jpeg(small_page(), folder / "page.jpg", {snapshot, 1, "", ""});
-    write_tiff(folder / "page.tif");
-    {
-        ExifStamper stamper(system_exiftool());
-        const engine::StampRequest request{"50", "  Owner 2024 ", "  Ann Author "};
-        stamper.updatedpinonstore(folder / "page.jpg", request);
-        stamper.updatedpinonstore(folder / "page.tif", request);
+    std::vector<std::string> argv = {"exiftool", "-q", "-q",
+                                     "-XResolution=" + request.dots_per_inch,
+                                     "-YResolution=" + request.dots_per_inch};
+    if (const std::string copyright = engine::trim(request.copyright); !copyright.empty()) {
+        argv.push_back("-copyright=" + engine::santitext(copyright));
     }
-    const test::TiffImage tiff = test::read_tiff(folder / "page.tif").at(0);
-    EXPECT_FLOAT_EQ(tiff.x_resolution, 50);
-    EXPECT_FLOAT_EQ(tiff.y_resolution, 50);
-    EXPECT_EQ(tiff.copyright, "Owner 2024");
-    EXPECT_EQ(tiff.artist, "Ann Author");
-    EXPECT_EQ(tiff.image.samples, test::read_tiff(folder / "page.tif").at(0).image.samples);
-
-    const auto jpeg = folder / "page.jpg";
-    EXPECT_EQ(test::exiftool_tag(jpeg, "EXIF:XResolution"), "50");
-    EXPECT_EQ(test::exiftool_tag(jpeg, "EXIF:YResolution"), "50");
-    EXPECT_EQ(test::exiftool_tag(jpeg, "EXIF:Copyright"), "Owner 2024");
-    EXPECT_EQ(test::exiftool_tag(jpeg, "EXIF:Artist"), "Ann Author");
-    EXPECT_EQ(test::exiftool_tag(jpeg, "XMP:Author"), "Ann Author");
-    EXPECT_EQ(test::read_jpeg(jpeg).image.width, 16);
-    EXPECT_EQ(folder.entries(), (std::vector<std::string>{"page.jpg", "page.tif"}));
+    if (const std::string author = engine::trim(request.author); !author.empty()) {
+        argv.push_back("-artist=" + engine::santitext(author));
+        argv.push_back("-author=" + engine::santitext(author));
+    }
+    argv.push_back("-overwrite_original");
+    for (const auto& file : files) {
+        argv.push_back(file.string());
+    }
+    test::run_program(argv);
 }
 
-TEST(ExifStamper, HostileTextsArriveAsOneTagValueAndNeverRun)
+using Tags = std::map<std::string, std::string>;
+
+// "exiftool -j -a -G1" of each file, one "GROUP:TAG" to its JSON value each, leaving out
+// what describes the file rather than its content: its name, folder, size, dates and
+// permissions, the reader's version, where the image data lies (strip offsets), and which
+// program wrote the XMP packet (the toolkit is kept as present, not by value).
+std::map<std::string, Tags> read_back(const std::vector<fs::path>& files)
 {
-    test::OutputFolder folder;
-    const std::string marker = (folder / "pwned").string();
+    std::vector<std::string> argv = {"exiftool", "-j", "-a", "-G1"};
+    for (const auto& file : files) {
+        argv.push_back(file.string());
+    }
+    std::map<std::string, Tags> result;
+    std::istringstream lines(test::run_program(argv).output);
+    std::string line;
+    Tags* current = nullptr;
+    while (std::getline(lines, line)) {
+        const std::size_t key_end = line.find("\": ");
+        if (line.rfind("  \"", 0) != 0 || key_end == std::string::npos) {
+            continue;
+        }
+        const std::string key = line.substr(3, key_end - 3);
+        std::string value = line.substr(key_end + 3);
+        if (!value.empty() && value.back() == ',') {
+            value.pop_back();
+        }
+        if (key == "SourceFile") {
+            current = &result[value];
+            continue;
+        }
+        if (current == nullptr || key.starts_with("System:") || key == "ExifTool:ExifToolVersion" ||
+            key.ends_with(":StripOffsets")) {
+            continue;
+        }
+        (*current)[key] = key == "XMP-x:XMPToolkit" ? "present" : value;
+    }
+    return result;
+}
+
+std::string quoted(const fs::path& file)
+{
+    return "\"" + file.string() + "\"";
+}
+
+TEST(ExifStamper, StampReadsBackAsExifToolsStampOfTheSameTexts)
+{
+    const std::string hostile = "He said \"hi\", it's `id` $HOME $(touch pwned) @home";
     const struct {
-        std::string text;
-        std::string expected;           // as santitext makes it
-        std::string expected_copyright; // EXIF keeps a single line break between Copyright's parts
+        std::string dots_per_inch;
+        std::string copyright;
+        std::string author;
     } cases[] = {
-        {"He said \"hi\", it's `x`\nnext $(touch " + marker + ") @home",
-         "He said \\\"hi\\\", it's 'x'\nnext $(touch " + marker + ") @home", ""},
-        {"'; touch " + marker + "; echo '", "'; touch " + marker + "; echo '", ""},
-        {"\u201CCurly\u201D \u2018single\u2019 \u201Elow", "\\\"Curly\\\" 'single' \"low", ""},
-        {"x\n-artist=Mallory\n-execute", "x\n-artist=Mallory\n-execute", ""},
-        {"line one\r\nline two\\", "line one\r\nline two\\", "line one\nline two\\"},
-        {"-copyright=twice", "-copyright=twice", ""},
-        {"#not a comment", "#not a comment", ""},
-        {"\t  tabbed and spaced \t", "tabbed and spaced", ""},
-        {"$HOME @ `id` \\n", "$HOME @ 'id' \\n", ""},
+        {"300", "", ""},
+        {"50", "  Owner 2024 ", "  Ann Author "},
+        {"150.5", hostile, hostile},
+        {"", "Owner", "Ann"},
+        {"", "", ""},
+        {"72", "\u201CCurly\u201D \u2018single\u2019 \u201Alow\u201E",
+         "\u201CCurly\u201D \u2018single\u2019"},
+        {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC",
+         "J\u00FCrgen \u00C5str\u00F6m \u5317\u4EAC"},
+        {"96", "line one\r\nline two\\", "first\nsecond\ttab"},
+        {"240", "  \n editor only", "a & b <c> 'd' \x01\x1f"},
+        {"1200", "caf\xe9 \xff", "caf\xe9 \xc3"},
+        {"72.3333333", "-copyright=twice", "#not a comment"},
+        {"abc", "Owner", "Ann"},
+        {"1e3", "", "Ann"},
+        {"72,5", "Owner", ""},
+        {"-5", "Owner", ""},
     };
-    ExifStamper stamper(system_exiftool());
+    test::OutputFolder folder;
     int index = 0;
+    std::vector<fs::path> all;
     for (const auto& c : cases) {
-        const auto file = folder / ("hostile" + std::to_string(index++) + ".tif");
-        write_tiff(file);
-        stamper.updatedpinonstore(file, {"300", c.text, c.text});
-        const test::TiffImage tiff = test::read_tiff(file).at(0);
-        EXPECT_EQ(tiff.artist, c.expected) << c.text;
-        EXPECT_FLOAT_EQ(tiff.x_resolution, 300) << c.text;
-        // EXIF stores a line break of Copyright as the zero byte between its two parts, so
-        // Copyright is read back through ExifTool's reader.
-        const std::string copyright =
-            c.expected_copyright.empty() ? c.expected : c.expected_copyright;
-        EXPECT_EQ(test::exiftool_tag(file, "EXIF:Copyright"), copyright) << c.text;
+        const std::string stem = "case" + std::to_string(index++);
+        const auto oracle = write_outputs(folder.path(), stem + "-exiftool");
+        const auto native = write_outputs(folder.path(), stem + "-native");
+        const engine::StampRequest request{c.dots_per_inch, c.copyright, c.author};
+        stamp_with_exiftool(oracle, request);
+        for (const auto& file : native) {
+            EXPECT_TRUE(stamp_file(file, request)) << file;
+        }
+        all.insert(all.end(), oracle.begin(), oracle.end());
+        all.insert(all.end(), native.begin(), native.end());
     }
-    EXPECT_FALSE(std::filesystem::exists(marker));
-}
-
-TEST(ExifStamper, BlankTextsLeaveTheirTagsAlone)
-{
-    test::OutputFolder folder;
-    write_tiff(folder / "page.tif", "Global copyright");
-    ExifStamper(system_exiftool()).updatedpinonstore(folder / "page.tif", {"240", " \t ", "   "});
-    const test::TiffImage tiff = test::read_tiff(folder / "page.tif").at(0);
-    EXPECT_FLOAT_EQ(tiff.x_resolution, 240);
-    EXPECT_EQ(tiff.copyright, "Global copyright");
-    EXPECT_FALSE(tiff.artist.has_value());
-}
-
-TEST(ExifStamper, AwkwardAndRelativeFileNamesAreStamped)
-{
-    test::OutputFolder folder;
-    const std::filesystem::path names[] = {
-        "My Files \u00FC/Scan r\u00E9sum\u00E9 1.tif",
-        "it's $(touch pwned) `x`.tif",
-        " leading blank.tif",
-        "new\nline.tif",
-        "-overwrite_original.tif",
-        "#hash.tif",
-    };
-    ExifStamper stamper(system_exiftool());
-    for (const auto& name : names) {
-        const auto file = folder / name;
-        std::filesystem::create_directories(file.parent_path());
-        write_tiff(file);
-        stamper.updatedpinonstore(file, {"96", "Owner", ""});
-        const test::TiffImage tiff = test::read_tiff(file).at(0);
-        EXPECT_FLOAT_EQ(tiff.x_resolution, 96) << name;
-        EXPECT_EQ(tiff.copyright, "Owner") << name;
-    }
-    EXPECT_FALSE(std::filesystem::exists(folder / "pwned"));
-    EXPECT_EQ(folder.entries().size(), std::size(names));
-
-    // A path relative to the current folder.
-    const auto previous = std::filesystem::current_path();
-    std::filesystem::current_path(folder.path());
-    stamper.updatedpinonstore("#hash.tif", {"123", "", ""});
-    std::filesystem::current_path(previous);
-    EXPECT_FLOAT_EQ(test::read_tiff(folder / "#hash.tif").at(0).x_resolution, 123);
-}
-
-TEST(ExifStamper, WithoutAToolFilesStayAsTheyAre)
-{
-    test::OutputFolder folder;
-    write_tiff(folder / "page.tif");
-    const std::string before = file_bytes(folder / "page.tif");
-    ExifStamper(std::filesystem::path{})
-        .updatedpinonstore(folder / "page.tif", {"300", "Owner", "Ann"});
-    ExifStamper(folder / "no such tool")
-        .updatedpinonstore(folder / "page.tif", {"300", "Owner", "Ann"});
-    EXPECT_EQ(file_bytes(folder / "page.tif"), before);
-}
-
-TEST(ExifStamper, BundledToolComesBeforeThePath)
-{
-    test::OutputFolder folder;
-    const auto bundled = folder / "resources" / "exiftool" / "exiftool";
-    write_script(bundled, "#!/bin/sh\nexec exiftool \"$@\"\n");
-    EXPECT_EQ(find_exiftool(folder / "resources"), bundled);
-
-    const auto fallback = find_exiftool(folder / "elsewhere");
-    EXPECT_EQ(fallback.filename(), "exiftool");
-    EXPECT_NE(fallback, bundled);
-
-    write_tiff(folder / "page.tif");
-    make_exif_stamper(folder / "resources")
-        ->updatedpinonstore(folder / "page.tif", {"600", "", ""});
-    EXPECT_FLOAT_EQ(test::read_tiff(folder / "page.tif").at(0).x_resolution, 600);
-}
-
-TEST(ExifStamper, ToolThatDiesIsRestartedOnceAndNeverHangs)
-{
-    test::OutputFolder folder;
-    const auto starts = folder / "starts";
-    const auto tool = folder / "tools" / "exiftool";
-    write_script(tool, "#!/bin/sh\necho started >> '" + starts.string() + "'\nexit 3\n");
-    write_tiff(folder / "page.tif");
-    const std::string before = file_bytes(folder / "page.tif");
-    {
-        ExifStamper stamper(tool);
-        for (int file = 0; file < 4; ++file) {
-            stamper.updatedpinonstore(folder / "page.tif", {"300", "Owner", ""});
+    const auto tags = read_back(all);
+    index = 0;
+    for (const auto& c : cases) {
+        const std::string stem = "case" + std::to_string(index++);
+        for (const std::string kind : {".jpg", "-lzw.tif", "-g4.tif", "-multi.tif"}) {
+            const auto oracle = tags.find(quoted(folder / (stem + "-exiftool" + kind)));
+            const auto native = tags.find(quoted(folder / (stem + "-native" + kind)));
+            ASSERT_NE(oracle, tags.end()) << stem << kind;
+            ASSERT_NE(native, tags.end()) << stem << kind;
+            EXPECT_EQ(native->second, oracle->second)
+                << stem << kind << ": resolution \"" << c.dots_per_inch << "\", copyright \""
+                << c.copyright << "\", author \"" << c.author << "\"";
         }
     }
-    EXPECT_EQ(file_bytes(starts), "started\nstarted\n");
-    EXPECT_EQ(file_bytes(folder / "page.tif"), before);
+    // The readings compared are the stamped tags themselves.
+    const Tags& jpeg = tags.at(quoted(folder / "case1-native.jpg"));
+    EXPECT_EQ(jpeg.at("IFD0:Artist"), "\"Ann Author\"");
+    EXPECT_EQ(jpeg.at("XMP-pdf:Author"), "\"Ann Author\"");
+    EXPECT_EQ(jpeg.at("IFD0:XResolution"), "50");
+    EXPECT_EQ(jpeg.at("JFIF:XResolution"), "50");
+    EXPECT_EQ(tags.at(quoted(folder / "case1-native-multi.tif")).at("IFD1:XResolution"), "72");
+    EXPECT_FALSE(fs::exists(folder / "pwned"));
 }
 
-TEST(ExifStamper, ToolThatNeverAnswersIsEndedAfterTheTimeout)
+TEST(ExifStamper, FilesItCannotStampStayAsTheyWere)
 {
     test::OutputFolder folder;
-    const auto tool = folder / "tools" / "exiftool";
-    write_script(tool, "#!/bin/sh\nexec sleep 60\n");
-    write_tiff(folder / "page.tif");
-    const auto start = std::chrono::steady_clock::now();
-    {
-        ExifStamper stamper(tool, 300ms);
-        stamper.updatedpinonstore(folder / "page.tif", {"300", "", ""});
-        stamper.updatedpinonstore(folder / "page.tif", {"300", "", ""});
-        stamper.updatedpinonstore(folder / "page.tif", {"300", "", ""});
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-}
-
-// One tool process serves the whole run: the tool, wrapped to note each start, starts once
-// for many files, and every file is stamped.
-TEST(ExifStamper, OneProcessServesTheWholeRun)
-{
-    test::OutputFolder folder;
-    const auto starts = folder / "starts";
-    const auto tool = folder / "tools" / "exiftool";
-    write_script(tool, "#!/bin/sh\necho started >> '" + starts.string() + "'\nexec '" +
-                           system_exiftool().string() + "' \"$@\"\n");
     engine::OptionSnapshot snapshot;
-    {
-        ExifStamper stamper(tool);
-        for (int file = 0; file < 5; ++file) {
-            const auto page = folder / ("p" + std::to_string(file) + ".jpg");
-            write_jpeg(small_page(), page, {snapshot, 1, "", ""});
-            stamper.updatedpinonstore(page, {"300", "Owner", "Ann"});
-        }
+    write_jpeg(small_page(), folder / "whole.jpg", {snapshot, 1, "", ""});
+    write_tiff_single(small_page(), folder / "whole.tif", {snapshot, 5, "", ""});
+    const std::string jpeg = file_bytes(folder / "whole.jpg");
+    const std::string tiff = file_bytes(folder / "whole.tif");
+    const struct {
+        const char* name;
+        std::string content;
+    } cases[] = {
+        {"empty.jpg", ""},
+        {"text.tif", "not a picture"},
+        {"cut-header.jpg", jpeg.substr(0, 12)},
+        {"cut-directory.tif", tiff.substr(0, tiff.size() - 20)},
+        {"bigtiff.tif", std::string("II\x2b\0\x08\0\0\0", 8) + tiff.substr(8)},
+        {"far-directory.tif", std::string("II\x2a\0\xff\xff\xff\x7f", 8) + tiff.substr(8)},
+    };
+    for (const auto& c : cases) {
+        std::ofstream(folder / c.name, std::ios::binary) << c.content;
+        EXPECT_FALSE(stamp_file(folder / c.name, {"300", "Owner", "Ann"})) << c.name;
+        EXPECT_EQ(file_bytes(folder / c.name), c.content) << c.name;
     }
-    EXPECT_EQ(file_bytes(starts), "started\n");
-    EXPECT_EQ(test::exiftool_tag(folder / "p4.jpg", "EXIF:Copyright"), "Owner");
+    EXPECT_FALSE(stamp_file(folder / "missing.tif", {"300", "Owner", "Ann"}));
+    EXPECT_FALSE(fs::exists(folder / "missing.tif"));
+    EXPECT_EQ(folder.entries().size(), std::size(cases) + 2);
 }
 
 } // namespace
