@@ -34,9 +34,6 @@ using Cause = WorkerFailure::Cause;
 constexpr int kChannelFd = 3;
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 constexpr std::size_t kGiB = std::size_t{1} << 30;
-// Beyond the PDF reader's ceiling, a worker's data limit leaves room for the largest picture
-// a page may give (a gigabyte of pixels) and the program itself.
-constexpr std::size_t kDataHeadroomMb = 1024 + 256;
 // How long a worker may take to greet, and to leave once its channel closes.
 constexpr std::chrono::seconds kStartTime{10};
 constexpr std::chrono::milliseconds kLeaveTime{1000};
@@ -160,12 +157,17 @@ WorkerSettings default_worker_settings(int workers)
     settings.program = default_worker_program();
     settings.workers = std::max(1, workers);
     settings.time_limit = page_time_limit();
-    settings.memory_limit_mb = std::max<std::size_t>(
+    // Each worker's share of the ceiling is its data limit, so the limits add up to the ceiling
+    // (pictures travel through shared memory, which no data limit counts). The PDF reader keeps
+    // an eighth of the share for the rest of the program (a decoded TIFF, page copies), so that
+    // it meets its own ceiling first.
+    const std::size_t share_mb = std::max<std::size_t>(
         process_memory_ceiling() / static_cast<std::size_t>(settings.workers) / kMiB, 64);
+    settings.memory_limit_mb = share_mb - share_mb / 8;
 #if defined(__SANITIZE_ADDRESS__)
     settings.data_limit_mb = 0;
 #else
-    settings.data_limit_mb = settings.memory_limit_mb + kDataHeadroomMb;
+    settings.data_limit_mb = share_mb;
 #endif
     return settings;
 }

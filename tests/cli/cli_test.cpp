@@ -117,7 +117,7 @@ TEST_F(Cli, BadInputsGetALineAndStatusThree)
     // An image that claims 60000 x 60000 pixels and holds three bytes: decoded at the size it
     // is shown, over a gigabyte.
     write_image_bomb_pdf(folder / "in" / "bomb.pdf", 60000, 60000);
-    // One job: its one reader has the whole ceiling.
+    // One job: its one reader has the whole ceiling, and the PDF reader seven eighths of it.
     const auto result = run_cli({"--format", "png", "--dpi", "300", "--jobs", "1", "-o", (folder / "out").string(),
                                  (folder / "in").string(), (folder / "in" / "missing.tif").string()},
                                 {.data_home = folder / "data", .environment = {"QUIREFOLD_PDF_MEMORY_MB=256"}});
@@ -128,7 +128,7 @@ TEST_F(Cli, BadInputsGetALineAndStatusThree)
                                                                                                    << result.err;
     }
     EXPECT_TRUE(has_line(result.out, "bomb.pdf page 1 could not be converted: the page needs more "
-                                     "memory than the limit of 256 MB"));
+                                     "memory than the limit of 224 MB"));
     EXPECT_EQ(undecodable(folder / "out" / "good.PNG"), "");
     EXPECT_EQ(result.out.back(), "All Done");
     // The ceiling and the bomb page's own RGB picture, little more.
