@@ -92,6 +92,7 @@ MainWindow::MainWindow(const std::filesystem::path& resources, settings::Prefere
     column->setSpacing(4);
     TabPanel1_ = new QTabWidget(central);
     TabPanel1_->setObjectName("TabPanel1");
+    TabPanel1_->setAccessibleName("File Listing and Settings");
     TabPanel1_->tabBar()->setFont(bold_font(12));
     TabPanel1_->setDocumentMode(false);
     build_file_listing(TabPanel1_);

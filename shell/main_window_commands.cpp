@@ -238,8 +238,10 @@ void MainWindow::Start()
 
 void MainWindow::preprocesscheck()
 {
-    pump_->start(controls_.values(), Listbox1_->list_rows());
+    // The options are stored again just before the worker starts, as they stand for the run.
+    const engine::OptionValues values = controls_.values();
     Savesettings();
+    pump_->start(values, Listbox1_->list_rows());
 }
 
 void MainWindow::choose_save_folder()
