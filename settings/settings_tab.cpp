@@ -30,6 +30,15 @@ constexpr const char* kTextNote =
     "within the PDF file. Currently, this is a beta feature and currently does not support OCR for "
     "scanned documents.\n\nOnly the text is extracted and no formatting is applied. ";
 
+// The notes stand in a smaller type than the controls they explain.
+void make_note(QLabel* note)
+{
+    QFont font = note->font();
+    font.setPointSizeF(font.pointSizeF() - 1.5);
+    note->setFont(font);
+    note->setWordWrap(true);
+}
+
 QGroupBox* group(const QString& title, QWidget* parent)
 {
     auto* box = new QGroupBox(title, parent);
@@ -154,7 +163,9 @@ void SettingsTab::build_general(OptionControls& controls)
     add_row(grid, label_for("Zoom Factor", zoomfactor, box), zoomfactor);
     auto* zoom_note = new QLabel(kZoomNote, box);
     zoom_note->setObjectName("Label32");
-    zoom_note->setWordWrap(true);
+    make_note(zoom_note);
+    // A wrapped label inside a grid is given one line unless it asks for its two.
+    zoom_note->setMinimumHeight(2 * zoom_note->fontMetrics().lineSpacing() + 2);
     grid->addWidget(zoom_note, grid->rowCount(), 1);
 
     QCheckBox* combineall = box_for(OptionId::combineall, "Yes (For Multipage PDF && TIFF Only)", box);
@@ -202,7 +213,7 @@ void SettingsTab::build_tiff(OptionControls& controls)
 
     auto* note = new QLabel(kTextNote, box);
     note->setObjectName("Label30");
-    note->setWordWrap(true);
+    make_note(note);
     note->setAlignment(Qt::AlignCenter);
     grid->addWidget(note, grid->rowCount(), 0, 1, 2);
     grid->setRowStretch(grid->rowCount(), 1);

@@ -40,7 +40,7 @@ constexpr int kWindowMaximum = 32000;
 constexpr int kListSideMinimum = 450;
 constexpr int kPreviewSideMinimum = 300;
 constexpr int kSplitterWidth = 10;
-constexpr const char* kCreditText = "Quirefold \u2014 free software for the pages of your documents";
+constexpr const char* kCreditText = "The Quirefold Project";
 constexpr const char* kCreditAddress = "https://quirefold.org/";
 
 constexpr const char* kHelpParagraphs =
@@ -106,7 +106,7 @@ MainWindow::MainWindow(const std::filesystem::path& resources, settings::Prefere
     statustext_->setAccessibleName("Status");
     statustext_->setReadOnly(true);
     statustext_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
-    statustext_->setFixedHeight(86);
+    statustext_->setFixedHeight(76);
     column->addWidget(statustext_);
     column->addWidget(build_foot());
     setCentralWidget(central);
