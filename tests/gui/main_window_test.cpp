@@ -372,6 +372,58 @@ TEST_F(WindowTest, ExitQuestionStoresTheOptionsWhateverTheAnswer)
     }
 }
 
+TEST_F(WindowTest, DuringARunOnlyTheMenuClearsTheListAndQuittingLeavesNoHalfWrittenFile)
+{
+    load({document("long.pdf", 40), document("later.pdf", 5)});
+    find<QComboBox>("imageformat")->setCurrentIndex(2); // a file per page: JPEG
+    save_in_output();
+    press("start");
+    const auto written = [&](const char* name) {
+        return QTest::qWaitFor([&] { return std::filesystem::exists(output_ / name); }, kRunTimeoutMs);
+    };
+    ASSERT_TRUE(written("long Page 001.JPG"));
+    auto* list = find<qf::intake::DocumentListView>("Listbox1");
+    press("clearlist");
+    EXPECT_EQ(list->row_count(), 2) << "the toolbar's Clear List waits for the run";
+    find<QAction>("mClearlist")->trigger();
+    EXPECT_EQ(list->row_count(), 0);
+    ASSERT_TRUE(written("long Page 010.JPG")) << "the run goes on from its own list";
+    EXPECT_EQ(answer_modal([&] { window_->close(); }, "Yes"), "Did You Want to Exit ?");
+    EXPECT_FALSE(window_->isVisible());
+    EXPECT_FALSE(window_->worker_left_running());
+    const std::size_t files = output_.entries().size();
+    QTest::qWait(300);
+    EXPECT_EQ(output_.entries().size(), files) << "the run ended with the window";
+    for (const std::string& name : output_.entries()) {
+        EXPECT_TRUE(name.ends_with(".JPG") && !name.starts_with(".")) << name << ": left by the quit";
+    }
+}
+
+TEST_F(WindowTest, ToolbarPicturesFollowTheAppearanceAtActivation)
+{
+    const struct {
+        QColor window;
+        QColor text;
+        bool light_picture;
+    } cases[] = {{QColor(240, 240, 240), Qt::black, false}, {QColor(40, 40, 40), Qt::white, true}};
+    for (const auto& c : cases) {
+        QPalette palette = window_->palette();
+        palette.setColor(QPalette::Window, c.window);
+        palette.setColor(QPalette::WindowText, c.text);
+        window_->setPalette(palette);
+        // Another window takes the focus, then this one becomes active again.
+        QWidget other;
+        other.show();
+        other.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&other));
+        window_->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
+        // The middle of the Stop picture is its filled square.
+        const QImage picture = find<QAction>("stop")->icon().pixmap(20, 20).toImage();
+        EXPECT_EQ(picture.pixelColor(picture.width() / 2, picture.height() / 2).lightness() > 128, c.light_picture);
+    }
+}
+
 TEST_F(WindowTest, EveryControlIsFoundByItsCaptionInLayoutOrder)
 {
     // Every control a user can reach with the keyboard, on either tab, has a name for an
