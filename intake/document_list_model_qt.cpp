@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "intake/document_list_model_qt.h"
 
+#include <QCoreApplication>
 #include <QDataStream>
 #include <QIODevice>
 #include <QMimeData>
@@ -35,6 +36,12 @@ Qt::Alignment column_alignment(int column)
 }
 
 } // namespace
+
+QByteArray DocumentListModel::drag_origin() const
+{
+    return QByteArray::number(QCoreApplication::applicationPid()) + ':' +
+           QByteArray::number(reinterpret_cast<quintptr>(this));
+}
 
 DocumentListModel::DocumentListModel(QObject* parent) : QAbstractTableModel(parent) {}
 
@@ -112,8 +119,6 @@ QVariant DocumentListModel::headerData(int section, Qt::Orientation orientation,
     case Qt::DisplayRole:
     case Qt::AccessibleTextRole:
         return QString::fromLatin1(kHeaders[static_cast<std::size_t>(section)]);
-    case Qt::TextAlignmentRole:
-        return QVariant::fromValue(column_alignment(section));
     default:
         return {};
     }
@@ -186,7 +191,7 @@ QMimeData* DocumentListModel::mimeData(const QModelIndexList& indexes) const
     std::sort(rows.begin(), rows.end());
     QByteArray encoded;
     QDataStream stream(&encoded, QIODevice::WriteOnly);
-    stream << rows;
+    stream << drag_origin() << rows;
     auto* mime = new QMimeData;
     mime->setData(QString::fromLatin1(kRowsMimeType), encoded);
     return mime;
@@ -199,9 +204,11 @@ bool DocumentListModel::dropMimeData(const QMimeData* data, Qt::DropAction actio
     if (action != Qt::MoveAction || data == nullptr || !data->hasFormat(QString::fromLatin1(kRowsMimeType)))
         return false;
     QList<int> rows;
+    QByteArray origin;
     QDataStream stream(data->data(QString::fromLatin1(kRowsMimeType)));
-    stream >> rows;
-    if (rows.size() != 1) // one row is selected at a time, so one row is dragged
+    stream >> origin >> rows;
+    // Row numbers mean something only to the list they came from; one row is dragged at a time.
+    if (stream.status() != QDataStream::Ok || origin != drag_origin() || rows.size() != 1)
         return false;
     int destination = row;
     if (parent.isValid())

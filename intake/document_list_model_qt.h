@@ -19,7 +19,7 @@ public:
     static constexpr int kPasswordColumn = 6;
     static constexpr int kTileMarkRole = Qt::UserRole + 1; // the row tag: "tiled~yes" or "tiled~no"
     static constexpr int kPasswordRole = Qt::UserRole + 2; // cell 6, on any column of the row
-    // The MIME type of a row-reordering drag: the row numbers only, never a cell.
+    // The MIME type of a row-reordering drag: the list it came from and the row numbers, never a cell.
     static constexpr const char* kRowsMimeType = "application/x-quirefold-list-rows";
 
     explicit DocumentListModel(QObject* parent = nullptr);
@@ -56,6 +56,8 @@ public:
     QString choose_page(int row, int column, int page);
 
 private:
+    QByteArray drag_origin() const; // names this list in its drags, within this process
+
     std::vector<engine::ListRow> rows_;
 };
 

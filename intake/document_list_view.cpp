@@ -9,6 +9,9 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QApplication>
+#include <QPainter>
+#include <QStyledItemDelegate>
 #include <QUrl>
 
 #include "intake/admission.h"
@@ -43,6 +46,31 @@ QStringList droppable_files(const QMimeData* mime)
     return paths;
 }
 
+// The From and To cells carry the arrow of their popup at the right, drawn in the palette's text colour so that it shows in light and dark appearance.
+class ListCellDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    {
+        QStyledItemDelegate::paint(painter, option, index);
+        if (index.column() != kFromColumn && index.column() != kToColumn)
+            return;
+        QStyleOption arrow;
+        arrow.initFrom(option.widget);
+        arrow.palette = option.palette;
+        arrow.state = option.state;
+        const int side = std::min(kArrowSize, option.rect.height());
+        arrow.rect = QRect(option.rect.right() - side - 2, option.rect.top() + (option.rect.height() - side) / 2, side,
+                           side);
+        const QStyle* style = option.widget != nullptr ? option.widget->style() : QApplication::style();
+        style->drawPrimitive(QStyle::PE_IndicatorArrowDown, &arrow, painter, option.widget);
+    }
+
+private:
+    static constexpr int kArrowSize = 16;
+};
+
 } // namespace
 
 DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(new DocumentListModel(this))
@@ -53,7 +81,8 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
     setRootIsDecorated(false);
     setItemsExpandable(false);
     setUniformRowHeights(true);
-    setAllColumnsShowFocus(true);
+    setAllColumnsShowFocus(false); // the focus frame shows the cell that keys act on
+    setItemDelegate(new ListCellDelegate(this));
     setSelectionMode(QAbstractItemView::SingleSelection);
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setEditTriggers(QAbstractItemView::EditKeyPressed);
@@ -67,7 +96,16 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setContextMenuPolicy(Qt::DefaultContextMenu);
 
+    // Cells plain at 13 points (rows take their height from it), the header bold at 14.
+    QFont cell_font = font();
+    cell_font.setBold(false);
+    cell_font.setPointSize(13);
+    setFont(cell_font);
     QHeaderView* head = header();
+    QFont header_font = cell_font;
+    header_font.setBold(true);
+    header_font.setPointSize(14);
+    head->setFont(header_font);
     head->setStretchLastSection(false);
     head->setSectionsMovable(false);
     head->setSectionResizeMode(QHeaderView::Interactive);
@@ -80,6 +118,8 @@ DocumentListView::DocumentListView(QWidget* parent) : QTreeView(parent), model_(
         theid_ = selected_row();
         emit selectedRowChanged(theid_);
     });
+    connect(model_, &QAbstractItemModel::rowsMoved, this, &DocumentListView::follow_selected_row);
+    connect(model_, &QAbstractItemModel::rowsRemoved, this, &DocumentListView::follow_selected_row);
     connect(model_, &QAbstractItemModel::rowsInserted, this, &DocumentListView::emit_count);
     connect(model_, &QAbstractItemModel::rowsRemoved, this, &DocumentListView::emit_count);
     connect(model_, &QAbstractItemModel::modelReset, this, &DocumentListView::emit_count);
@@ -109,7 +149,7 @@ int DocumentListView::selected_row() const
 void DocumentListView::clear_list()
 {
     model_->clear_rows();
-    theid_ = -1;
+    follow_selected_row();
 }
 
 void DocumentListView::set_loading(bool loading)
@@ -139,8 +179,13 @@ PagePopup* DocumentListView::open_page_popup(int row, int column)
     const QModelIndex cell = model_->index(row, column);
     selectionModel()->setCurrentIndex(cell, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     const int page_count = model_->index(row, 1).data().toString().toInt();
-    auto* popup = new PagePopup(page_count, this);
-    connect(popup, &PagePopup::pageChosen, this, [this, row, column](int page) { apply_page_choice(row, column, page); });
+    auto* popup = new PagePopup(page_count, cell.data().toString().toInt(), this);
+    // The row is followed by a persistent index: rows added or moved meanwhile do not redirect the choice.
+    const QPersistentModelIndex chosen_cell(cell);
+    connect(popup, &PagePopup::pageChosen, this, [this, chosen_cell](int page) {
+        if (chosen_cell.isValid())
+            apply_page_choice(chosen_cell.row(), chosen_cell.column(), page);
+    });
     const QRect rect = visualRect(cell);
     popup->resize(std::max(rect.width(), 90), 240);
     popup->move(viewport()->mapToGlobal(rect.bottomLeft()));
@@ -189,8 +234,20 @@ QMenu* DocumentListView::show_context_menu(const QPoint& global_position)
 
 void DocumentListView::delete_selected_row()
 {
-    if (theid_ >= 0 && theid_ < row_count())
-        model_->removeRows(theid_, 1);
+    // The selection follows a moved row, so this is the document the user sees selected.
+    const int row = selected_row();
+    if (row >= 0)
+        model_->removeRows(row, 1);
+}
+
+void DocumentListView::follow_selected_row()
+{
+    // A move or a removal can change the selected row's number without a selection change.
+    const int row = selected_row();
+    if (row != theid_) {
+        theid_ = row;
+        emit selectedRowChanged(row);
+    }
 }
 
 void DocumentListView::keyPressEvent(QKeyEvent* event)
@@ -201,16 +258,44 @@ void DocumentListView::keyPressEvent(QKeyEvent* event)
         event->accept();
         return;
     }
+    // Space, F4 or Alt+Down on a From or To cell opens its popup, as a click does.
+    const QModelIndex current = currentIndex();
+    const bool popup_key = event->key() == Qt::Key_Space || event->key() == Qt::Key_F4 ||
+                           (event->key() == Qt::Key_Down && event->modifiers() == Qt::AltModifier);
+    if (popup_key && current.isValid() && (current.column() == kFromColumn || current.column() == kToColumn)) {
+        open_page_popup(current.row(), current.column());
+        event->accept();
+        return;
+    }
     QTreeView::keyPressEvent(event);
+}
+
+bool DocumentListView::is_row_drag(const QMimeData* mime)
+{
+    return mime != nullptr && mime->hasFormat(QString::fromLatin1(DocumentListModel::kRowsMimeType));
+}
+
+QModelIndex DocumentListView::moveCursor(CursorAction cursor_action, Qt::KeyboardModifiers modifiers)
+{
+    // Left and Right go from cell to cell of the row, so that every column is reachable from
+    // the keyboard; the hidden password column is passed over.
+    const QModelIndex current = currentIndex();
+    if ((cursor_action != MoveLeft && cursor_action != MoveRight) || !current.isValid())
+        return QTreeView::moveCursor(cursor_action, modifiers);
+    const int step = cursor_action == MoveLeft ? -1 : 1;
+    for (int column = current.column() + step; column >= 0 && column < model_->columnCount(); column += step)
+        if (!isColumnHidden(column))
+            return current.siblingAtColumn(column);
+    return current;
 }
 
 void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
 {
-    if (event->source() == this) {
+    if (is_row_drag(event->mimeData())) {
         QTreeView::dragEnterEvent(event);
         return;
     }
-    if (!droppable_files(event->mimeData()).isEmpty() || (event->mimeData() && event->mimeData()->hasUrls())) {
+    if (event->mimeData() && event->mimeData()->hasUrls()) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
         return;
@@ -220,7 +305,7 @@ void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
 
 void DocumentListView::dragMoveEvent(QDragMoveEvent* event)
 {
-    if (event->source() == this) {
+    if (is_row_drag(event->mimeData())) {
         QTreeView::dragMoveEvent(event);
         return;
     }
@@ -234,8 +319,9 @@ void DocumentListView::dragMoveEvent(QDragMoveEvent* event)
 
 void DocumentListView::dropEvent(QDropEvent* event)
 {
-    if (event->source() == this) {
-        QTreeView::dropEvent(event); // the model's dropMimeData moves the row
+    // A drag of rows carries no file: it reorders the list and never loads anything.
+    if (is_row_drag(event->mimeData())) {
+        QTreeView::dropEvent(event); // the model's dropMimeData moves the row, when it is one of ours
         return;
     }
     const QStringList paths = droppable_files(event->mimeData());

@@ -8,11 +8,14 @@
 #include "engine/run_model.h"
 
 class QMenu;
+class QMimeData;
 
 // Listbox1: the document list of the File Listing tab. Seven columns over a DocumentListModel;
 // the tile marker is row data and the password lives in a role that nothing shows. One row is
 // selected at a time; rows are reordered by dragging, a row always moving whole. A click on
-// From or To opens the page popup, a click on Page Ranges edits it in place.
+// From or To opens the page popup, a click on Page Ranges edits it in place. From the
+// keyboard: Left and Right move between cells, Space, F4 or Alt+Down open a From or To
+// popup, F2 edits Page Ranges, the menu key or Shift+F10 open the "Delete" menu.
 namespace qf::intake {
 
 class DocumentListModel;
@@ -45,6 +48,7 @@ signals:
 protected:
     void contextMenuEvent(QContextMenuEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    QModelIndex moveCursor(CursorAction cursor_action, Qt::KeyboardModifiers modifiers) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
@@ -55,11 +59,13 @@ private:
     void on_clicked(const QModelIndex& index);
     void apply_page_choice(int row, int column, int page);
     void delete_selected_row();
+    void follow_selected_row();
+    static bool is_row_drag(const QMimeData* mime);
     QMenu* show_context_menu(const QPoint& global_position);
     void emit_count();
 
     DocumentListModel* model_;
-    int theid_ = -1; // row of the last selection change; what Delete removes
+    int theid_ = -1; // the selected row as last reported by selectedRowChanged
 };
 
 } // namespace qf::intake

@@ -68,7 +68,8 @@ void LoadCommands::open_files_dialog()
     QFileDialog dialog(window_, QStringLiteral("Add PDFs and TIFFs to List"));
     dialog.setObjectName(QStringLiteral("loadFilesDialog"));
     dialog.setFileMode(QFileDialog::ExistingFiles);
-    dialog.setNameFilter(QStringLiteral("PDFs and TIFFs (*.pdf *.tiff *.tif)"));
+    // The three extensions in any case, as admission takes them.
+    dialog.setNameFilter(QStringLiteral("PDFs and TIFFs (*.[pP][dD][fF] *.[tT][iI][fF][fF] *.[tT][iI][fF])"));
     dialog.setLabelText(QFileDialog::Accept, QStringLiteral("Add PDFs and TIFFs to List"));
     const QFileInfo place(start_place(thefolder_));
     if (place.isDir()) {
@@ -114,7 +115,10 @@ void LoadCommands::open_folder_dialog()
     load_folder(folder, isrecursive);
 }
 
-void LoadCommands::load_paths(const QStringList& paths)
+namespace {
+
+// The paths a drop or the command line may admit: not folders, and with a document extension.
+QStringList document_files(const QStringList& paths)
 {
     QStringList files;
     for (const QString& path : paths) {
@@ -122,15 +126,31 @@ void LoadCommands::load_paths(const QStringList& paths)
         if (!info.isDir() && has_document_extension(info.fileName().toStdString()))
             files.append(info.absoluteFilePath());
     }
+    return files;
+}
+
+} // namespace
+
+void LoadCommands::load_paths(const QStringList& paths)
+{
+    const QStringList files = document_files(paths);
     if (!files.isEmpty())
         load_files(files);
 }
 
-void LoadCommands::load_files(const QStringList& files)
+void LoadCommands::load_arguments(const QStringList& paths)
+{
+    const QStringList files = document_files(paths);
+    if (!files.isEmpty())
+        load_files(files, true);
+}
+
+void LoadCommands::load_files(const QStringList& files, bool typed)
 {
     app::LoadRequest request;
     for (const QString& file : files)
         request.paths.push_back(file.toStdString());
+    request.report_missing_paths = typed;
     start(std::move(request));
 }
 
@@ -160,7 +180,8 @@ void LoadCommands::start(app::LoadRequest request)
 {
     request.ask_for_unreadable_pdf = true;
     if (loads_under_way_++ == 0) {
-        list_->set_loading(true);
+        if (list_)
+            list_->set_loading(true);
         emit loadingChanged(true);
     }
     loader_->send(std::move(request));
@@ -168,34 +189,40 @@ void LoadCommands::start(app::LoadRequest request)
 
 void LoadCommands::drain_events()
 {
-    // A question's dialog runs a nested event loop; the loader sends nothing while it waits,
-    // and whatever came before the question has been handled already.
-    if (in_question_)
-        return;
-    while (std::optional<app::LoaderEvent> event = loader_->next_event(std::chrono::milliseconds(0))) {
+    // While a question is open the loader waits for its answer and sends nothing; the answer
+    // drains again.
+    while (!open_question_ && list_) {
+        std::optional<app::LoaderEvent> event = loader_->next_event(std::chrono::milliseconds(0));
+        if (!event)
+            return;
         if (auto* admitted = std::get_if<app::RowAdmitted>(&*event)) {
             list_->add_row(admitted->row);
         } else if (auto* problem = std::get_if<app::ProblemLine>(&*event)) {
             if (!problem->user_choice)
                 emit problemLine(QString::fromStdString(engine::loggable(problem->line)));
         } else if (auto* question = std::get_if<app::PasswordAsked>(&*event)) {
-            answer_question(*question);
+            ask_password(*question);
         } else if (auto* finished = std::get_if<app::LoadFinished>(&*event)) {
             finish_load(finished->summary);
         }
     }
 }
 
-void LoadCommands::answer_question(const app::PasswordAsked& question)
+void LoadCommands::ask_password(const app::PasswordAsked& question)
 {
-    in_question_ = true;
-    PasswordDialog dialog(QString::fromStdString(question.prompt_text), QString::fromStdString(question.file_name),
-                          window_);
-    open_question_ = &dialog;
-    dialog.exec();
-    open_question_ = nullptr;
-    in_question_ = false;
-    loader_->send(app::AnswerPassword{question.question, dialog.answer()});
+    // Modal for the window, but the GUI thread goes on in its own event loop: only the
+    // loader's thread waits for the answer.
+    auto* dialog = new PasswordDialog(QString::fromStdString(question.prompt_text),
+                                      QString::fromStdString(question.file_name), window_);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    open_question_ = dialog;
+    const std::uint64_t number = question.question;
+    connect(dialog, &QDialog::finished, this, [this, dialog, number] {
+        loader_->send(app::AnswerPassword{number, dialog->answer()});
+        open_question_ = nullptr;
+        drain_events();
+    });
+    dialog->open();
 }
 
 void LoadCommands::finish_load(const app::LoadSummary& summary)
@@ -205,7 +232,8 @@ void LoadCommands::finish_load(const app::LoadSummary& summary)
         return;
     }
     loads_under_way_ = 0;
-    list_->set_loading(false);
+    if (list_)
+        list_->set_loading(false);
     emit reportLine(QString::fromStdString(summary.report));
     emit loadingChanged(false);
 }

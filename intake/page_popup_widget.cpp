@@ -2,6 +2,7 @@
 #include "intake/page_popup_widget.h"
 
 #include <QAbstractListModel>
+#include <algorithm>
 #include <QKeyEvent>
 #include <QListView>
 #include <QVBoxLayout>
@@ -28,7 +29,7 @@ private:
 
 } // namespace
 
-PagePopup::PagePopup(int page_count, QWidget* parent)
+PagePopup::PagePopup(int page_count, int current_page, QWidget* parent)
     : QFrame(parent, Qt::Popup), choices_(new QListView(this))
 {
     setAttribute(Qt::WA_DeleteOnClose);
@@ -44,8 +45,11 @@ PagePopup::PagePopup(int page_count, QWidget* parent)
     layout->addWidget(choices_);
     connect(choices_, &QListView::clicked, this, [this](const QModelIndex& index) { choose(index.row() + 1); });
     connect(choices_, &QListView::activated, this, [this](const QModelIndex& index) { choose(index.row() + 1); });
-    if (page_count > 0)
-        choices_->setCurrentIndex(choices_->model()->index(0, 0));
+    if (page_count > 0) {
+        const QModelIndex current = choices_->model()->index(std::clamp(current_page, 1, page_count) - 1, 0);
+        choices_->setCurrentIndex(current);
+        choices_->scrollTo(current, QAbstractItemView::PositionAtCenter);
+    }
     choices_->setFocus();
 }
 

@@ -13,7 +13,8 @@ namespace qf::intake {
 class PagePopup : public QFrame {
     Q_OBJECT
 public:
-    PagePopup(int page_count, QWidget* parent);
+    // `current_page` is shown highlighted and in view when it is one of the choices.
+    PagePopup(int page_count, int current_page, QWidget* parent);
     int page_count() const;
     QListView* choices() const { return choices_; } // the list of numbers; accessible name "Pages"
     void choose(int page);                           // as a click on that number

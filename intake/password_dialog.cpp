@@ -94,6 +94,14 @@ bool PasswordDialog::eventFilter(QObject* watched, QEvent* event)
     return QDialog::eventFilter(watched, event);
 }
 
+void PasswordDialog::changeEvent(QEvent* event)
+{
+    // Whenever the question becomes the active window, typing goes into the field.
+    if (event->type() == QEvent::ActivationChange && isActiveWindow())
+        thepassword_->setFocus();
+    QDialog::changeEvent(event);
+}
+
 PromptAnswer PasswordDialog::answer() const
 {
     if (tried_ && result() == QDialog::Accepted)
