@@ -295,7 +295,7 @@ void MainWindow::Savesettings()
 
 void MainWindow::admit_paths(const QStringList& paths)
 {
-    load_commands_->load_paths(paths);
+    load_commands_->load_arguments(paths);
 }
 
 // The update check comes with the about box and the help; its place at start-up is here,
