@@ -16,6 +16,7 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSlider>
+#include <QSplitter>
 #include <QTest>
 #include <QTimer>
 #include <QTabWidget>
@@ -236,6 +237,15 @@ TEST_F(WindowTest, StartsWithTheDefaultsOfAnEmptyStore)
     EXPECT_TRUE(window_->windowTitle().startsWith("Quirefold v"));
     EXPECT_TRUE(window_->windowTitle().endsWith(" "));
     EXPECT_EQ(window_->minimumSize(), QSize(1000, 612));
+    // Dragging the splitter either way leaves the list 450 and the preview 300 wide, and the
+    // help text as wide as the list.
+    auto* splitter = find<QSplitter>("ws");
+    for (const QList<int>& sizes : {QList<int>{10, 2000}, QList<int>{2000, 10}}) {
+        splitter->setSizes(sizes);
+        EXPECT_GE(find<QWidget>("Listbox1")->width(), 450);
+        EXPECT_GE(find<QWidget>("RoundRectangle1")->width(), 300);
+        EXPECT_EQ(find<QWidget>("TextArea1")->width(), find<QWidget>("Listbox1")->width());
+    }
     EXPECT_EQ(find<QLabel>("noofphotos")->text(), "Number of Documents : 0");
     EXPECT_TRUE(log().isEmpty());
     QStringList toolbar;
