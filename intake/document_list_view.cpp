@@ -2,6 +2,7 @@
 #include "intake/document_list_view.h"
 
 #include <QContextMenuEvent>
+#include <QCursor>
 #include <QDrag>
 #include <QDragEnterEvent>
 #include <QFileInfo>
@@ -342,6 +343,10 @@ void DocumentListView::startDrag(Qt::DropActions supported_actions)
         return;
     auto* drag = new QDrag(this);
     drag->setMimeData(model_->mimeData(rows));
+    const QRect cell = visualRect(rows.front());
+    const QRect row_area(0, cell.top(), viewport()->width(), cell.height());
+    drag->setPixmap(viewport()->grab(row_area)); // the row itself follows the pointer
+    drag->setHotSpot(viewport()->mapFromGlobal(QCursor::pos()) - row_area.topLeft());
     drag->exec(Qt::MoveAction, Qt::MoveAction);
 }
 

@@ -109,16 +109,4 @@ PromptAnswer PasswordDialog::answer() const
     return PromptAnswer::cancel();
 }
 
-PromptAnswer PasswordDialog::ask(QWidget* parent, const std::string& prompt_text, const std::string& file_name)
-{
-    PasswordDialog dialog(QString::fromStdString(prompt_text), QString::fromStdString(file_name), parent);
-    dialog.exec();
-    return dialog.answer();
-}
-
-PromptAnswer DialogPasswordPrompt::ask(const std::string& prompt_text, const std::string& file_name)
-{
-    return PasswordDialog::ask(parent_, prompt_text, file_name);
-}
-
 } // namespace qf::intake

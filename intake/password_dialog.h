@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QDialog>
-#include <string>
 
 #include "intake/password_prompt.h"
 
@@ -12,7 +11,8 @@ class QLineEdit;
 // askpassword: the modal question for the open password of one PDF. The file name leads the
 // text in bold red (shown as text, whatever characters it holds); the field is masked and
 // starts empty at every showing. OK tries the typed text, possibly empty; Cancel, Return in
-// the field, Escape and the window's close button all give up on the file.
+// the field, Escape and the window's close button all give up on the file. LoadCommands shows
+// one for each question the loader's thread puts, and sends its answer back.
 namespace qf::intake {
 
 class PasswordDialog : public QDialog {
@@ -20,9 +20,7 @@ class PasswordDialog : public QDialog {
 public:
     PasswordDialog(const QString& prompt_text, const QString& file_name, QWidget* parent);
 
-    PromptAnswer answer() const; // after the dialog closed
-    // Shows one dialog modally and returns its answer: try_password or cancel.
-    static PromptAnswer ask(QWidget* parent, const std::string& prompt_text, const std::string& file_name);
+    PromptAnswer answer() const; // after the dialog closed: try_password (OK) or cancel
 
     static constexpr int kWidth = 542;
     static constexpr int kHeight = 164;
@@ -35,16 +33,6 @@ private:
     QLabel* thetext_;
     QLineEdit* thepassword_;
     bool tried_ = false; // OK was pressed
-};
-
-// The prompt of admission run on the GUI thread itself: each question is a PasswordDialog.
-class DialogPasswordPrompt : public PasswordPrompt {
-public:
-    explicit DialogPasswordPrompt(QWidget* parent) : parent_(parent) {}
-    PromptAnswer ask(const std::string& prompt_text, const std::string& file_name) override;
-
-private:
-    QWidget* parent_;
 };
 
 } // namespace qf::intake
