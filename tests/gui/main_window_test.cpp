@@ -107,7 +107,9 @@ QStringList answer_modals(const std::function<void()>& action, const QStringList
             }
         } else if (auto* dialog = qobject_cast<QFileDialog*>(modal)) {
             seen << dialog->windowTitle();
-            dialog->selectFile(answer);
+            // The name field, as a user types it: the dialog may still be filling in its
+            // proposed name from the folder it reads in the background.
+            dialog->findChild<QLineEdit*>("fileNameEdit")->setText(answer);
             QMetaObject::invokeMethod(dialog, "accept");
         }
     });
