@@ -11,7 +11,8 @@
 namespace qf::app {
 
 // Where the check asks and where an update is offered. Both come from the build configuration
-// (QF_UPDATE_BASE_URL, QF_DOWNLOAD_URL); an empty version_url means no server is configured.
+// (QF_UPDATE_BASE_URL, QF_DOWNLOAD_URL), the address also from the environment's
+// QUIREFOLD_UPDATE_BASE_URL; an empty version_url means no server is configured.
 struct UpdateEndpoint {
     std::string version_url;  // <base>/ver/quirefold.txt, or empty
     std::string download_url; // opened in the browser when the user accepts the offer; may be empty

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The Settings tab's coupled controls and the preferences file behind the window.
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QSettings>
+#include <QSlider>
+#include <QTest>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "settings/option_controls_qt.h"
+#include "settings/preference_store_qt.h"
+#include "settings/settings_tab.h"
+#include "tests/support/temp_folder.h"
+
+namespace {
+
+using qf::engine::OptionId;
+
+mode_t mode_of(const QString& path)
+{
+    struct stat status {};
+    EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &status), 0) << path.toStdString();
+    return status.st_mode & 07777;
+}
+
+TEST(PreferenceFile, IsTheExtractIdentitysFileAndPrivateAfterEveryWrite)
+{
+    qf::test::TempFolder config;
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(config.path()));
+    const mode_t old_mask = ::umask(022);
+    {
+        qf::settings::QtPreferenceStore store;
+        EXPECT_EQ(store.file_name(), QString::fromStdString((config / "org.quirefold.extract.conf").string()));
+        store.set_string("pdfpassword", "secret");
+        store.synchronize();
+        EXPECT_EQ(mode_of(store.file_name()), 0600u);
+        // A file another program made readable is private again at the next write.
+        ::chmod(QFile::encodeName(store.file_name()).constData(), 0644);
+        store.set_bool("hidepassword", true);
+        store.synchronize();
+        EXPECT_EQ(mode_of(store.file_name()), 0600u);
+    }
+    ::umask(old_mask);
+
+    // Each kind reads back as itself from a new store, and only as itself.
+    const qf::settings::QtPreferenceStore reread;
+    EXPECT_EQ(reread.string_value("pdfpassword"), "secret");
+    EXPECT_EQ(reread.bool_value("hidepassword"), true);
+    EXPECT_EQ(reread.bool_value("pdfpassword"), std::nullopt);
+    EXPECT_EQ(reread.string_value("savein"), std::nullopt);
+}
+
+class SettingsTabTest : public ::testing::Test {
+protected:
+    template <typename T>
+    T* find(const char* name)
+    {
+        return tab_.findChild<T*>(name);
+    }
+
+    qf::settings::OptionControls controls_;
+    qf::settings::SettingsTab tab_{controls_};
+};
+
+TEST_F(SettingsTabTest, QualitySliderAndFieldFollowEachOther)
+{
+    const struct {
+        const char* restored; // the field's text as the preferences or a profile put it
+        int slider;
+        const char* field; // what the field shows afterwards
+    } cases[] = {
+        {"90", 90, "90"}, {"150", 100, "150"}, {"5", 10, "5"}, {"abc", 10, "abc"}, {"075", 75, "075"},
+    };
+    for (const auto& c : cases) {
+        find<QLineEdit>("jpgquality")->setText(c.restored);
+        tab_.follow_fields();
+        EXPECT_EQ(find<QSlider>("qualityslider")->value(), c.slider) << c.restored;
+        EXPECT_EQ(find<QLineEdit>("jpgquality")->text(), c.field) << c.restored;
+    }
+    find<QSlider>("qualityslider")->setValue(42);
+    EXPECT_EQ(controls_.values().text(OptionId::jpgquality), "42");
+}
+
+TEST_F(SettingsTabTest, DotsPerInchTakesUpToFourDigitsOrNothing)
+{
+    const struct {
+        const char* typed;
+        const char* kept;
+    } cases[] = {{"300", "300"}, {"12345", "1234"}, {"7x2", "72"}, {"", ""}};
+    for (const auto& c : cases) {
+        auto* field = find<QLineEdit>("DotsPerInch");
+        field->clear();
+        QTest::keyClicks(field, c.typed);
+        EXPECT_EQ(controls_.values().text(OptionId::DotsPerInch), c.kept) << c.typed;
+    }
+}
+
+TEST_F(SettingsTabTest, HideBoxesMaskTheirPasswordFields)
+{
+    const struct {
+        const char* box;
+        const char* field;
+        const char* other_field;
+    } cases[] = {{"hidepassword", "pdfpassword", "pdffullpassword"},
+                 {"hidepassword1", "pdffullpassword", "pdfpassword"}};
+    for (const auto& c : cases) {
+        find<QCheckBox>(c.box)->click();
+        EXPECT_EQ(find<QLineEdit>(c.field)->echoMode(), QLineEdit::Password) << c.box;
+        EXPECT_EQ(find<QLineEdit>(c.other_field)->echoMode(), QLineEdit::Normal) << c.box;
+        find<QCheckBox>(c.box)->click();
+        EXPECT_EQ(find<QLineEdit>(c.field)->echoMode(), QLineEdit::Normal) << c.box;
+    }
+    // A restore sets the boxes first; the masks follow them.
+    auto values = controls_.values();
+    values.set(OptionId::hidepassword1, true);
+    controls_.show(values);
+    tab_.follow_fields();
+    EXPECT_EQ(find<QLineEdit>("pdffullpassword")->echoMode(), QLineEdit::Password);
+}
+
+} // namespace
