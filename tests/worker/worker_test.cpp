@@ -204,6 +204,11 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
         if (c.data_limit_mb > 0) {
             settings.data_limit_mb = c.data_limit_mb;
         }
+        // Only the slow decoder meets the one-second limit; the others end on their own, which
+        // under the sanitizers can take longer than a second.
+        if (std::string(c.reason).find("took longer") == std::string::npos) {
+            settings.time_limit = 60s;
+        }
         WorkerPool pool(settings);
         ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
         const auto started = std::chrono::steady_clock::now();
@@ -221,7 +226,7 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
 #endif
         EXPECT_EQ(failed.reason, expected);
         EXPECT_EQ(failed.replaced, c.replaced);
-        EXPECT_LT(std::chrono::steady_clock::now() - started, 10s);
+        EXPECT_LT(std::chrono::steady_clock::now() - started, 30s);
         const Outcome after = convert_first_page(pool, pdf_ref(folder / "good.pdf"));
         EXPECT_EQ(after.reason, "");
         EXPECT_EQ(pool.worker_pids().size(), 1u);
