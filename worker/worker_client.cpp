@@ -299,10 +299,14 @@ public:
     explicit Lease(WorkerPool& pool) : pool_(pool)
     {
         std::unique_lock lock(pool_.mutex_);
-        pool_.slot_freed_.wait(lock, [this] {
-            return std::any_of(pool_.slots_.begin(), pool_.slots_.end(),
-                               [](const Slot& slot) { return !slot.busy; });
+        const std::uint64_t aborts = pool_.aborts_;
+        pool_.slot_freed_.wait(lock, [this, aborts] {
+            return pool_.aborts_ != aborts || std::any_of(pool_.slots_.begin(), pool_.slots_.end(),
+                                                          [](const Slot& slot) { return !slot.busy; });
         });
+        if (pool_.aborts_ != aborts) {
+            throw WorkerFailure(Cause::Aborted, "aborted while waiting for a slot");
+        }
         // A slot whose worker is running first, so that workers are started only as needed.
         auto free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
                                  [](const Slot& slot) { return !slot.busy && slot.pid > 0; });
@@ -618,13 +622,17 @@ RemoteTiffProbe WorkerPool::probe_tiff(const std::filesystem::path& path)
 
 void WorkerPool::abort_requests()
 {
-    const std::lock_guard lock(mutex_);
-    for (Slot& slot : slots_) {
-        if (slot.busy) {
-            slot.aborted = true;
-            Lease::kill_slot(slot);
+    {
+        const std::lock_guard lock(mutex_);
+        ++aborts_;
+        for (Slot& slot : slots_) {
+            if (slot.busy) {
+                slot.aborted = true;
+                Lease::kill_slot(slot);
+            }
         }
     }
+    slot_freed_.notify_all();
 }
 
 std::vector<pid_t> WorkerPool::worker_pids() const

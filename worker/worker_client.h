@@ -141,7 +141,8 @@ public:
     RemoteTiffProbe probe_tiff(const std::filesystem::path& path);
 
     // Ends every request under way at once (quitting in the middle of a page): their workers
-    // are killed, and the requests fail with "the reader was stopped". Thread-safe.
+    // are killed, and the requests fail with "the reader was stopped", as do the requests
+    // still waiting for a slot. A request made after the call is not affected. Thread-safe.
     void abort_requests();
 
     // The process ids of the running workers, for diagnostics.
@@ -171,6 +172,9 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable slot_freed_;
     std::vector<Slot> slots_;
+    // Counts the calls of abort_requests(); a request waiting for a slot that sees it move
+    // was aborted. Guarded by mutex_.
+    std::uint64_t aborts_ = 0;
 };
 
 } // namespace qf::worker

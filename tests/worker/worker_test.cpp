@@ -253,6 +253,26 @@ TEST(Worker, AbortEndsThePageUnderWayAtOnce)
     EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
 }
 
+TEST(Worker, AbortAlsoEndsRequestsWaitingForASlot)
+{
+    const TempFolder folder;
+    write_sample_pdf(folder / "good.pdf");
+    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
+    WorkerSettings settings = test_settings();
+    settings.time_limit = 60s;
+    WorkerPool pool(settings);
+    Outcome waiting;
+    std::thread slow([&pool, &folder] { convert_first_page(pool, pdf_ref(folder / "jbig2.pdf")); });
+    std::this_thread::sleep_for(200ms);
+    std::thread queued([&] { waiting = convert_first_page(pool, pdf_ref(folder / "good.pdf")); });
+    std::this_thread::sleep_for(200ms);
+    pool.abort_requests();
+    slow.join();
+    queued.join();
+    EXPECT_EQ(waiting.reason, "the reader was stopped");
+    EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
+}
+
 TEST(Worker, AnswersAdmissionProbes)
 {
     const TempFolder folder;
