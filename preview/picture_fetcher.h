@@ -89,8 +89,4 @@ private:
 // held to 1 GiB, as a preview needs no more and shares the machine with a run's workers.
 worker::WorkerSettings preview_worker_settings();
 
-// The picture reduced by `factor` in each direction (the mean of each factor x factor block),
-// as a TIFF read at reduced size gives it. 8-bit RGB in and out; factor 1 returns it as it is.
-engine::PagePicture reduce_picture(const engine::PagePicture& picture, int factor);
-
 } // namespace qf::preview

@@ -206,7 +206,8 @@ Frame encode_picture(const PictureCall& call)
         .i32(call.request.zoom)
         .u8(call.request.jpeg_order)
         .u8(call.request.flatten)
-        .u8(call.request.compressed_ok);
+        .u8(call.request.compressed_ok)
+        .i32(call.reduce_factor);
     return std::move(out).frame(MessageType::Picture);
 }
 
@@ -327,7 +328,11 @@ PictureCall decode_picture(const Frame& frame)
     call.request.jpeg_order = in.flag();
     call.request.flatten = in.flag();
     call.request.compressed_ok = in.flag();
+    call.reduce_factor = in.i32();
     in.finish();
+    if (call.reduce_factor != 1 && call.reduce_factor != 2 && call.reduce_factor != 4 && call.reduce_factor != 8) {
+        throw ProtocolError("reduction factor out of range");
+    }
     return call;
 }
 

@@ -20,7 +20,7 @@
 // picture request carries a shared-memory region beside it, which the reply fills (channel.h).
 namespace qf::worker {
 
-inline constexpr std::uint16_t kProtocolVersion = 2;
+inline constexpr std::uint16_t kProtocolVersion = 3;
 inline constexpr std::size_t kFrameHeaderBytes = 12;
 // The size of a worker's picture region: room for the largest picture and its compressed data.
 inline constexpr std::uint64_t kPictureRegionBytes = std::uint64_t{2} << 30;
@@ -112,6 +112,9 @@ struct PictureCall {
     DocumentRef document;
     int pageno = 1; // 1-based
     engine::RenderRequest request;
+    // The picture comes back reduced by this factor in each direction (1, 2, 4 or 8), as 8-bit
+    // RGB: the worker reduces it before it leaves, so a large scan never crosses whole.
+    int reduce_factor = 1;
 };
 
 struct TextCall {

@@ -16,6 +16,7 @@
 #include "sources/pdf_mupdf.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
+#include "worker/picture_reduction.h"
 #include "writers/pdf/pdf_assembler.h"
 
 namespace qf::worker {
@@ -143,7 +144,10 @@ Frame ReaderService::open(const DocumentRef& ref)
 
 Frame ReaderService::picture(const PictureCall& call, int region)
 {
-    const engine::PagePicture picture = document(call.document).source->picture(call.pageno, call.request);
+    engine::PagePicture picture = document(call.document).source->picture(call.pageno, call.request);
+    if (call.reduce_factor > 1) {
+        picture = reduce_picture(engine::to_rgb(picture), call.reduce_factor);
+    }
     PictureHeader header;
     header.width = picture.width;
     header.height = picture.height;

@@ -3,6 +3,7 @@
 
 #include "preview/picture_fetcher.h"
 #include "preview/picture_request.h"
+#include "worker/picture_reduction.h"
 
 namespace qf::preview {
 namespace {
@@ -120,7 +121,7 @@ TEST(PreviewRequests, FittingAndReducing)
         const auto value = static_cast<std::uint8_t>(i * 10);
         picture.pixels.insert(picture.pixels.end(), {value, value, 255});
     }
-    const engine::PagePicture reduced = reduce_picture(picture, 2);
+    const engine::PagePicture reduced = worker::reduce_picture(picture, 2);
     ASSERT_EQ(reduced.width, 3);
     ASSERT_EQ(reduced.height, 2);
     EXPECT_EQ(reduced.pixels[0], 30);                   // (0 + 10 + 50 + 60) / 4

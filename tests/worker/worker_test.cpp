@@ -21,6 +21,7 @@
 #include "tests/support/temp_folder.h"
 #include "tests/support/tiff_fixtures.h"
 #include "worker/channel.h"
+#include "worker/picture_reduction.h"
 #include "worker/remote_source.h"
 
 extern char** environ;
@@ -273,6 +274,39 @@ TEST(Worker, AbortAlsoEndsRequestsWaitingForASlot)
     EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
 }
 
+TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
+{
+    const TempFolder folder;
+    std::vector<std::uint8_t> samples;
+    for (int i = 0; i < 67 * 45 * 3; ++i) {
+        samples.push_back(static_cast<std::uint8_t>(i * 37 % 251));
+    }
+    std::vector<std::uint8_t> grey(samples.begin(), samples.begin() + 67 * 45);
+    test::make_raw_tiff(folder / "odd.tif", {{.width = 67, .height = 45, .samples_per_pixel = 3, .photometric = 2,
+                                              .data = samples},
+                                             {.width = 67, .height = 45, .data = grey}});
+    test::make_tiff(folder / "fax.tif", {{.width = 203, .height = 97, .kind = test::TiffKind::Bilevel,
+                                          .compression = 4}});
+    const struct {
+        const char* file;
+        int pageno;
+        int factor;
+    } cases[] = {
+        {"odd.tif", 1, 2}, {"odd.tif", 1, 4}, {"odd.tif", 1, 8}, {"odd.tif", 2, 4}, {"fax.tif", 1, 8},
+    };
+    WorkerPool pool(test_settings());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + " image " + std::to_string(c.pageno) + " by " + std::to_string(c.factor));
+        const DocumentRef ref{DocumentKind::Tiff, {folder / c.file, "", engine::kTiledNo}};
+        const engine::PagePicture whole = pool.picture({ref, c.pageno, {}});
+        PictureCall reduced{ref, c.pageno, {}};
+        reduced.reduce_factor = c.factor;
+        const engine::PagePicture expected = reduce_picture(engine::to_rgb(whole), c.factor);
+        ASSERT_EQ(expected.width, (whole.width + c.factor - 1) / c.factor);
+        expect_same_picture(expected, pool.picture(reduced));
+    }
+}
+
 TEST(Worker, AnswersAdmissionProbes)
 {
     const TempFolder folder;
@@ -425,6 +459,8 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
     long_text.payload[0] = 0xff; // a length past the end
     Frame extra = encode_pdf_probed({true, false, 2});
     extra.payload.push_back(0);
+    PictureCall three_times;
+    three_times.reduce_factor = 3;
     const struct {
         const char* what;
         std::function<void()> decode;
@@ -440,6 +476,7 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
         {"uncopied page past the end", [&] { decode_pages_copied(encode_pages_copied({2, {1, 3}})); }},
         {"uncopied pages out of order", [&] { decode_pages_copied(encode_pages_copied({3, {2, 1}})); }},
+        {"reduction factor 3", [&] { decode_picture(encode_picture(three_times)); }},
     };
     for (const auto& c : cases) {
         EXPECT_THROW(c.decode(), ProtocolError) << c.what;
