@@ -5,13 +5,9 @@
 #include <utility>
 
 #include "engine/error.h"
-#include "worker/picture_reduction.h"
 
 namespace qf::preview {
 namespace {
-
-// The reader draws a PDF page at this resolution to learn its size: one pixel per point.
-constexpr int kMeasureDpi = 72;
 
 class Superseded {};
 
@@ -20,7 +16,7 @@ struct Reading {
     const PictureJob& job;
     const std::function<bool()>& current;
 
-    // Called before each read too: an abort reaches only a request already under way.
+    // Called before each read too: an abort reaches only the requests made before it.
     void check_current() const
     {
         if (!current()) {
@@ -47,37 +43,44 @@ struct Reading {
         return pool.picture({document(worker::DocumentKind::Pdf, engine::kTiledNo), pageno, render});
     }
 
-    // The image as a run reads it for a tiled row, or the image at `index`.
-    engine::PagePicture tiff_image(bool tiled_image, int index) const
+    // The image as a run reads it for a tiled row, or the image at `index`, reduced by
+    // `reduce_factor` in the worker.
+    engine::PagePicture tiff_image(bool tiled_image, int index, int reduce_factor) const
     {
         const auto ref = document(worker::DocumentKind::Tiff, tiled_image ? engine::kTiledYes : engine::kTiledNo);
         check_current();
-        return pool.picture({ref, tiled_image ? 1 : index + 1, {}});
+        worker::PictureCall call{ref, tiled_image ? 1 : index + 1, {}};
+        call.reduce_factor = reduce_factor;
+        return pool.picture(call);
     }
 
-    // The shown size of a PDF page in points, from a picture drawn at one pixel per point. The
-    // reader turns pages by their rotation as it draws them, so this is the page as shown.
-    FirstPage measure_pdf_page(int pageno) const
+    // A PDF page's box in points before its rotation, and the rotation; a TIFF image's size
+    // in pixels, rotation 0. Nothing is drawn.
+    FirstPage facts(worker::DocumentKind kind, int pageno) const
     {
-        const engine::PagePicture measured = pdf_page(pageno, kMeasureDpi);
-        return {static_cast<double>(measured.width), static_cast<double>(measured.height), 0};
+        check_current();
+        const worker::PageFacts facts = pool.page_facts({document(kind, engine::kTiledNo), pageno});
+        return {facts.width, facts.height, facts.rotation};
     }
 };
+
+// The page as shown: a page turned by a quarter shows its box's sides swapped.
+FirstPage shown(FirstPage page)
+{
+    if (page.rotation == 90 || page.rotation == 270) {
+        std::swap(page.width, page.height);
+    }
+    return page;
+}
 
 engine::PagePicture read_pdf(const Reading& reading, const PictureRequest& request, const FirstPage& first)
 {
     if (request.scale > 0) {
         return reading.pdf_page(request.pageno, std::max(1, static_cast<int>(std::lround(72.0 * request.scale))));
     }
-    FirstPage shown = first;
-    if (first.rotation == 90 || first.rotation == 270) {
-        std::swap(shown.width, shown.height);
-    }
-    if (request.pageno != 1) {
-        shown = reading.measure_pdf_page(request.pageno);
-        reading.check_current();
-    }
-    return reading.pdf_page(request.pageno, fit_dpi(shown.width, shown.height, request.width, request.height));
+    const FirstPage page = request.pageno == 1 ? shown(first)
+                                               : shown(reading.facts(worker::DocumentKind::Pdf, request.pageno));
+    return reading.pdf_page(request.pageno, fit_dpi(page.width, page.height, request.width, request.height));
 }
 
 } // namespace
@@ -93,16 +96,12 @@ FetchedPicture PictureFetcher::fetch(worker::WorkerPool& pool, const PictureJob&
             fetched.failure = "the file is neither a PDF nor a TIFF";
             return fetched;
         }
-        engine::PagePicture first_image; // a TIFF's first image, when it was read to measure it
         if (job.event != PictureEvent::Enlarged) {
             if (job.first_page) {
                 fetched.first_page = *job.first_page;
-            } else if (type == DocumentType::Pdf) {
-                fetched.first_page = reading.measure_pdf_page(1);
             } else {
-                first_image = reading.tiff_image(false, 0);
-                fetched.first_page = {static_cast<double>(first_image.width),
-                                      static_cast<double>(first_image.height), 0};
+                fetched.first_page = reading.facts(
+                    type == DocumentType::Pdf ? worker::DocumentKind::Pdf : worker::DocumentKind::Tiff, 1);
             }
             reading.check_current();
             fetched.request = plan_pane_picture(job.row, job.page, job.pane, job.event, fetched.first_page);
@@ -113,13 +112,11 @@ FetchedPicture PictureFetcher::fetch(worker::WorkerPool& pool, const PictureJob&
         engine::PagePicture picture;
         if (type == DocumentType::Pdf) {
             picture = read_pdf(reading, request, fetched.first_page);
-        } else if (!first_image.empty() && !request.tiled_image && request.image_index == 0) {
-            picture = std::move(first_image);
         } else {
-            picture = reading.tiff_image(request.tiled_image, request.image_index);
+            picture = reading.tiff_image(request.tiled_image, request.image_index, request.reduce_factor);
         }
         reading.check_current();
-        fetched.picture = worker::reduce_picture(engine::to_rgb(picture), request.reduce_factor);
+        fetched.picture = engine::to_rgb(picture);
     } catch (const engine::Error& error) {
         fetched.failure = error.reason();
     } catch (const Superseded&) {

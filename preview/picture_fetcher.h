@@ -31,14 +31,14 @@ struct PictureJob {
     PictureEvent event = PictureEvent::Selection;
     PaneSize pane;         // the picture well's size (pane events)
     double pixels_per_point = 1; // the enlarged view's zoom times the screen's pixel ratio
-    // What is known of the first page; measured by the reader when absent.
+    // What is known of the first page; asked of the reader (page facts) when absent.
     std::optional<FirstPage> first_page;
 };
 
 struct FetchedPicture {
     std::uint64_t number = 0;   // the job's number, as submit() returned it
     PictureRequest request;     // what was asked of the reader
-    FirstPage first_page;       // what was known or measured of the first page
+    FirstPage first_page;       // what was known or asked of the first page
     engine::PagePicture picture; // 8-bit RGB; empty when the page could not be read
     std::string failure;         // the reader's reason when it could not
 };

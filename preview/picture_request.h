@@ -23,8 +23,9 @@ struct PaneSize {
     int height = 0;
 };
 
-// What the preview knows of the document's first page: for a PDF, page 1's size in points and
-// its rotation in degrees (0, 90, 180 or 270); for a TIFF, the first image's size in pixels.
+// What the preview knows of the document's first page: for a PDF, page 1's box in points
+// before its rotation, and the rotation in degrees (0, 90, 180 or 270); for a TIFF, the first
+// image's size in pixels as shown.
 struct FirstPage {
     double width = 0;
     double height = 0;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -197,6 +198,13 @@ public:
         return lease->load_page(pageno - 1).text();
     }
 
+    PageBox box(int pageno)
+    {
+        check_page(pageno);
+        Lease lease(*this);
+        return boxes_.refine(pageno - 1, lease->load_page(pageno - 1).box(), page_count_);
+    }
+
 private:
     // A parse of the document on loan to one call.
     class Lease {
@@ -272,6 +280,15 @@ PixelSize render_size(double width_pt, double height_pt, int rotation, int dpi, 
 std::unique_ptr<engine::PageSource> open_pdf_source(const engine::DocumentToOpen& document)
 {
     return std::make_unique<PdfSource>(document);
+}
+
+PageBox pdf_page_box(engine::PageSource& source, int pageno)
+{
+    auto* pdf = dynamic_cast<PdfSource*>(&source);
+    if (pdf == nullptr) {
+        throw std::invalid_argument("not a PDF source");
+    }
+    return pdf->box(pageno);
 }
 
 } // namespace qf::sources

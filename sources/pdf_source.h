@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "engine/services.h"
+#include "sources/pdf_mupdf.h"
 
 namespace qf::sources {
 
@@ -49,5 +50,10 @@ void set_page_time_limit(std::chrono::milliseconds limit);
 // them, in double precision. Several threads may call the members at once: each call works
 // on a parse of the document that no other call is using.
 std::unique_ptr<engine::PageSource> open_pdf_source(const engine::DocumentToOpen& document);
+
+// The box and rotation from which `source`, opened by open_pdf_source, draws page `pageno`
+// (the sizes picture() renders are render_size of it), without drawing the page. Throws as
+// picture() for a page it cannot load, and std::invalid_argument for another kind of source.
+PageBox pdf_page_box(engine::PageSource& source, int pageno);
 
 } // namespace qf::sources

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "worker/protocol.h"
 
+#include <bit>
 #include <cstring>
 
 namespace qf::worker {
@@ -180,9 +181,9 @@ std::size_t decode_header(const std::uint8_t* header, MessageType& type)
     }
     const std::uint8_t code = header[6];
     const bool known = (code >= static_cast<std::uint8_t>(MessageType::Hello) &&
-                        code <= static_cast<std::uint8_t>(MessageType::PagesCopied)) ||
+                        code <= static_cast<std::uint8_t>(MessageType::PageFactsReady)) ||
                        (code >= static_cast<std::uint8_t>(MessageType::Open) &&
-                        code <= static_cast<std::uint8_t>(MessageType::CopyPages));
+                        code <= static_cast<std::uint8_t>(MessageType::PageFacts));
     if (!known) {
         throw ProtocolError("unknown message type " + std::to_string(code));
     }
@@ -235,6 +236,14 @@ Frame encode_copy_pages(const CopyCall& call)
     write_document(out, call.document);
     out.text(call.target);
     return std::move(out).frame(MessageType::CopyPages);
+}
+
+Frame encode_page_facts(const PageFactsCall& call)
+{
+    PayloadWriter out;
+    write_document(out, call.document);
+    out.i32(call.pageno);
+    return std::move(out).frame(MessageType::PageFacts);
 }
 
 Frame encode_hello(std::uint32_t pid)
@@ -307,6 +316,17 @@ Frame encode_pages_copied(const CopiedReply& reply)
     return std::move(out).frame(MessageType::PagesCopied);
 }
 
+Frame encode_page_facts_ready(const PageFacts& facts)
+{
+    PayloadWriter out;
+    out.u64(std::bit_cast<std::uint64_t>(facts.width))
+        .u64(std::bit_cast<std::uint64_t>(facts.height))
+        .i32(facts.rotation)
+        .u64(std::bit_cast<std::uint64_t>(facts.xres))
+        .u64(std::bit_cast<std::uint64_t>(facts.yres));
+    return std::move(out).frame(MessageType::PageFactsReady);
+}
+
 DocumentRef decode_open(const Frame& frame)
 {
     expect(frame, MessageType::Open);
@@ -377,6 +397,17 @@ CopyCall decode_copy_pages(const Frame& frame)
     if (call.target.empty() || call.target.front() != '/') {
         throw ProtocolError("the copy's target is not an absolute path");
     }
+    return call;
+}
+
+PageFactsCall decode_page_facts(const Frame& frame)
+{
+    expect(frame, MessageType::PageFacts);
+    PayloadReader in(frame.payload);
+    PageFactsCall call;
+    call.document = read_document(in);
+    call.pageno = positive(in.u32(), kMaxPageNumber, "page number");
+    in.finish();
     return call;
 }
 
@@ -520,6 +551,32 @@ CopiedReply decode_pages_copied(const Frame& frame)
     reply.in_frame = in.text();
     in.finish();
     return reply;
+}
+
+PageFacts decode_page_facts_ready(const Frame& frame)
+{
+    expect(frame, MessageType::PageFactsReady);
+    PayloadReader in(frame.payload);
+    PageFacts facts;
+    facts.width = std::bit_cast<double>(in.u64());
+    facts.height = std::bit_cast<double>(in.u64());
+    facts.rotation = in.i32();
+    facts.xres = std::bit_cast<double>(in.u64());
+    facts.yres = std::bit_cast<double>(in.u64());
+    in.finish();
+    // Written so that a NaN fails every test.
+    const auto side = [](double value) { return value > 0 && value <= kMaxPageSide; };
+    const auto resolution = [](double value) { return value >= 0 && value <= kMaxResolution; };
+    if (!side(facts.width) || !side(facts.height)) {
+        throw ProtocolError("page size out of range");
+    }
+    if (facts.rotation != 0 && facts.rotation != 90 && facts.rotation != 180 && facts.rotation != 270) {
+        throw ProtocolError("page rotation out of range");
+    }
+    if (!resolution(facts.xres) || !resolution(facts.yres)) {
+        throw ProtocolError("resolution out of range");
+    }
+    return facts;
 }
 
 } // namespace qf::worker

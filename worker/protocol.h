@@ -37,6 +37,7 @@ enum class MessageType : std::uint8_t {
     TiffProbed,    // admission probe of a TIFF
     Failed,        // an error kind and the reader's reason
     PagesCopied,   // the page count of the flattened copy written
+    PageFactsReady, // a page's size and turn
     // client -> worker
     Open = 64,
     Picture,
@@ -44,6 +45,7 @@ enum class MessageType : std::uint8_t {
     ProbePdf,
     ProbeTiff,
     CopyPages,
+    PageFacts,
 };
 
 // A frame that breaks the protocol: wrong version, unknown type, a field past the end.
@@ -122,6 +124,24 @@ struct TextCall {
     int pageno = 1;
 };
 
+// A page's size and turn, asked without drawing it.
+struct PageFactsCall {
+    DocumentRef document;
+    int pageno = 1; // a PDF's page, or a TIFF's image pageno - 1 (the tile marker aside)
+};
+
+// PDF: the page's box in points (CropBox clipped to MediaBox, before /Rotate) as the page
+// source draws it, and /Rotate as 0, 90, 180 or 270. TIFF: the image's size in pixels as the
+// page source shows it (Orientation applied), rotation 0, and its resolution in dots per inch
+// (0 when the file gives none).
+struct PageFacts {
+    double width = 0;
+    double height = 0;
+    int rotation = 0;
+    double xres = 0;
+    double yres = 0;
+};
+
 // A PDF's pages copied, annotations and form fields flattened, into a PDF of their own at
 // `target`, a file the main process then reads in place of the document.
 struct CopyCall {
@@ -189,6 +209,7 @@ Frame encode_text(const TextCall& call);
 Frame encode_probe_pdf(const std::string& path, const std::string& password);
 Frame encode_probe_tiff(const std::string& path);
 Frame encode_copy_pages(const CopyCall& call);
+Frame encode_page_facts(const PageFactsCall& call);
 
 Frame encode_hello(std::uint32_t pid);
 Frame encode_opened(const OpenedReply& reply);
@@ -198,6 +219,7 @@ Frame encode_pdf_probed(const PdfProbeReply& reply);
 Frame encode_tiff_probed(const TiffProbeReply& reply);
 Frame encode_failed(const FailedReply& reply);
 Frame encode_pages_copied(const CopiedReply& reply);
+Frame encode_page_facts_ready(const PageFacts& facts);
 
 // Each decoder reads the whole payload of its type and throws ProtocolError on anything out
 // of range (a negative size, a page number below 1, an unknown enum value).
@@ -207,6 +229,7 @@ TextCall decode_text(const Frame& frame);
 std::pair<std::string, std::string> decode_probe_pdf(const Frame& frame); // path, password
 std::string decode_probe_tiff(const Frame& frame);
 CopyCall decode_copy_pages(const Frame& frame);
+PageFactsCall decode_page_facts(const Frame& frame);
 
 std::uint32_t decode_hello(const Frame& frame);
 OpenedReply decode_opened(const Frame& frame);
@@ -216,5 +239,10 @@ PdfProbeReply decode_pdf_probed(const Frame& frame);
 TiffProbeReply decode_tiff_probed(const Frame& frame);
 FailedReply decode_failed(const Frame& frame);
 CopiedReply decode_pages_copied(const Frame& frame);
+// Sides above 0 and at most kMaxPageSide, a rotation of 0, 90, 180 or 270, resolutions of 0
+// up to kMaxResolution; anything else (a NaN included) is a ProtocolError.
+PageFacts decode_page_facts_ready(const Frame& frame);
+inline constexpr double kMaxPageSide = 1e9;
+inline constexpr double kMaxResolution = 1e7;
 
 } // namespace qf::worker

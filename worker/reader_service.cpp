@@ -2,6 +2,7 @@
 #include "worker/reader_service.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <cerrno>
 #include <new>
@@ -86,6 +87,60 @@ std::unique_ptr<QPDF> open_copier(const engine::DocumentToOpen& document)
 int quiet_tiff_handler(TIFF*, void*, const char*, const char*, va_list)
 {
     return 1;
+}
+
+TIFF* open_tiff_quietly(const std::string& path, const char* mode)
+{
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    TIFFOpenOptionsSetErrorHandlerExtR(options, quiet_tiff_handler, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, quiet_tiff_handler, nullptr);
+    TIFF* tiff = TIFFOpenExt(path.c_str(), mode, options);
+    TIFFOpenOptionsFree(options);
+    return tiff;
+}
+
+// The size of image pageno - 1 as the TIFF page source shows it, read from its tags alone:
+// an Orientation of 5 to 8 turns the image, its sides and resolutions swapping.
+PageFacts tiff_facts(const engine::DocumentToOpen& document, int pageno)
+{
+    TIFF* tiff = open_tiff_quietly(document.path.native(), "r");
+    if (tiff == nullptr) {
+        throw Error(ErrorKind::Damaged, "not a readable TIFF", document.path);
+    }
+    const std::unique_ptr<TIFF, void (*)(TIFF*)> closer(tiff, TIFFClose);
+    const int images = static_cast<int>(TIFFNumberOfDirectories(tiff));
+    if (pageno > images) {
+        throw Error(ErrorKind::BadInput,
+                    "the document has only " + std::to_string(images) + (images == 1 ? " page" : " pages"),
+                    document.path, pageno);
+    }
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    if (!TIFFSetDirectory(tiff, static_cast<tdir_t>(pageno - 1)) ||
+        TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width) != 1 || TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height) != 1 ||
+        width == 0 || height == 0) {
+        throw Error(ErrorKind::Damaged, "the image has no size", document.path, pageno);
+    }
+    PageFacts facts{static_cast<double>(width), static_cast<double>(height), 0, 0, 0};
+    float xres = 0;
+    float yres = 0;
+    std::uint16_t unit = RESUNIT_INCH;
+    const bool has_x = TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &xres) == 1;
+    const bool has_y = TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &yres) == 1;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_RESOLUTIONUNIT, &unit);
+    if (has_x && has_y && unit != RESUNIT_NONE && std::isfinite(xres) && std::isfinite(yres) && xres > 0 &&
+        yres > 0) {
+        const double factor = unit == RESUNIT_CENTIMETER ? 2.54 : 1.0;
+        facts.xres = std::min(xres * factor, kMaxResolution);
+        facts.yres = std::min(yres * factor, kMaxResolution);
+    }
+    std::uint16_t orientation = ORIENTATION_TOPLEFT;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
+    if (orientation >= ORIENTATION_LEFTTOP && orientation <= ORIENTATION_LEFTBOT) {
+        std::swap(facts.width, facts.height);
+        std::swap(facts.xres, facts.yres);
+    }
+    return facts;
 }
 
 } // namespace
@@ -209,9 +264,22 @@ Frame ReaderService::copy_pages(const CopyCall& call)
     return encode_pages_copied({copied.page_count, copied.uncopyable, std::move(copied.in_memory)});
 }
 
+Frame ReaderService::page_facts(const PageFactsCall& call)
+{
+    if (call.document.kind == DocumentKind::Tiff) {
+        return encode_page_facts_ready(tiff_facts(call.document.document, call.pageno));
+    }
+    const sources::PageBox box = sources::pdf_page_box(*document(call.document).source, call.pageno);
+    if (!(box.width() > 0 && box.width() <= kMaxPageSide && box.height() > 0 && box.height() <= kMaxPageSide)) {
+        throw Error(ErrorKind::Damaged, "the page has no size", call.document.document.path, call.pageno);
+    }
+    return encode_page_facts_ready({box.width(), box.height(), box.rotation, 0, 0});
+}
+
 Frame ReaderService::answer(const Frame& request, int region)
 {
-    const bool page_request = request.type == MessageType::Picture || request.type == MessageType::Text;
+    const bool page_request = request.type == MessageType::Picture || request.type == MessageType::Text ||
+                              request.type == MessageType::PageFacts;
     try {
         switch (request.type) {
         case MessageType::Open:
@@ -228,6 +296,8 @@ Frame ReaderService::answer(const Frame& request, int region)
             return encode_tiff_probed(probe_tiff_file(decode_probe_tiff(request)));
         case MessageType::CopyPages:
             return copy_pages(decode_copy_pages(request));
+        case MessageType::PageFacts:
+            return page_facts(decode_page_facts(request));
         default:
             throw ProtocolError("not a request");
         }
@@ -297,12 +367,8 @@ PdfProbeReply probe_pdf_file(const std::string& path, const std::string& passwor
 
 TiffProbeReply probe_tiff_file(const std::string& path)
 {
-    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
-    TIFFOpenOptionsSetErrorHandlerExtR(options, quiet_tiff_handler, nullptr);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, quiet_tiff_handler, nullptr);
     // Header only: a file of zero images opens and counts 0 instead of failing to open.
-    TIFF* tiff = TIFFOpenExt(path.c_str(), "rh", options);
-    TIFFOpenOptionsFree(options);
+    TIFF* tiff = open_tiff_quietly(path, "rh");
     TiffProbeReply reply;
     if (tiff == nullptr) {
         return reply;

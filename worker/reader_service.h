@@ -39,6 +39,7 @@ private:
     Frame picture(const PictureCall& call, int region);
     Frame text(const TextCall& call);
     Frame copy_pages(const CopyCall& call);
+    Frame page_facts(const PageFactsCall& call);
 
     std::size_t memory_limit_mb_;
     std::uint64_t uses_ = 0;

@@ -562,6 +562,21 @@ std::string WorkerPool::text(const TextCall& call)
     return text;
 }
 
+PageFacts WorkerPool::page_facts(const PageFactsCall& call)
+{
+    PageFacts facts;
+    try {
+        run(encode_page_facts(call), [&](const Frame& reply, int) {
+            throw_if_failed(reply, call.document.document.path, call.pageno);
+            facts = decode_page_facts_ready(reply);
+        });
+    } catch (const WorkerFailure& failure) {
+        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                    failure_reason(failure, "the page"), call.document.document.path, call.pageno);
+    }
+    return facts;
+}
+
 CopiedReply WorkerPool::copy_pages(const CopyCall& call)
 {
     CopiedReply copied;

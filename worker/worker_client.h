@@ -133,6 +133,8 @@ public:
     OpenedReply open(const DocumentRef& document);
     engine::PagePicture picture(const PictureCall& call);
     std::string text(const TextCall& call);
+    // The page's size and turn (PageFacts), without drawing it. Throws as picture().
+    PageFacts page_facts(const PageFactsCall& call);
     // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall). Throws as open().
     CopiedReply copy_pages(const CopyCall& call);
 

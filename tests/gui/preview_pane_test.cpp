@@ -61,7 +61,8 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
     using test::PdfPageSpec;
     test::write_pdf(folder / "portrait.pdf", {PdfPageSpec{612, 792}, PdfPageSpec{612, 792}});
     test::write_pdf(folder / "landscape.pdf", {PdfPageSpec{792, 612}});
-    test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90}});
+    test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
+                                             PdfPageSpec{.width = 612, .height = 792}});
     test::write_pdf(folder / "small.pdf", {PdfPageSpec{200, 300}, PdfPageSpec{200, 300}});
     test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
                                            test::TiffPage{.width = 2000, .height = 3000}});
@@ -77,7 +78,8 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
         {"portrait.pdf", 2, 1, 1296, 1600, 1, {}},
         {"portrait.pdf", 2, 2, 648, 800, 1, {}},
         {"landscape.pdf", 1, 1, 1296, 1600, 1, {}},
-        {"rotated.pdf", 1, 1, 1296, 1600, 1, {}},
+        {"rotated.pdf", 2, 1, 1296, 1600, 1, {}},
+        {"rotated.pdf", 2, 2, 800, 648, 1, {}}, // page 1 lies on its side: so does the box
         {"small.pdf", 2, 1, 800, 1200, 1, {}},
         {"small.pdf", 2, 2, 400, 600, 1, {}},
         {"large.tif", 2, 1, 0, 0, 2, {1000, 1500}}, // 3000 / 800 -> 3

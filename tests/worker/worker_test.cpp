@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -274,6 +275,57 @@ TEST(Worker, AbortAlsoEndsRequestsWaitingForASlot)
     EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
 }
 
+TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
+{
+    const TempFolder folder;
+    test::write_boxed_pdf(folder / "boxes.pdf", {{"[0 0 612 792]", "", 0},
+                                                 {"[0 0 612 792]", "", 90},
+                                                 {"[0 0 612 792]", "", 180},
+                                                 {"[0 0 680.400024 300]", "[10 20 500 280]", 270},
+                                                 {"[0 0 595 842]", "", -90}});
+    test::make_tiff(folder / "scan.tif", {{.width = 300, .height = 200, .xres = 300, .yres = 150},
+                                          {.width = 40, .height = 50, .xres = 100, .yres = 100,
+                                           .resolution_unit = 3}});
+    test::make_raw_tiff(folder / "turned.tif",
+                        {{.width = 3, .height = 2, .orientation = 6, .xres = 200, .yres = 100,
+                          .data = std::vector<std::uint8_t>(6, 128)}});
+    const struct {
+        DocumentKind kind;
+        const char* file;
+        int pageno;
+        PageFacts expected;
+    } cases[] = {
+        {DocumentKind::Pdf, "boxes.pdf", 1, {612, 792, 0, 0, 0}},
+        {DocumentKind::Pdf, "boxes.pdf", 2, {612, 792, 90, 0, 0}},
+        {DocumentKind::Pdf, "boxes.pdf", 3, {612, 792, 180, 0, 0}},
+        {DocumentKind::Pdf, "boxes.pdf", 4, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
+        {DocumentKind::Pdf, "boxes.pdf", 5, {595, 842, 270, 0, 0}},
+        {DocumentKind::Tiff, "scan.tif", 1, {300, 200, 0, 300, 150}},
+        {DocumentKind::Tiff, "scan.tif", 2, {40, 50, 0, 254, 254}}, // per centimetre
+        {DocumentKind::Tiff, "turned.tif", 1, {2, 3, 0, 100, 200}},  // turned by its Orientation
+    };
+    WorkerPool pool(test_settings());
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + " page " + std::to_string(c.pageno));
+        const PageFacts facts = pool.page_facts({{c.kind, {folder / c.file, "", engine::kTiledNo}}, c.pageno});
+        EXPECT_DOUBLE_EQ(facts.width, c.expected.width);
+        EXPECT_DOUBLE_EQ(facts.height, c.expected.height);
+        EXPECT_EQ(facts.rotation, c.expected.rotation);
+        EXPECT_NEAR(facts.xres, c.expected.xres, 1e-3);
+        EXPECT_NEAR(facts.yres, c.expected.yres, 1e-3);
+    }
+    // The box is the one the page is drawn from, to the pixel.
+    const auto local = sources::open_pdf_source({folder / "boxes.pdf", "", engine::kTiledNo});
+    const PageFacts fourth = pool.page_facts({pdf_ref(folder / "boxes.pdf"), 4});
+    const sources::PixelSize size = sources::render_size(fourth.width, fourth.height, fourth.rotation, 150, 1, false);
+    const engine::PagePicture drawn = local->picture(4, {.dpi = 150});
+    EXPECT_EQ(size.width, drawn.width);
+    EXPECT_EQ(size.height, drawn.height);
+    EXPECT_EQ(error_of([&] { pool.page_facts({pdf_ref(folder / "boxes.pdf"), 6}); }), "0 the document has only 5 pages"); // BadInput
+    EXPECT_EQ(error_of([&] { pool.page_facts({{DocumentKind::Tiff, {folder / "scan.tif", "", engine::kTiledNo}}, 3}); }),
+              "0 the document has only 2 pages");
+}
+
 TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
 {
     const TempFolder folder;
@@ -476,6 +528,11 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
         {"uncopied page past the end", [&] { decode_pages_copied(encode_pages_copied({2, {1, 3}})); }},
         {"uncopied pages out of order", [&] { decode_pages_copied(encode_pages_copied({3, {2, 1}})); }},
+        {"page side NaN", [&] { decode_page_facts_ready(encode_page_facts_ready({std::nan(""), 10, 0})); }},
+        {"page side zero", [&] { decode_page_facts_ready(encode_page_facts_ready({0, 10, 0})); }},
+        {"page side huge", [&] { decode_page_facts_ready(encode_page_facts_ready({10, 1e300, 0})); }},
+        {"rotation off the quarters", [&] { decode_page_facts_ready(encode_page_facts_ready({10, 10, 45})); }},
+        {"negative resolution", [&] { decode_page_facts_ready(encode_page_facts_ready({10, 10, 0, -1, 0})); }},
         {"reduction factor 3", [&] { decode_picture(encode_picture(three_times)); }},
     };
     for (const auto& c : cases) {
