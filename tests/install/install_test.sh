@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
 # Installs the build into a temporary prefix and uses it as a user would: the desktop entry and
-# the metainfo pass their validators, the entry's program and icon are there, and the installed
-# command line makes a PDF/A-1b from a sample with only what was installed (an installed program
-# never falls back to the source or build tree, so a resource left out of the install fails here).
+# the metainfo pass their validators, the entry's program, its icon and both manual pages are
+# there, and the installed command line makes a PDF/A-1b from a sample with only what was
+# installed (an installed program never falls back to the source or build tree, so a resource left out of the install fails here).
 # Usage: install_test.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 
@@ -48,6 +48,13 @@ done
 
 cli="$prefix/usr/bin/quirefold-cli"
 "$cli" --version | grep -q . || fail "quirefold-cli --version says nothing"
+# The manual page names every option --help does.
+man_page="$prefix/usr/share/man/man1/quirefold-cli.1"
+[ -s "$prefix/usr/share/man/man1/quirefold.1" ] || fail "quirefold.1 is not installed"
+man_text=$(sed 's/\\-/-/g' "$man_page") || fail "quirefold-cli.1 is not installed"
+for flag in $("$cli" --help | grep -o '^  -[-a-z0-9]*'); do
+    grep -q -e "^\.B.*$flag" <<<"$man_text" || fail "quirefold-cli.1 lacks $flag"
+done
 out="$prefix/out"
 mkdir "$out"
 status=0
