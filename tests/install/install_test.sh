@@ -3,7 +3,8 @@
 # Installs the build into a temporary prefix and uses it as a user would: the desktop entry and
 # the metainfo pass their validators, the entry's program, its icon and both manual pages are
 # there, and the installed command line makes a PDF/A-1b from a sample with only what was
-# installed (an installed program never falls back to the source or build tree, so a resource left out of the install fails here).
+# installed (an installed program never falls back to the source or build tree, so a resource
+# left out of the install fails here).
 # Usage: install_test.sh BUILD_DIR SOURCE_DIR
 set -euo pipefail
 
