@@ -5,6 +5,7 @@
 #include <malloc.h>
 #include <system_error>
 
+#include "engine/program_location.h"
 #include "engine/work_folder.h"
 
 namespace qf::app {
@@ -32,12 +33,9 @@ void ignore_file_size_signal()
 fs::path resources_folder()
 {
     std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    if (!error) {
-        const fs::path installed = program.parent_path().parent_path() / "share" / "quirefold";
-        if (fs::is_directory(installed, error)) {
-            return installed;
-        }
+    const fs::path installed = engine::program_file().parent_path().parent_path() / "share" / "quirefold";
+    if (fs::is_directory(installed, error) || !engine::runs_from_build_tree()) {
+        return installed;
     }
     return QF_SOURCE_RESOURCES;
 }

@@ -23,7 +23,7 @@ Startup start_up();
 void ignore_file_size_signal();
 
 // The folder of the application's resources: <prefix>/share/quirefold beside an installed
-// program, else the source tree's resources/.
+// program; the source tree's resources/ only for a program run from the build tree.
 std::filesystem::path resources_folder();
 
 } // namespace qf::app

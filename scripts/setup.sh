@@ -16,6 +16,7 @@ packages=(
     libgraphicsmagick++1-dev libpugixml-dev libcurl4-openssl-dev liblcms2-dev
     libgtest-dev libimage-exiftool-perl # ExifTool: the stamping tests read tags back with it
     qt6-base-dev qt6-svg-dev libqt6svg6 xvfb xauth fonts-dejavu-core
+    desktop-file-utils appstream # the install test validates the desktop entry and the metainfo
     default-jre-headless libpdfbox2-java libfontbox2-java libcommons-logging-java libactivation-java libjaxb-api-java
 )
 

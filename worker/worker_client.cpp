@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "engine/error.h"
+#include "engine/program_location.h"
 
 extern char** environ;
 
@@ -178,10 +179,11 @@ std::filesystem::path default_worker_program()
         return path;
     }
     std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::filesystem::path beside = (error ? std::filesystem::path() : self.parent_path()) / "quirefold-worker";
-    // In the build tree the programs sit in folders of their own.
-    if (!std::filesystem::exists(beside, error) && std::filesystem::exists(QF_BUILT_WORKER, error)) {
+    const std::filesystem::path beside = engine::program_file().parent_path() / "quirefold-worker";
+    // In the build tree the programs sit in folders of their own; an installed program only
+    // ever starts the worker installed beside it.
+    if (!std::filesystem::exists(beside, error) && engine::runs_from_build_tree() &&
+        std::filesystem::exists(QF_BUILT_WORKER, error)) {
         return QF_BUILT_WORKER;
     }
     return beside;

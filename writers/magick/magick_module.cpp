@@ -7,19 +7,22 @@
 
 #include <dlfcn.h>
 
+#include "engine/program_location.h"
+
 namespace qf::writers {
 namespace {
 
 std::vector<std::filesystem::path> module_candidates()
 {
     std::vector<std::filesystem::path> candidates;
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error) {
+    const auto program = engine::program_file();
+    if (!program.empty()) {
         candidates.push_back(program.parent_path().parent_path() / "lib" / "quirefold" / "qf_magick.so");
     }
 #ifdef QF_MAGICK_MODULE
-    candidates.emplace_back(QF_MAGICK_MODULE);
+    if (engine::runs_from_build_tree()) {
+        candidates.emplace_back(QF_MAGICK_MODULE);
+    }
 #endif
     return candidates;
 }

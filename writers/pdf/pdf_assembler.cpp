@@ -16,6 +16,7 @@
 
 #include "engine/error.h"
 #include "engine/file_ops.h"
+#include "engine/program_location.h"
 #include "engine/work_folder.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
@@ -318,12 +319,11 @@ class QpdfAssembler : public engine::PdfAssembler
 std::filesystem::path default_resources_folder()
 {
     std::error_code ignored;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", ignored);
-    if (!program.empty()) {
-        const auto installed = program.parent_path().parent_path() / "share" / "quirefold";
-        if (std::filesystem::is_directory(installed / "icc", ignored)) {
-            return installed;
-        }
+    const auto program = engine::program_file();
+    const auto installed = program.parent_path().parent_path() / "share" / "quirefold";
+    if (std::filesystem::is_directory(installed / "icc", ignored) ||
+        (!program.empty() && !engine::runs_from_build_tree())) {
+        return installed;
     }
 #ifdef QF_SOURCE_RESOURCES
     return QF_SOURCE_RESOURCES;
