@@ -290,12 +290,9 @@ QModelIndex DocumentListView::moveCursor(CursorAction cursor_action, Qt::Keyboar
     return current;
 }
 
-void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
+// A drag of files is taken as a copy; anything else that is no row drag is refused.
+static void answer_file_drag(QDragMoveEvent* event)
 {
-    if (is_row_drag(event->mimeData())) {
-        QTreeView::dragEnterEvent(event);
-        return;
-    }
     if (event->mimeData() && event->mimeData()->hasUrls()) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
@@ -304,18 +301,22 @@ void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
     event->ignore();
 }
 
+void DocumentListView::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (is_row_drag(event->mimeData())) {
+        QTreeView::dragEnterEvent(event);
+        return;
+    }
+    answer_file_drag(event);
+}
+
 void DocumentListView::dragMoveEvent(QDragMoveEvent* event)
 {
     if (is_row_drag(event->mimeData())) {
         QTreeView::dragMoveEvent(event);
         return;
     }
-    if (event->mimeData() && event->mimeData()->hasUrls()) {
-        event->setDropAction(Qt::CopyAction);
-        event->accept();
-        return;
-    }
-    event->ignore();
+    answer_file_drag(event);
 }
 
 void DocumentListView::dropEvent(QDropEvent* event)

@@ -512,6 +512,13 @@ OpenedReply WorkerPool::open(const DocumentRef& document)
     return opened;
 }
 
+engine::Error WorkerPool::page_error(const WorkerFailure& failure, const std::filesystem::path& file,
+                                     int pageno) const
+{
+    return Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                 failure_reason(failure, "the page"), file, pageno);
+}
+
 engine::PagePicture WorkerPool::picture(const PictureCall& call)
 {
     engine::PagePicture picture;
@@ -543,8 +550,7 @@ engine::PagePicture WorkerPool::picture(const PictureCall& call)
             }
         });
     } catch (const WorkerFailure& failure) {
-        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
-                    failure_reason(failure, "the page"), call.document.document.path, call.pageno);
+        throw page_error(failure, call.document.document.path, call.pageno);
     }
     return picture;
 }
@@ -558,8 +564,7 @@ std::string WorkerPool::text(const TextCall& call)
             text = decode_text_ready(reply);
         });
     } catch (const WorkerFailure& failure) {
-        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
-                    failure_reason(failure, "the page"), call.document.document.path, call.pageno);
+        throw page_error(failure, call.document.document.path, call.pageno);
     }
     return text;
 }
@@ -573,8 +578,7 @@ PageFacts WorkerPool::page_facts(const PageFactsCall& call)
             facts = decode_page_facts_ready(reply);
         });
     } catch (const WorkerFailure& failure) {
-        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
-                    failure_reason(failure, "the page"), call.document.document.path, call.pageno);
+        throw page_error(failure, call.document.document.path, call.pageno);
     }
     return facts;
 }

@@ -166,6 +166,8 @@ private:
     // a reply it cannot decode (ProtocolError) kills the worker. Throws WorkerFailure.
     void run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply);
     std::string failure_reason(const WorkerFailure& failure, const char* subject) const;
+    // The error a page request that the worker failed throws: a crash counts as damage.
+    engine::Error page_error(const WorkerFailure& failure, const std::filesystem::path& file, int pageno) const;
 
     WorkerSettings settings_;
     // Starts every worker from one thread that lives as long as the pool: a worker is bound

@@ -61,19 +61,33 @@ class ConformancePass
     {
     }
 
+    std::vector<PageSurvey> survey_pages(std::vector<QPDFPageObjectHelper> &pages)
+    {
+        std::vector<PageSurvey> surveys;
+        surveys.reserve(pages.size());
+        for (auto &page : pages) {
+            surveys.push_back(survey_page(page));
+        }
+        return surveys;
+    }
+
+    // The intent a new document takes: RGB when any page draws RGB, else CMYK, else Gray.
+    Profile intent_for_pages(const std::vector<PageSurvey> &surveys) const
+    {
+        bool rgb = false;
+        bool cmyk = false;
+        for (const PageSurvey &survey : surveys) {
+            rgb = rgb || survey.device_rgb;
+            cmyk = cmyk || survey.device_cmyk;
+        }
+        return intent_for(rgb, cmyk);
+    }
+
     void run()
     {
         auto pages = QPDFPageDocumentHelper(pdf_).getAllPages();
-        std::vector<PageSurvey> surveys;
-        surveys.reserve(pages.size());
-        bool rgb = false;
-        bool cmyk = false;
-        for (auto &page : pages) {
-            surveys.push_back(survey_page(page));
-            rgb = rgb || surveys.back().device_rgb;
-            cmyk = cmyk || surveys.back().device_cmyk;
-        }
-        const Profile intent = intent_for(rgb, cmyk);
+        std::vector<PageSurvey> surveys = survey_pages(pages);
+        const Profile intent = intent_for_pages(surveys);
         for (std::size_t i = 0; i < pages.size(); ++i) {
             const int pageno = static_cast<int>(i) + 1;
             adjust_page(pages[i], surveys[i], intent);
@@ -92,15 +106,8 @@ class ConformancePass
     void fit_intent()
     {
         auto pages = QPDFPageDocumentHelper(pdf_).getAllPages();
-        std::vector<PageSurvey> surveys;
-        bool rgb = false;
-        bool cmyk = false;
-        for (auto &page : pages) {
-            surveys.push_back(survey_page(page));
-            rgb = rgb || surveys.back().device_rgb;
-            cmyk = cmyk || surveys.back().device_cmyk;
-        }
-        const Profile intent = intent_for(rgb, cmyk);
+        std::vector<PageSurvey> surveys = survey_pages(pages);
+        const Profile intent = intent_for_pages(surveys);
         for (std::size_t i = 0; i < pages.size(); ++i) {
             tie_device_colours(pages[i].getObjectHandle(), surveys[i], intent);
         }
