@@ -23,6 +23,8 @@ fail() {
     exit 1
 }
 [ "$(id -u)" -eq 0 ] || fail "run as root: debootstrap and chroot need it"
+# The root is removed and made again: never a short path that could be a live system's.
+[[ "$fresh" == /?*/?* ]] || fail "QF_FRESH_ROOT must be an absolute path two folders deep, not $fresh"
 command -v debootstrap >/dev/null || fail "debootstrap is missing (apt-get install debootstrap)"
 
 deb=${1:-}
