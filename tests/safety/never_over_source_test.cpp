@@ -16,8 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using engine::OptionId;
 
-struct Collision
-{
+struct Collision {
     const char *title;
     const char *format;
     std::vector<const char *> sources; // created in "in/", run in this order
@@ -42,59 +41,19 @@ void make_source(const fs::path &file)
 TEST(NeverOverASource, EveryOutputKindTakesTheNumberedName)
 {
     const Collision cases[] = {
-        {"single-page TIFF of a one-page TIFF",
-         "TIFF (Single Page)",
-         {"scan.TIF"},
-         false,
-         "",
-         {"scan 1.TIF"}},
-        {"multipage TIFF of a whole TIFF",
-         "TIFF (Multipage)",
-         {"three.TIF"},
-         false,
-         "",
-         {"three 1.TIF"}},
-        {"single-page PDF of a one-page PDF",
-         "PDF (Single Page)",
-         {"one.PDF"},
-         false,
-         "",
-         {"one 1.PDF"}},
-        {"multipage PDF of a whole PDF",
-         "PDF (Multipage)",
-         {"memo.PDF"},
-         false,
-         "",
-         {"memo 1.PDF"}},
+        {"single-page TIFF of a one-page TIFF", "TIFF (Single Page)", {"scan.TIF"}, false, "", {"scan 1.TIF"}},
+        {"multipage TIFF of a whole TIFF", "TIFF (Multipage)", {"three.TIF"}, false, "", {"three 1.TIF"}},
+        {"single-page PDF of a one-page PDF", "PDF (Single Page)", {"one.PDF"}, false, "", {"one 1.PDF"}},
+        {"multipage PDF of a whole PDF", "PDF (Multipage)", {"memo.PDF"}, false, "", {"memo 1.PDF"}},
         // A TIFF kept under a picture's name: the engine guards it whatever the extension.
         {"JPEG of a TIFF named .JPG", "JPEG", {"photo.JPG"}, false, "", {"photo 1.JPG"}},
         {"PNG of a TIFF named .PNG", "PNG", {"photo.PNG"}, false, "", {"photo 1.PNG"}},
-        {"combined TIFF named as a source",
-         "TIFF (Multipage)",
-         {"a.tif", "Combine.tif"},
-         true,
-         "",
-         {"Combine 1.tif"}},
-        {"combined PDF named as a source",
-         "PDF (Multipage)",
-         {"a.pdf", "memo.pdf"},
-         true,
-         "memo.pdf",
-         {"memo 1.pdf"}},
+        {"combined TIFF named as a source", "TIFF (Multipage)", {"a.tif", "Combine.tif"}, true, "", {"Combine 1.tif"}},
+        {"combined PDF named as a source", "PDF (Multipage)", {"a.pdf", "memo.pdf"}, true, "memo.pdf", {"memo 1.pdf"}},
         // The first document's output would take the name of a source listed after it.
-        {"a later source's name",
-         "PDF (Multipage)",
-         {"memo.pdf", "memo.PDF"},
-         false,
-         "",
-         {"memo 1.PDF", "memo 2.PDF"}},
+        {"a later source's name", "PDF (Multipage)", {"memo.pdf", "memo.PDF"}, false, "", {"memo 1.PDF", "memo 2.PDF"}},
         // A numbered name is one no file has yet, not even the run's own.
-        {"a later source's name, per page",
-         "TIFF (Single Page)",
-         {"x.tif", "x.TIF"},
-         false,
-         "",
-         {"x 1.TIF", "x 2.TIF"}},
+        {"a later source's name, per page", "TIFF (Single Page)", {"x.tif", "x.TIF"}, false, "", {"x 1.TIF", "x 2.TIF"}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.title);
