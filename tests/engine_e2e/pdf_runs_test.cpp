@@ -92,51 +92,6 @@ TEST_F(PdfRuns, CombinedRunsMergeEveryDocumentInOrder)
     }
 }
 
-TEST_F(PdfRuns, AViewingPasswordEncryptsEveryDeliveredFile)
-{
-    const auto source = folder / "plain.pdf";
-    write_numbered_pdf(source, 2);
-    auto values = options_for(out(), "PDF (Single Page)");
-    values.set(OptionId::pdfpassword, std::string(" open sesame "));
-    values.set(OptionId::encryptionlevel, 3);
-    harness.run(values, {admitted_row(source)});
-    for (const char* name : {"plain Page 001.PDF", "plain Page 002.PDF"}) {
-        EXPECT_TRUE(opens_with(out() / name, "open sesame")) << name;
-        EXPECT_FALSE(opens_with(out() / name, "")) << name;
-        EXPECT_EQ(read_encryption(out() / name, "open sesame").revision, 6) << name;
-    }
-    for (const auto& line : harness.lines) {
-        EXPECT_EQ(line.find("sesame"), std::string::npos) << line;
-    }
-}
-
-TEST_F(PdfRuns, PdfaOfAPageWithAnUnembeddedFontSaysWhy)
-{
-    const auto source = folder / "letter.pdf";
-    write_numbered_pdf(source, 1);
-    auto values = options_for(out(), "PDF (Multipage)");
-    values.set(OptionId::pdfversionnumber, 11); // "PDF/A 1b"
-    harness.run(values, {admitted_row(source)});
-    EXPECT_TRUE(has_line(harness.lines, "letter.PDF has been Saved"));
-    EXPECT_TRUE(std::any_of(harness.lines.begin(), harness.lines.end(), [](const std::string& line) {
-        return line.rfind("letter.PDF does not conform to PDF/A 1b: page 1 ", 0) == 0 &&
-               line.find("Helvetica") != std::string::npos;
-    })) << ::testing::PrintToString(harness.lines);
-
-    // Pictures alone conform, and the validator agrees.
-    const auto scan = folder / "scan.tif";
-    make_tiff(scan, {TiffPage{.xres = 72, .yres = 72}});
-    harness.run(values, {admitted_row(scan)});
-    EXPECT_TRUE(has_line(harness.lines, "scan.PDF has been Saved"));
-    EXPECT_EQ(std::count_if(harness.lines.begin(), harness.lines.end(),
-                            [](const std::string& line) { return line.find("does not conform") != std::string::npos; }),
-              0);
-    const auto verdict = run_preflight_a1b(out() / "scan.PDF");
-    if (verdict.ran) {
-        EXPECT_EQ(verdict.status, 0) << verdict.output;
-    }
-}
-
 TEST_F(PdfRuns, TextOfTheSelectedPagesEndsEachPageWithALineBreak)
 {
     const auto source = folder / "notes.pdf";

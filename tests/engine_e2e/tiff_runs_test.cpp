@@ -154,46 +154,37 @@ TEST_F(TiffRuns, AnUnexpectedErrorFailsItsDocumentAndTheRunGoesOn)
     // Where a library throws something of its own, and the line its document then gets.
     const struct {
         const char* title;
-        void (*spoil)(engine::RunServices&);
+        bool opening; // else writing
+        void (*raise)();
         const char* line;
     } cases[] = {
-        {"out of memory while opening",
-         [](engine::RunServices& services) {
-             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
-                 if (document.path.filename() == "first.tif") {
-                     throw std::bad_alloc();
-                 }
-                 return open(document);
-             };
-         },
+        {"out of memory while opening", true, [] { throw std::bad_alloc(); },
          "first.tif could not be opened: not enough memory"},
-        {"a type of its own while opening",
-         [](engine::RunServices& services) {
-             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
-                 if (document.path.filename() == "first.tif") {
-                     throw NotAStdException();
-                 }
-                 return open(document);
-             };
-         },
+        {"a type of its own while opening", true, [] { throw NotAStdException(); },
          "first.tif could not be opened: an unexpected internal error"},
-        {"a standard error while writing",
-         [](engine::RunServices& services) {
-             services.write_png = [write = services.write_png](const engine::PagePicture& picture, const fs::path& target,
-                                                               const engine::PageWriteContext& context) {
-                 if (target.filename().string().find("first") != std::string::npos) {
-                     throw std::bad_cast();
-                 }
-                 write(picture, target, context);
-             };
-         },
+        {"a standard error while writing", false, [] { throw std::bad_cast(); },
          "first.tif page 1 could not be converted: an unexpected internal error"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.title);
         fs::remove_all(out());
         engine::RunServices services = real_services();
-        c.spoil(services);
+        if (c.opening) {
+            services.open_tiff = [open = services.open_tiff, &c](const engine::DocumentToOpen& document) {
+                if (document.path.filename() == "first.tif") {
+                    c.raise();
+                }
+                return open(document);
+            };
+        } else {
+            services.write_png = [write = services.write_png, &c](const engine::PagePicture& picture, const fs::path& target,
+                                                                  const engine::PageWriteContext& context) {
+                if (target.filename().string().find("first") != std::string::npos) {
+                    c.raise();
+                }
+                write(picture, target, context);
+            };
+        }
         engine::BatchRun batch(std::move(services));
         std::vector<std::string> lines;
         batch.set_listener([&](const engine::RunEvent& event) {
