@@ -3,7 +3,6 @@
 // its source stays as it was, and the good documents after them are converted.
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -17,7 +16,6 @@
 #include "tests/support/image_checks.h"
 #include "tests/support/output_checks.h"
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/process.h"
 #include "tests/support/tiff_fixtures.h"
 
 namespace qf::test {
@@ -288,40 +286,6 @@ TEST_F(HostileRuns, ClosingARunWhileAPageIsStuckStopsItsReaderAndWritesNothing)
     std::error_code error;
     EXPECT_TRUE(!fs::exists(out(), error) || fs::is_empty(out(), error));
     EXPECT_EQ(scratch_left(std::getenv("XDG_DATA_HOME")), std::vector<std::string>{});
-}
-
-// The command line killed outright while a reader decodes a page: its readers go with it.
-TEST_F(HostileRuns, AFrontEndKilledOutrightLeavesNoReader)
-{
-    write_jbig2_pdf(folder / "jbig2.pdf", 30000);
-    CliChild cli({"--format", "png", "-o", out().string(), (folder / "jbig2.pdf").string()}, {.data_home = folder / "data"});
-    ASSERT_TRUE(cli.wait_for_output("added to the list", 30s));
-    std::vector<pid_t> readers;
-    for (int tries = 0; tries < 50 && readers.empty(); ++tries) {
-        std::this_thread::sleep_for(200ms); // into the page
-        std::error_code error;
-        const fs::path tasks = "/proc/" + std::to_string(cli.pid()) + "/task";
-        for (fs::directory_iterator it(tasks, error), end; !error && it != end; it.increment(error)) {
-            std::ifstream children(it->path() / "children");
-            for (pid_t pid = 0; children >> pid;) {
-                readers.push_back(pid);
-            }
-        }
-    }
-    ASSERT_FALSE(readers.empty());
-    cli.send(SIGKILL);
-    cli.finish();
-    const auto gone = [](pid_t pid) {
-        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-        std::string line;
-        return !std::getline(stat, line) || line.substr(line.rfind(')') + 2, 1) == "Z";
-    };
-    for (int tries = 0; tries < 250 && !std::all_of(readers.begin(), readers.end(), gone); ++tries) {
-        std::this_thread::sleep_for(20ms);
-    }
-    for (const pid_t pid : readers) {
-        EXPECT_TRUE(gone(pid)) << pid;
-    }
 }
 
 // Admission whose reader cannot run: each document is dropped with the reason, and a PDF is
