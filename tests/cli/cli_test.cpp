@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The command line as a script meets it: arguments, output lines, files and exit status.
-#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>

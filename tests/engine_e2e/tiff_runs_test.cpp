@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Whole runs over TIFF documents: names, pixels and log lines of what was written.
 #include <algorithm>
-#include <fstream>
 #include <typeinfo>
 #include <gtest/gtest.h>
 

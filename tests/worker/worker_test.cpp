@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <set>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
