@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The command line as a script meets it: arguments, output lines, files and exit status.
-#include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
 
@@ -163,30 +162,6 @@ TEST_F(Cli, ProfilesLoadBeforeTheFlagsAndSaveTheEffectiveOptions)
     EXPECT_EQ(used.status, 0) << used.err;
     EXPECT_EQ(used.out.front(), "Settings Loaded");
     EXPECT_TRUE(fs::exists(folder / "out" / "scan Page 01.PNG"));
-}
-
-// Ctrl-C stops after the document under way: when that is the last one, everything asked for
-// was written and the run succeeded; otherwise the documents never reached make it status 3.
-TEST_F(Cli, AnInterruptCostsOnlyTheDocumentsNeverReached)
-{
-    for (const char* name : {"slow1.tif", "slow2.tif"}) {
-        make_tiff(folder / "in" / name, std::vector<TiffPage>(8, TiffPage{.width = 1700, .height = 2200}));
-    }
-    const struct {
-        const char* interrupt_at;
-        int status;
-        std::size_t files;
-    } cases[] = {{"slow1.tif is being Processed", 3, 8}, {"slow2.tif is being Processed", 0, 16}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.interrupt_at);
-        fs::remove_all(folder / "out");
-        CliChild child({"--format", "png", "--jobs", "1", "-o", out(), in("slow1.tif"), in("slow2.tif")}, {.data_home = data});
-        ASSERT_TRUE(child.wait_for_output(c.interrupt_at, std::chrono::seconds(60)));
-        child.send(SIGINT);
-        EXPECT_EQ(child.finish(), c.status) << child.err();
-        EXPECT_NE(child.err().find("Stopping after the document under way"), std::string::npos) << child.err();
-        EXPECT_EQ(tree_of(folder / "out").size(), c.files);
-    }
 }
 
 } // namespace
