@@ -104,7 +104,8 @@ protected:
     TempFolder folder;
 };
 
-// The one table of documents a run cannot use, or can use only in part.
+// The one table of documents a run cannot use, or can use only in part, in one run with
+// truncated copies of good ones.
 TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
 {
     write_numbered_pdf(folder / "plain.pdf", 2);
@@ -155,7 +156,28 @@ TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
             rows.back().cells[engine::column::ranges] = c.ranges;
         }
     }
+    // Cuts spread over whole documents, and byte by byte through their ends, where the
+    // cross-reference table and the last TIFF directory are: each has a line of its own.
+    write_numbered_pdf(folder / "whole.pdf", 3);
+    make_tiff(folder / "whole.tif", {TiffPage{.width = 40, .height = 30},
+                                     TiffPage{.width = 40, .height = 30, .kind = TiffKind::Bilevel, .compression = 4},
+                                     TiffPage{.width = 40, .height = 30}});
+    std::vector<std::string> cuts;
+    for (const std::string extension : {".pdf", ".tif"}) {
+        const std::size_t size = fs::file_size(folder / ("whole" + extension));
+        for (std::size_t n = 1; n <= 24; ++n) {
+            for (const std::size_t keep : {size * n / 25, size - n}) {
+                cuts.push_back("cut-" + extension.substr(1) + "-" + std::to_string(keep) + extension);
+                write_truncated_copy(folder / ("whole" + extension), folder / cuts.back(), keep);
+                rows.push_back(raw_row(folder / cuts.back(), 3));
+            }
+        }
+    }
     const auto lines = run("PNG", rows);
+    for (const auto &name : cuts) {
+        EXPECT_TRUE(!failures_of(lines, name).empty() || saved_any(lines, fs::path(name).stem().string()))
+            << name << " has no line of its own";
+    }
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const bool prefix = c.line.ends_with(" ");
@@ -169,34 +191,6 @@ TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
     }
     EXPECT_FALSE(saved_any(lines, "notes"));
     EXPECT_EQ(read_png(out() / "good.PNG").image.width, 255); // 612 pt at 30 dpi
-}
-
-TEST_F(HostileRuns, TruncatedDocumentsConvertWhatTheyHoldOrSayWhy)
-{
-    write_numbered_pdf(folder / "whole.pdf", 3);
-    make_tiff(folder / "whole.tif", {TiffPage{.width = 40, .height = 30},
-                                     TiffPage{.width = 40, .height = 30, .kind = TiffKind::Bilevel, .compression = 4},
-                                     TiffPage{.width = 40, .height = 30}});
-    std::vector<engine::ListRow> rows;
-    std::vector<std::string> names;
-    for (const std::string extension : {".pdf", ".tif"}) {
-        const fs::path whole = folder / ("whole" + extension);
-        const std::size_t size = fs::file_size(whole);
-        // Cuts spread over the file, and byte by byte through its end, where the cross-reference
-        // table and the last TIFF directory are.
-        for (std::size_t n = 1; n <= 24; ++n) {
-            for (const std::size_t keep : {size * n / 25, size - n}) {
-                names.push_back("cut-" + extension.substr(1) + "-" + std::to_string(keep) + extension);
-                write_truncated_copy(whole, folder / names.back(), keep);
-                rows.push_back(raw_row(folder / names.back(), 3));
-            }
-        }
-    }
-    const auto lines = run("PNG", rows);
-    for (const auto &name : names) {
-        EXPECT_TRUE(!failures_of(lines, name).empty() || saved_any(lines, fs::path(name).stem().string()))
-            << name << " has no line of its own";
-    }
 }
 
 // Documents that crash their reader, hold it past the page limit or loop, in every kind of
