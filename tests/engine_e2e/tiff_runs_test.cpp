@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Whole runs over TIFF documents: names, pixels and log lines of what was written.
 #include <algorithm>
-#include <fstream>
 #include <typeinfo>
 #include <gtest/gtest.h>
 
 #include "tests/support/engine_run.h"
 #include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
 #include "tests/support/tiff_fixtures.h"
 
 namespace qf::test {
@@ -39,19 +39,13 @@ TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
         const char* name;
         int width, height;
         std::array<std::uint8_t, 3> corner;
-    } pages[] = {
-        {"scan Page 001.JPG", 64, 48, {200, 30, 30}},
-        {"scan Page 002.JPG", 80, 40, {30, 160, 40}},
-        {"scan Page 003.JPG", 64, 48, {255, 255, 255}},
-    };
+    } pages[] = {{"scan Page 001.JPG", 64, 48, {200, 30, 30}},
+                 {"scan Page 002.JPG", 80, 40, {30, 160, 40}},
+                 {"scan Page 003.JPG", 64, 48, {255, 255, 255}}};
     for (const auto& page : pages) {
         const JpegFile jpeg = read_jpeg(out() / page.name);
-        EXPECT_TRUE(jpeg.progressive) << page.name;
-        EXPECT_EQ(jpeg.image.components, 3) << page.name;
-        EXPECT_EQ(jpeg.image.width, page.width) << page.name;
-        EXPECT_EQ(jpeg.image.height, page.height) << page.name;
-        EXPECT_EQ(jpeg.density_unit, 1) << page.name;
-        EXPECT_EQ(jpeg.x_density, 300) << page.name;
+        EXPECT_EQ(std::make_pair(jpeg.image.width, jpeg.image.height), std::make_pair(page.width, page.height)) << page.name;
+        EXPECT_EQ(jpeg.x_density, 300) << page.name; // the chosen density, not the scan's
         const auto corner = jpeg.image.rgb_at(page.width - 2, page.height - 2);
         for (int c = 0; c < 3; ++c) {
             EXPECT_NEAR(corner[c], page.corner[c], 12) << page.name;
@@ -62,46 +56,73 @@ TEST_F(TiffRuns, JpegPagesCarryTheSourcePixelsAndTheChosenDensity)
     EXPECT_EQ(harness.statustext.rfind("All Done\n", 0), 0u);
 }
 
-TEST_F(TiffRuns, SelectionsKeepTheirOrderAndNameByPageNumber)
+// The picture `index` of an output file, whatever its kind.
+DecodedImage picture_in(const fs::path &file, std::size_t index)
 {
-    const auto source = folder / "book.tif";
-    make_tiff(source, {TiffPage{}, TiffPage{}, TiffPage{}, TiffPage{}});
-    auto values = options_for(out(), "PNG");
-    values.set(OptionId::usepageranges, true);
-    auto row = admitted_row(source);
-    row.cells[4] = "4,2";
-    harness.run(values, {row});
-    const std::vector<std::string> expected = {
-        "book.tif is being Processed", "Page 4 is being Processed", "book Page 004.PNG has been Saved",
-        "book Page 002.PNG has been Saved",
+    const std::string extension = file.extension().string();
+    if (extension == ".PNG") {
+        return read_png(file).image;
+    }
+    return extension == ".JPG" ? read_jpeg(file).image : read_tiff(file).at(index).image;
+}
+
+// Selections keep their order and repeats, outputs are named by page number, one-page
+// documents by the document alone, a tiled file is one page showing its second image, and a
+// combined run appends every document to the one file.
+TEST_F(TiffRuns, OutputsFollowTheSelectionAndTheKind)
+{
+    make_tiff(folder / "book.tif", std::vector<TiffPage>(4, TiffPage{}));
+    make_tiff(folder / "single.tif", {TiffPage{}});
+    make_tiff(folder / "tiled.tiff", {TiffPage{.tiled = true}, TiffPage{.width = 32, .height = 32, .tiled = true}});
+    make_tiff(folder / "b.tif", {TiffPage{.width = 20, .height = 10}});
+    const struct {
+        const char *format;
+        std::vector<const char *> documents;
+        const char *ranges; // empty: every page
+        const char *combined;
+        std::vector<std::string> written;
+        const char *last_line;
+        const char *picture; // one of `written`, its image `index`: width and lower right pixel
+        std::size_t index;
+        int width;
+        std::array<std::uint8_t, 3> corner;
+    } cases[] = {
+        {"PNG", {"book.tif"}, "4,2", "", {"book Page 002.PNG", "book Page 004.PNG"}, "book Page 002.PNG has been Saved",
+         "book Page 004.PNG", 0, 64, {230, 200, 20}},
+        {"TIFF (Multipage)", {"book.tif"}, "2,3,2", "", {"book Page 002 to 002.TIF"}, "Close TIFF",
+         "book Page 002 to 002.TIF", 1, 64, {40, 60, 210}},
+        {"JPEG", {"single.tif", "tiled.tiff"}, "", "", {"single.JPG", "tiled.JPG"}, "tiled.JPG has been Saved",
+         "tiled.JPG", 0, 32, {}},
+        {"TIFF (Multipage)", {"book.tif", "b.tif"}, "", "All", {"All.tif"}, "b.TIF has been Saved", "All.tif", 4, 20, {}},
     };
-    EXPECT_EQ(harness.lines, expected);
-    EXPECT_EQ(read_png(out() / "book Page 004.PNG").image.rgb_at(63, 47), (std::array<std::uint8_t, 3>{230, 200, 20}));
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.format) + " of " + c.documents[0]);
+        fs::remove_all(out());
+        auto values = options_for(out(), c.format);
+        values.set(OptionId::usepageranges, c.ranges[0] != '\0');
+        values.set(OptionId::combineall, c.combined[0] != '\0');
+        values.set(OptionId::combinedfilename, std::string(c.combined));
+        std::vector<engine::ListRow> rows;
+        for (const char *document : c.documents) {
+            rows.push_back(admitted_row(folder / document));
+            if (c.ranges[0] != '\0') {
+                rows.back().cells[engine::column::ranges] = c.ranges;
+            }
+        }
+        harness.run(values, rows);
+        EXPECT_EQ(tree_of(out()), c.written);
+        EXPECT_EQ(harness.lines.back(), c.last_line);
+        EXPECT_EQ(std::count(harness.lines.begin(), harness.lines.end(), "Close TIFF"), c.last_line == std::string("Close TIFF"));
+        const DecodedImage picture = picture_in(out() / c.picture, c.index);
+        EXPECT_EQ(picture.width, c.width);
+        if (c.corner != std::array<std::uint8_t, 3>{}) {
+            EXPECT_EQ(picture.rgb_at(63, 47), c.corner);
+        }
+    }
 }
 
-TEST_F(TiffRuns, OnePageDocumentsAndTiledFiles)
-{
-    const auto single = folder / "single.tif";
-    make_tiff(single, {TiffPage{}});
-    const auto tiled = folder / "tiled.tiff";
-    make_tiff(tiled, {TiffPage{.tiled = true}, TiffPage{.width = 32, .height = 32, .tiled = true}});
-    harness.run(options_for(out(), "JPEG"), {admitted_row(single), admitted_row(tiled)});
-    EXPECT_TRUE(fs::exists(out() / "single.JPG"));
-    // A tiled file is one page showing its second image.
-    EXPECT_EQ(read_jpeg(out() / "tiled.JPG").image.width, 32);
-}
-
-TEST_F(TiffRuns, TextOfATiffIsNoTextFoundAndReplacesTheLog)
-{
-    const auto source = folder / "scan.tif";
-    make_tiff(source, {TiffPage{}, TiffPage{}});
-    harness.run(options_for(out(), "PNG"), {admitted_row(source)});
-    harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
-    EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
-    EXPECT_FALSE(fs::exists(out() / "scan Page 001 to 002.TXT"));
-    EXPECT_FALSE(fs::exists(out() / "scan.TXT"));
-}
-
+// Text of a TIFF is "No Text Found", which replaces the log, and no file; otherwise the log
+// grows across runs, newest first, and the pump shows it with only this run's "All Done" on top.
 TEST_F(TiffRuns, TheLogGrowsAcrossRunsNewestFirst)
 {
     const auto source = folder / "scan.tif";
@@ -110,40 +131,10 @@ TEST_F(TiffRuns, TheLogGrowsAcrossRunsNewestFirst)
     const std::string first = harness.batch.texttoadd();
     harness.run(options_for(out(), "JPEG"), {admitted_row(source)});
     EXPECT_EQ(harness.batch.texttoadd(), "scan.JPG has been Saved\nPage 1 is being Processed\nscan.tif is being Processed\n" + first);
-    // The pump shows the same, with only this run's "All Done" on top.
     EXPECT_EQ(harness.statustext, "All Done\n" + harness.batch.texttoadd());
-}
-
-TEST_F(TiffRuns, MultipageTiffsHoldTheSelectionOnceEvenWithRepeats)
-{
-    const auto source = folder / "doc.tif";
-    make_tiff(source, {TiffPage{}, TiffPage{}, TiffPage{}});
-    auto values = options_for(out(), "TIFF (Multipage)");
-    values.set(OptionId::usepageranges, true);
-    auto row = admitted_row(source);
-    row.cells[4] = "2,3,2";
-    harness.run(values, {row});
-    const auto images = read_tiff(out() / "doc Page 002 to 002.TIF");
-    ASSERT_EQ(images.size(), 3u);
-    EXPECT_EQ(images[1].image.rgb_at(63, 47), (std::array<std::uint8_t, 3>{40, 60, 210}));
-    EXPECT_EQ(std::count(harness.lines.begin(), harness.lines.end(), "Close TIFF"), 1);
-}
-
-TEST_F(TiffRuns, CombinedTiffRunsAppendEveryDocument)
-{
-    const auto first = folder / "a.tif";
-    const auto second = folder / "b.tif";
-    make_tiff(first, {TiffPage{}, TiffPage{}});
-    make_tiff(second, {TiffPage{.width = 20, .height = 10}});
-    auto values = options_for(out(), "TIFF (Multipage)");
-    values.set(OptionId::combineall, true);
-    values.set(OptionId::combinedfilename, std::string("All"));
-    harness.run(values, {admitted_row(first), admitted_row(second)});
-    const auto images = read_tiff(out() / "All.tif");
-    ASSERT_EQ(images.size(), 3u);
-    EXPECT_EQ(images[2].width, 20);
-    EXPECT_EQ(harness.lines.back(), "b.TIF has been Saved");
-    EXPECT_FALSE(fs::exists(out() / "a.TIF"));
+    harness.run(options_for(out(), "TEXT"), {admitted_row(source)});
+    EXPECT_EQ(harness.batch.texttoadd(), "No Text Found");
+    EXPECT_EQ(tree_of(out()), (std::vector<std::string>{"scan.JPG", "scan.PNG"}));
 }
 
 TEST_F(TiffRuns, AnUnexpectedErrorFailsItsDocumentAndTheRunGoesOn)
@@ -156,46 +147,37 @@ TEST_F(TiffRuns, AnUnexpectedErrorFailsItsDocumentAndTheRunGoesOn)
     // Where a library throws something of its own, and the line its document then gets.
     const struct {
         const char* title;
-        void (*spoil)(engine::RunServices&);
+        bool opening; // else writing
+        void (*raise)();
         const char* line;
     } cases[] = {
-        {"out of memory while opening",
-         [](engine::RunServices& services) {
-             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
-                 if (document.path.filename() == "first.tif") {
-                     throw std::bad_alloc();
-                 }
-                 return open(document);
-             };
-         },
+        {"out of memory while opening", true, [] { throw std::bad_alloc(); },
          "first.tif could not be opened: not enough memory"},
-        {"a type of its own while opening",
-         [](engine::RunServices& services) {
-             services.open_tiff = [open = services.open_tiff](const engine::DocumentToOpen& document) {
-                 if (document.path.filename() == "first.tif") {
-                     throw NotAStdException();
-                 }
-                 return open(document);
-             };
-         },
+        {"a type of its own while opening", true, [] { throw NotAStdException(); },
          "first.tif could not be opened: an unexpected internal error"},
-        {"a standard error while writing",
-         [](engine::RunServices& services) {
-             services.write_png = [write = services.write_png](const engine::PagePicture& picture, const fs::path& target,
-                                                               const engine::PageWriteContext& context) {
-                 if (target.filename().string().find("first") != std::string::npos) {
-                     throw std::bad_cast();
-                 }
-                 write(picture, target, context);
-             };
-         },
+        {"a standard error while writing", false, [] { throw std::bad_cast(); },
          "first.tif page 1 could not be converted: an unexpected internal error"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.title);
         fs::remove_all(out());
         engine::RunServices services = real_services();
-        c.spoil(services);
+        if (c.opening) {
+            services.open_tiff = [open = services.open_tiff, &c](const engine::DocumentToOpen& document) {
+                if (document.path.filename() == "first.tif") {
+                    c.raise();
+                }
+                return open(document);
+            };
+        } else {
+            services.write_png = [write = services.write_png, &c](const engine::PagePicture& picture, const fs::path& target,
+                                                                  const engine::PageWriteContext& context) {
+                if (target.filename().string().find("first") != std::string::npos) {
+                    c.raise();
+                }
+                write(picture, target, context);
+            };
+        }
         engine::BatchRun batch(std::move(services));
         std::vector<std::string> lines;
         batch.set_listener([&](const engine::RunEvent& event) {

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <set>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -67,40 +66,6 @@ void expect_same_picture(const engine::PagePicture& expected, const engine::Page
     }
 }
 
-TEST(Worker, ReadsWhatTheProcessItselfReads)
-{
-    const TempFolder folder;
-    write_sample_pdf(folder / "sample.pdf");
-    test::make_tiff(folder / "scan.tif",
-                    {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
-                     {.kind = test::TiffKind::Bilevel, .compression = 4}});
-    const struct {
-        DocumentKind kind;
-        const char* file;
-        int pageno;
-        engine::RenderRequest request;
-    } cases[] = {
-        {DocumentKind::Pdf, "sample.pdf", 1, {.dpi = 150}},
-        {DocumentKind::Pdf, "sample.pdf", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}},
-        {DocumentKind::Tiff, "scan.tif", 1, {}},
-        {DocumentKind::Tiff, "scan.tif", 2, {}},
-        {DocumentKind::Tiff, "scan.tif", 2, {.compressed_ok = true}},
-    };
-    const auto pool = std::make_shared<WorkerPool>(test_settings());
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.file) + " page " + std::to_string(c.pageno));
-        const engine::DocumentToOpen document{folder / c.file, "", engine::kTiledNo};
-        const auto local = c.kind == DocumentKind::Pdf ? sources::open_pdf_source(document)
-                                                       : sources::open_tiff_source(document);
-        const auto remote = (c.kind == DocumentKind::Pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool))(document);
-        EXPECT_EQ(remote->page_count(), local->page_count());
-        EXPECT_EQ(remote->tags().copyright, local->tags().copyright);
-        EXPECT_EQ(remote->tags().xres, local->tags().xres);
-        expect_same_picture(local->picture(c.pageno, c.request), remote->picture(c.pageno, c.request));
-        EXPECT_EQ(remote->text(c.pageno), local->text(c.pageno));
-    }
-}
-
 // The error of `read` as the log line will quote it: kind and reason.
 std::string error_of(const std::function<void()>& read)
 {
@@ -112,40 +77,67 @@ std::string error_of(const std::function<void()>& read)
     return "no error";
 }
 
-TEST(Worker, FailsAsTheProcessItselfFails)
+// A document read through a worker gives what it gives read in this process: pages, tags,
+// pictures and text, or the same error.
+TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "sample.pdf");
     test::write_encrypted_copy(folder / "sample.pdf", folder / "locked.pdf", test::PdfEncryption::Aes128, "open", "owner");
     test::write_garbage_pdf(folder / "garbage.pdf");
-    test::make_tiff(folder / "scan.tif", {{}});
+    test::make_tiff(folder / "scan.tif",
+                    {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
+                     {.kind = test::TiffKind::Bilevel, .compression = 4}});
     const struct {
         DocumentKind kind;
         const char* file;
         const char* password;
         int pageno; // 0: only open the document
+        engine::RenderRequest request;
+        bool fails;
     } cases[] = {
-        {DocumentKind::Pdf, "missing.pdf", "", 0},  {DocumentKind::Tiff, "missing.tif", "", 0},
-        {DocumentKind::Pdf, "garbage.pdf", "", 0},  {DocumentKind::Pdf, "locked.pdf", "", 0},
-        {DocumentKind::Pdf, "locked.pdf", "no", 0}, {DocumentKind::Tiff, "sample.pdf", "", 0},
-        {DocumentKind::Pdf, "sample.pdf", "", 3},   {DocumentKind::Tiff, "scan.tif", "", 2},
+        {DocumentKind::Pdf, "sample.pdf", "", 1, {.dpi = 150}, false},
+        {DocumentKind::Pdf, "sample.pdf", "", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}, false},
+        {DocumentKind::Pdf, "locked.pdf", "open", 1, {.dpi = 72}, false},
+        {DocumentKind::Tiff, "scan.tif", "", 1, {}, false},
+        {DocumentKind::Tiff, "scan.tif", "", 2, {}, false},
+        {DocumentKind::Tiff, "scan.tif", "", 2, {.compressed_ok = true}, false},
+        {DocumentKind::Pdf, "missing.pdf", "", 0, {}, true},
+        {DocumentKind::Tiff, "missing.tif", "", 0, {}, true},
+        {DocumentKind::Pdf, "garbage.pdf", "", 0, {}, true},
+        {DocumentKind::Pdf, "locked.pdf", "", 0, {}, true},
+        {DocumentKind::Pdf, "locked.pdf", "no", 0, {}, true},
+        {DocumentKind::Tiff, "sample.pdf", "", 0, {}, true},
+        {DocumentKind::Pdf, "sample.pdf", "", 3, {}, true},
+        {DocumentKind::Tiff, "scan.tif", "", 3, {}, true},
     };
     const auto pool = std::make_shared<WorkerPool>(test_settings());
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + " page " + std::to_string(c.pageno));
         const engine::DocumentToOpen document{folder / c.file, c.password, engine::kTiledNo};
         const bool pdf = c.kind == DocumentKind::Pdf;
+        const engine::SourceOpener local = pdf ? engine::SourceOpener(sources::open_pdf_source)
+                                               : engine::SourceOpener(sources::open_tiff_source);
+        const engine::SourceOpener remote = pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool);
         const auto read = [&](const engine::SourceOpener& opener) {
             return error_of([&] {
                 const auto source = opener(document);
                 if (c.pageno > 0) {
-                    source->picture(c.pageno, {});
+                    source->picture(c.pageno, c.request);
                 }
             });
         };
-        const std::string local = read(pdf ? engine::SourceOpener(sources::open_pdf_source)
-                                            : engine::SourceOpener(sources::open_tiff_source));
-        EXPECT_EQ(read(pdf ? remote_pdf_opener(pool) : remote_tiff_opener(pool)), local) << c.file;
-        EXPECT_NE(local, "no error") << c.file;
+        EXPECT_EQ(read(remote), read(local));
+        EXPECT_EQ(read(local) != "no error", c.fails) << read(local);
+        if (!c.fails) {
+            const auto here = local(document);
+            const auto there = remote(document);
+            EXPECT_EQ(there->page_count(), here->page_count());
+            EXPECT_EQ(there->tags().copyright, here->tags().copyright);
+            EXPECT_EQ(there->tags().xres, here->tags().xres);
+            expect_same_picture(here->picture(c.pageno, c.request), there->picture(c.pageno, c.request));
+            EXPECT_EQ(there->text(c.pageno), here->text(c.pageno));
+        }
     }
 }
 
@@ -213,7 +205,6 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
         }
         WorkerPool pool(settings);
         ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
-        const auto started = std::chrono::steady_clock::now();
         DocumentRef ref = pdf_ref(folder / c.file, c.copies_pages);
         if (ref.document.path.extension() == ".tif") {
             ref.kind = DocumentKind::Tiff;
@@ -228,14 +219,15 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
 #endif
         EXPECT_EQ(failed.reason, expected);
         EXPECT_EQ(failed.replaced, c.replaced);
-        EXPECT_LT(std::chrono::steady_clock::now() - started, 30s);
         const Outcome after = convert_first_page(pool, pdf_ref(folder / "good.pdf"));
         EXPECT_EQ(after.reason, "");
         EXPECT_EQ(pool.worker_pids().size(), 1u);
     }
 }
 
-TEST(Worker, AbortEndsThePageUnderWayAtOnce)
+// An abort ends the page under way and the request waiting for its slot; the pool then
+// serves the next request.
+TEST(Worker, AbortEndsThePageUnderWayAndTheRequestsWaiting)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "good.pdf");
@@ -243,34 +235,15 @@ TEST(Worker, AbortEndsThePageUnderWayAtOnce)
     WorkerSettings settings = test_settings();
     settings.time_limit = 60s;
     WorkerPool pool(settings);
-    const auto started = std::chrono::steady_clock::now();
-    std::thread aborter([&pool] {
-        std::this_thread::sleep_for(300ms);
-        pool.abort_requests();
-    });
-    const Outcome aborted = convert_first_page(pool, pdf_ref(folder / "jbig2.pdf"));
-    aborter.join();
-    EXPECT_EQ(aborted.reason, "the reader was stopped");
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
-    EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
-}
-
-TEST(Worker, AbortAlsoEndsRequestsWaitingForASlot)
-{
-    const TempFolder folder;
-    write_sample_pdf(folder / "good.pdf");
-    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
-    WorkerSettings settings = test_settings();
-    settings.time_limit = 60s;
-    WorkerPool pool(settings);
-    Outcome waiting;
-    std::thread slow([&pool, &folder] { convert_first_page(pool, pdf_ref(folder / "jbig2.pdf")); });
+    Outcome slow, waiting;
+    std::thread first([&] { slow = convert_first_page(pool, pdf_ref(folder / "jbig2.pdf")); });
     std::this_thread::sleep_for(200ms);
     std::thread queued([&] { waiting = convert_first_page(pool, pdf_ref(folder / "good.pdf")); });
     std::this_thread::sleep_for(200ms);
     pool.abort_requests();
-    slow.join();
+    first.join();
     queued.join();
+    EXPECT_EQ(slow.reason, "the reader was stopped");
     EXPECT_EQ(waiting.reason, "the reader was stopped");
     EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
 }
@@ -454,10 +427,8 @@ TEST(Worker, StartsWithOnlyItsChannelAndItsLimits)
 #if !defined(__SANITIZE_ADDRESS__)
     EXPECT_NE(proc_line(worker, "limits", "Max data size").find(std::to_string(3000ull << 20)), std::string::npos);
 #endif
-    // Closing the channel ends the worker by itself, well within the second it is given.
-    const auto closing = std::chrono::steady_clock::now();
+    // Closing the channel ends the worker by itself.
     pool.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - closing, 500ms);
     EXPECT_TRUE(process_gone(worker));
 }
 
