@@ -19,19 +19,11 @@ TEST(OptionTable, LookupsIgnoreCaseAndKeepTheStoredSpellings)
         const OptionSpec* (*find)(std::string_view);
         const char* found_control; // nullptr: nothing found
     } cases[] = {
-        {"ImageFormat", find_by_flag, "imageformat"},
         {"DOTSPERINCH", find_by_flag, "DotsPerInch"},
-        {"tiffdocumentname", find_by_flag, "tiffdocumentname"},
         {"zeropadding", find_by_pref_key, "ZeroPadding"},
         {"tiffdocumentname", find_by_pref_key, nullptr},
-        {"", find_by_pref_key, nullptr},
         {"ENCRYTPIONLEVEL", find_by_profile_attr, "encryptionlevel"},
-        {"encryptionlevel", find_by_profile_attr, nullptr},
-        {"pdfversionnumber", find_by_profile_attr, nullptr},
-        {"showpdf", find_by_profile_attr, nullptr},
         {"savein", find_by_profile_attr, nullptr},
-        {"version", find_by_profile_attr, nullptr},
-        {"pdfversionnumber", find_by_pref_key, "pdfversionnumber"},
     };
     for (const auto& c : cases) {
         const OptionSpec* spec = c.find(c.name);
