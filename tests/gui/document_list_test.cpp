@@ -307,6 +307,8 @@ TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
         {"typed files: a missing one is reported, not listed",
          [](LoadCommands& c, const fs::path& in) { c.load_arguments({q(in / "gone.pdf"), q(in / "b.pdf")}); },
          {"b.pdf 3 1-3 tiled~no"}, "1 Image added to the list", 1},
+        {"folder with its sub-folders, theirs first", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in), true); },
+         {"c.tif 4 1-4 tiled~no", "a-tiled.tif 1 1 tiled~yes", "b.pdf 3 1-3 tiled~no"}, "3 Images added to the list"},
         {"empty folder", [](LoadCommands& c, const fs::path& in) { c.load_folder(q(in.parent_path() / "empty"), true); },
          {}, "0 Image added to the list"},
     };

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "intake/admission.h"
 #include "tests/support/hostile_files.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
@@ -16,11 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::TempFolder;
-
-class NoPrompt : public PasswordPrompt {
-public:
-    PromptAnswer ask(const std::string&, const std::string&) override { return PromptAnswer::unanswered(); }
-};
 
 // The walk's tables as "folder: name name ..." lines, folders relative to the root.
 std::vector<std::string> describe(const FolderWalk& walk, const fs::path& root)
@@ -67,26 +61,6 @@ TEST(FolderWalk, SubFoldersFirstInNameOrderAndLoopsEnd)
     EXPECT_EQ(describe(walk, folder.path()),
               (std::vector<std::string>{".hidden: h.pdf", "sub1/deeper: x.pdf", "sub1: y.tif", "sub2: z.PDF", top}));
     EXPECT_EQ(describe(loadrecursive(folder.path(), false), folder.path()), std::vector<std::string>{top});
-}
-
-TEST(FolderWalk, TablesAddedInTurnGiveTheListOrder)
-{
-    TempFolder folder;
-    build_tree(folder.path());
-    std::vector<engine::ListRow> rows;
-    NoPrompt prompt;
-    int added = 0;
-    for (const auto& table : loadrecursive(folder.path(), true).tables) {
-        added += addtolist(table.candidates, rows, prompt).rows_added;
-    }
-    std::vector<std::string> names;
-    for (const auto& row : rows) {
-        names.push_back(row.cells[0]);
-    }
-    // notes.txt is refused; the dangling ghost.pdf is a PDF gone, listed as one page.
-    EXPECT_EQ(names, (std::vector<std::string>{"h.pdf", "x.pdf", "y.tif", "z.PDF", "B.pdf", "a.tif", "b.pdf",
-                                               "ghost.pdf"}));
-    EXPECT_EQ(rows_added_report(added), "8 Images added to the list");
 }
 
 TEST(FolderWalk, UnreadableFoldersAreNamedAndTheWalkGoesOn)
