@@ -34,48 +34,42 @@ TEST(CheckRange, ClampsAndShortens)
     }
 }
 
-TEST(Expansion, FollowsTheTextInOrder)
+// The pages a row selects, in order, and whether the selection counts as the whole document
+// (only its ends are compared).
+TEST(Expansion, FollowsTheTextInOrderAndJudgesTheWholeByItsEnds)
 {
     const struct {
-        const char* text;
+        const char* text; // Page Ranges; "from-to" of the popups when prefixed by '#'
         std::vector<int> expected;
-    } cases[] = {
-        {"3", {3}},
-        {"3-3", {3}},
-        {"3,3", {3, 3}},
-        {"1-3,2", {1, 2, 3, 2}},
-        {"5-3", {5, 4, 3}},
-        {"2-9-5", {2, 3, 4, 5}},
-        {"1-3,a-b", {1, 2, 3, 1, 2, 3}}, // a token of no numbers keeps the one before
-        {"x-5", {0, 1, 2, 3, 4, 5}},    // a first token with no first number starts from 0
-        {"1-3,8,12-8", {1, 2, 3, 8, 12, 11, 10, 9, 8}},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(threadgetpages(row_of("12", "1", "12", c.text), true), c.expected) << c.text;
-    }
-}
-
-TEST(Expansion, UsesFromAndToUnlessRangesAreChosen)
-{
-    const DocumentRow row = row_of("12", "4", "6", "9-10");
-    EXPECT_EQ(threadgetpages(row, false), (std::vector<int>{4, 5, 6}));
-    EXPECT_EQ(threadgetpages(row, true), (std::vector<int>{9, 10}));
-    EXPECT_TRUE(threadgetpages(row_of("12", "7", "3", "1"), false).empty());
-}
-
-TEST(CheckIfAllPages, ComparesOnlyTheEnds)
-{
-    const struct {
-        const char* text;
         bool whole;
     } cases[] = {
-        {"1-12", true}, {"1,5,12", true}, {"1-6,7-12", true}, {"12-1", false}, {"2-12", false}, {"1-11", false},
+        {"3-3", {3}, false},
+        {"3,3", {3, 3}, false},
+        {"1-3,2", {1, 2, 3, 2}, false},
+        {"2-9-5", {2, 3, 4, 5}, false},
+        {"1-3,a-b", {1, 2, 3, 1, 2, 3}, false}, // a token of no numbers keeps the one before
+        {"x-5", {0, 1, 2, 3, 4, 5}, false},     // a first token with no first number starts from 0
+        {"1-3,8,12-8", {1, 2, 3, 8, 12, 11, 10, 9, 8}, false},
+        {"1,5,12", {1, 5, 12}, true},
+        {"1-6,7-12", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, true},
+        {"12-1", {12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}, false},
+        {"1-11", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}, false},
+        {"#4-6", {4, 5, 6}, false},
+        {"#1-12", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, true},
+        {"#7-3", {}, false},
     };
     for (const auto& c : cases) {
-        const DocumentRow row = row_of("12", "1", "12", c.text);
-        EXPECT_EQ(checkifallpages(row, threadgetpages(row, true)), c.whole) << c.text;
+        const std::string text = c.text;
+        const bool popups = text[0] == '#';
+        const std::string from = popups ? text.substr(1, text.find('-') - 1) : "1";
+        const std::string to = popups ? text.substr(text.find('-') + 1) : "12";
+        const DocumentRow row = row_of("12", from.c_str(), to.c_str(), popups ? "9-10" : c.text);
+        const std::vector<int> pages = threadgetpages(row, !popups);
+        EXPECT_EQ(pages, c.expected) << c.text;
+        if (!pages.empty()) {
+            EXPECT_EQ(checkifallpages(row, pages), c.whole) << c.text;
+        }
     }
-    EXPECT_EQ(threadgetpages(row_of("12", "1", "12", "12-1"), true).size(), 12u);
 }
 
 } // namespace

@@ -53,38 +53,29 @@ TEST(Snapshot, ResolutionHasAFloorOf72)
     }
 }
 
-TEST(RunLog, NewestFirstAndNoTextFoundReplacesAll)
-{
-    RunLog log;
-    std::vector<std::string> heard;
-    log.set_listener([&](const RunEvent& event) { heard.push_back(event.line); });
-    log.write({.line = "one"});
-    log.write({.line = "two"});
-    EXPECT_EQ(log.texttoadd(), "two\none\n");
-    log.replace({.kind = RunEventKind::NoTextFound, .line = "No Text Found"});
-    EXPECT_EQ(log.texttoadd(), "No Text Found");
-    log.write({.line = "three"});
-    EXPECT_EQ(log.texttoadd(), "three\nNo Text Found");
-    EXPECT_EQ(heard, (std::vector<std::string>{"one", "two", "No Text Found", "three"}));
-}
-
+// Steps: "+x" writes line x, "=x" replaces the log by x (No Text Found does), "tick" applies
+// what changed since the last tick to the text shown, which must then be the log itself: the
+// newest line first. The listener hears every line once, in order.
 TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
 {
-    // Steps: "+x" writes line x, "=x" replaces the log by x, "tick" applies what changed since
-    // the last tick to the text shown, which must then be the log itself.
     const struct {
         const char* title;
         std::vector<std::string> steps;
+        std::string log;
     } cases[] = {
-        {"lines over several ticks", {"+one", "tick", "+two", "+three", "tick", "tick"}},
-        {"a replacement between ticks", {"+one", "tick", "+two", "=No Text Found", "+three", "tick"}},
-        {"a replacement right after a tick", {"+one", "tick", "=No Text Found", "tick", "+two", "tick"}},
-        {"two replacements between ticks", {"+one", "tick", "=A", "+two", "=B", "tick", "+three", "tick"}},
-        {"nothing at all", {"tick", "tick"}},
+        {"lines over several ticks", {"+one", "tick", "+two", "+three", "tick", "tick"}, "three\ntwo\none\n"},
+        {"a replacement between ticks", {"+one", "tick", "+two", "=No Text Found", "+three", "tick"},
+         "three\nNo Text Found"},
+        {"a replacement right after a tick", {"+one", "tick", "=No Text Found", "tick", "+two", "tick"},
+         "two\nNo Text Found"},
+        {"two replacements between ticks", {"+one", "tick", "=A", "+two", "=B", "tick", "+three", "tick"}, "three\nB"},
+        {"nothing at all", {"tick", "tick"}, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.title);
         RunLog log;
+        std::string heard;
+        log.set_listener([&](const RunEvent& event) { heard += event.line; });
         std::string shown;
         std::uint64_t seen = 0;
         for (const auto& step : c.steps) {
@@ -100,6 +91,12 @@ TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
                 EXPECT_EQ(shown, log.texttoadd());
             }
         }
+        EXPECT_EQ(shown, c.log);
+        std::string written;
+        for (const auto& step : c.steps) {
+            written += step == "tick" ? "" : step.substr(1);
+        }
+        EXPECT_EQ(heard, written);
     }
 }
 

@@ -58,15 +58,14 @@ protected:
 
 TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
 {
+    // The sizes themselves are the planner's (preview tests); here the pane hands it the page's
+    // facts, the well's size and the event, and shows what comes back.
     using test::PdfPageSpec;
     test::write_pdf(folder / "portrait.pdf", {PdfPageSpec{612, 792}, PdfPageSpec{612, 792}});
-    test::write_pdf(folder / "landscape.pdf", {PdfPageSpec{792, 612}});
     test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
                                              PdfPageSpec{.width = 612, .height = 792}});
-    test::write_pdf(folder / "small.pdf", {PdfPageSpec{200, 300}, PdfPageSpec{200, 300}});
     test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
                                            test::TiffPage{.width = 2000, .height = 3000}});
-    test::make_tiff(folder / "small.tif", {test::TiffPage{.width = 64, .height = 48}});
     const struct {
         const char* name;
         int pages;
@@ -76,15 +75,9 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
         QSize picture;     // TIFF: the picture shown
     } cases[] = {
         {"portrait.pdf", 2, 1, 1296, 1600, 1, {}},
-        {"portrait.pdf", 2, 2, 648, 800, 1, {}},
-        {"landscape.pdf", 1, 1, 1296, 1600, 1, {}},
-        {"rotated.pdf", 2, 1, 1296, 1600, 1, {}},
         {"rotated.pdf", 2, 2, 800, 648, 1, {}}, // page 1 lies on its side: so does the box
-        {"small.pdf", 2, 1, 800, 1200, 1, {}},
-        {"small.pdf", 2, 2, 400, 600, 1, {}},
         {"large.tif", 2, 1, 0, 0, 2, {1000, 1500}}, // 3000 / 800 -> 3
         {"large.tif", 2, 2, 0, 0, 4, {500, 750}},   // 3000 / 400 -> 7
-        {"small.tif", 1, 1, 0, 0, 1, {64, 48}},
     };
     for (const auto& c : cases) {
         ASSERT_TRUE(show_and_wait(row_for(folder / c.name, c.pages), 0)) << c.name;
@@ -219,14 +212,12 @@ TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
     for (int i = 0; i < 20; ++i) {
         view.zoom_in();
     }
-    EXPECT_DOUBLE_EQ(view.zoom(), 8.0);
-    EXPECT_FALSE(view.zoom_in_button()->isEnabled());
+    EXPECT_FALSE(view.zoom_in_button()->isEnabled()) << "800 % is the most";
 
     before = viewed;
     ASSERT_TRUE(show_and_wait(row_for(folder / "scan.tif", 1), 1));
     ASSERT_TRUE(wait_view(before));
-    EXPECT_EQ(view.shown_request().type, DocumentType::Tiff);
-    EXPECT_EQ(view.picture().size(), QSize(300, 200)); // read whole, never reduced
+    EXPECT_EQ(view.picture().size(), QSize(300, 200)); // the selected TIFF, read whole
 
     // Closed, the view no longer follows.
     view.close();

@@ -133,38 +133,57 @@ TEST(Admission, EachFileIsListedWithItsRowOrDroppedWithTheReason)
     EXPECT_TRUE(prompt.asked.empty());
 }
 
-TEST(Admission, WrongAndEmptyPasswordsBringThePromptBack)
+// One PDF and the answers given: the row it gets (pages, password) or the reason it is left
+// out, and how often the question was put. A file that is not encrypted but cannot be read is
+// never said to want a password: the window still asks (every unopened PDF does there), the
+// command line does not, and both give what the reader found wrong.
+TEST(Admission, PasswordAnswersAndUnreadablePdfs)
 {
     TempFolder folder;
     test::write_blank_pdf(folder / "locked.pdf", 3, "right horse");
-    ScriptedPrompt prompt({PromptAnswer::try_password("wrong"), PromptAnswer::try_password(""),
-                           PromptAnswer::try_password("right horse")});
-    std::vector<engine::ListRow> rows;
-    const AdmissionReport report = addtolist({candidate_for(folder / "locked.pdf")}, rows, prompt);
-
-    ASSERT_EQ(prompt.asked.size(), 3u);
-    for (const auto& question : prompt.asked) {
-        EXPECT_EQ(question.text,
-                  "locked.pdf is encrypted. Please Enter It's Unlock Password to include this file to the list");
-        EXPECT_EQ(question.file_name, "locked.pdf");
-    }
-    ASSERT_EQ(report.rows_added, 1);
-    EXPECT_EQ(rows[0].cells[1], "3");
-    EXPECT_EQ(rows[0].cells[4], "1-3");
-    EXPECT_EQ(rows[0].cells[6], "right horse");
-}
-
-TEST(Admission, EncryptedPdfThatOpensWithoutAPasswordIsNotPrompted)
-{
-    TempFolder folder;
     test::write_blank_pdf(folder / "owner-only.pdf", 2, "", "owner secret");
-    ScriptedPrompt prompt;
-    std::vector<engine::ListRow> rows;
-    addtolist({candidate_for(folder / "owner-only.pdf")}, rows, prompt);
-    EXPECT_TRUE(prompt.asked.empty());
-    ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(rows[0].cells[1], "2");
-    EXPECT_EQ(rows[0].cells[6], "");
+    test::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
+    test::write_text_file(folder / "letter.pdf", "Dear reader,\nthis is a letter.\n");
+    test::write_text_file(folder / "empty.pdf", "");
+    const auto pw = [](const char* text) { return PromptAnswer::try_password(text); };
+    const struct {
+        const char* name;
+        std::deque<PromptAnswer> answers;
+        bool ask_for_unreadable;
+        std::size_t asks;
+        const char* outcome; // "row PAGES PASSWORD", or the start of the reason
+    } cases[] = {
+        {"locked.pdf", {pw("wrong"), pw(""), pw("right horse")}, true, 3, "row 3 right horse"},
+        {"owner-only.pdf", {}, true, 0, "row 2 "},
+        {"locked.pdf", {}, true, 1, "could not be opened without a password"},
+        {"locked.pdf", {pw("guess")}, true, 2, "the password does not open it"},
+        {"locked.pdf", {pw("guess"), PromptAnswer::cancel()}, true, 2, "cancelled"},
+        {"damaged.pdf", {pw("guess")}, false, 0, "not a readable PDF: "},
+        {"letter.pdf", {pw("guess")}, false, 0, "not a readable PDF: "},
+        {"empty.pdf", {pw("guess")}, false, 0, "the file is empty"},
+        {"damaged.pdf", {pw("guess")}, true, 2, "not a readable PDF: "},
+        {"empty.pdf", {pw("guess")}, true, 2, "the file is empty"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " " + c.outcome);
+        ScriptedPrompt prompt(c.answers);
+        std::vector<engine::ListRow> rows;
+        const AdmissionRules rules{.ask_for_unreadable_pdf = c.ask_for_unreadable};
+        const AdmissionReport report = addtolist({candidate_for(folder / c.name)}, rows, prompt, {}, rules);
+        ASSERT_EQ(prompt.asked.size(), c.asks);
+        for (const auto& question : prompt.asked) {
+            EXPECT_EQ(question.text, std::string(c.name) +
+                                         " is encrypted. Please Enter It's Unlock Password to include this file to the list");
+            EXPECT_EQ(question.file_name, c.name);
+        }
+        if (rows.size() == 1) {
+            EXPECT_EQ("row " + rows[0].cells[1] + " " + rows[0].cells[6], c.outcome);
+            EXPECT_EQ(rows[0].cells[4], "1-" + rows[0].cells[1]);
+        } else {
+            ASSERT_EQ(report.dropped.size(), 1u);
+            EXPECT_EQ(report.dropped[0].reason.rfind(c.outcome, 0), 0u) << report.dropped[0].reason;
+        }
+    }
 }
 
 TEST(Admission, CancelSkipsOneFileAndTheLoadGoesOn)
@@ -201,68 +220,6 @@ TEST(Admission, CancelSkipsOneFileAndTheLoadGoesOn)
     EXPECT_EQ(prompt.asked[1].file_name, "4 locked.pdf");
     EXPECT_EQ(counts, (std::vector<std::size_t>{2, 2, 3, 4, 5}));
     EXPECT_EQ(count_label(rows.size()), "Number of Documents : 5");
-}
-
-TEST(Admission, GivingUpSaysWhyTheFileWasLeftOut)
-{
-    TempFolder folder;
-    test::write_blank_pdf(folder / "locked.pdf", 1, "secret");
-    test::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
-    const struct {
-        const char* name;
-        std::deque<PromptAnswer> answers;
-        const char* reason;
-        std::size_t asks;
-    } cases[] = {
-        {"locked.pdf", {}, "could not be opened without a password", 1},
-        {"locked.pdf", {PromptAnswer::try_password("guess")}, "the password does not open it", 2},
-        {"locked.pdf", {PromptAnswer::try_password("guess"), PromptAnswer::cancel()}, "cancelled", 2},
-    };
-    for (const auto& c : cases) {
-        ScriptedPrompt prompt(c.answers);
-        std::vector<engine::ListRow> rows;
-        const AdmissionReport report = addtolist({candidate_for(folder / c.name)}, rows, prompt);
-        EXPECT_TRUE(rows.empty()) << c.reason;
-        ASSERT_EQ(report.dropped.size(), 1u) << c.reason;
-        EXPECT_EQ(report.dropped[0].reason, c.reason);
-        EXPECT_EQ(prompt.asked.size(), c.asks) << c.reason;
-    }
-}
-
-// A file that is not encrypted but cannot be read is never reported as wanting a password: the
-// window still asks (every unopened PDF does there), the command line does not, and both say
-// what the reader found wrong.
-TEST(Admission, UnreadablePdfsCarryTheReadersReasonNotAPasswordOne)
-{
-    TempFolder folder;
-    test::write_blank_pdf(folder / "locked.pdf", 1, "secret", "secret");
-    test::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
-    test::write_text_file(folder / "letter.pdf", "Dear reader,\nthis is a letter.\n");
-    test::write_text_file(folder / "empty.pdf", "");
-    const struct {
-        const char* name;
-        bool ask_for_unreadable;
-        std::size_t asks;
-        const char* reason_start;
-    } cases[] = {
-        {"locked.pdf", false, 2, "the password does not open it"},
-        {"damaged.pdf", false, 0, "not a readable PDF: "},
-        {"letter.pdf", false, 0, "not a readable PDF: "},
-        {"empty.pdf", false, 0, "the file is empty"},
-        {"damaged.pdf", true, 2, "not a readable PDF: "},
-        {"empty.pdf", true, 2, "the file is empty"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.name) + (c.ask_for_unreadable ? " asked" : " not asked"));
-        ScriptedPrompt prompt({PromptAnswer::try_password("guess")});
-        std::vector<engine::ListRow> rows;
-        const AdmissionRules rules{.ask_for_unreadable_pdf = c.ask_for_unreadable};
-        const AdmissionReport report = addtolist({candidate_for(folder / c.name)}, rows, prompt, {}, rules);
-        EXPECT_EQ(prompt.asked.size(), c.asks);
-        ASSERT_EQ(report.dropped.size(), 1u);
-        const std::string& reason = report.dropped[0].reason;
-        EXPECT_EQ(reason.rfind(c.reason_start, 0), 0u) << reason;
-    }
 }
 
 TEST(Admission, SameFileTwiceAndRelativePathsGiveAbsoluteFolders)

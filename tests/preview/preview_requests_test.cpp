@@ -35,25 +35,20 @@ TEST(PreviewRequests, SizesByDocumentPageAndEvent)
         {"portrait selected", "a.pdf", "tiled~no", {612, 792, 0}, E::Selection, 1, 1, 1296, 1600, 0, 1, false},
         {"portrait page 3", "a.pdf", "tiled~no", {612, 792, 0}, E::PageChange, 3, 3, 648, 800, 0, 1, false},
         {"landscape selected", "b.PDF", "tiled~no", {792, 612, 0}, E::Selection, 1, 1, 1296, 1600, 0, 1, false},
-        {"landscape page 2", "b.PDF", "tiled~no", {792, 612, 0}, E::PageChange, 2, 2, 648, 800, 0, 1, false},
         // Selection takes no account of rotation; a page change turns the box; a resize does not.
         {"rotated selected", "r.pdf", "tiled~no", {612, 792, 90}, E::Selection, 1, 1, 1296, 1600, 0, 1, false},
         {"rotated page 2", "r.pdf", "tiled~no", {612, 792, 90}, E::PageChange, 2, 2, 800, 648, 0, 1, false},
-        {"rotated 270 page 2", "r.pdf", "tiled~no", {612, 792, 270}, E::PageChange, 2, 2, 800, 648, 0, 1, false},
         {"upside down page 2", "r.pdf", "tiled~no", {612, 792, 180}, E::PageChange, 2, 2, 648, 800, 0, 1, false},
         {"rotated resized", "r.pdf", "tiled~no", {612, 792, 90}, E::Resize, 2, 2, 648, 800, 0, 1, false},
         // A page smaller than the pane in either direction goes by its own size.
         {"small selected", "s.pdf", "tiled~no", {200.6, 300, 0}, E::Selection, 1, 1, 802, 1200, 0, 1, false},
-        {"small page 2", "s.pdf", "tiled~no", {200.6, 300, 0}, E::PageChange, 2, 2, 401, 600, 0, 1, false},
         {"small rotated page 2", "s.pdf", "tiled~no", {200, 300, 90}, E::PageChange, 2, 2, 600, 400, 0, 1, false},
         {"wide but low selected", "w.pdf", "tiled~no", {500, 300, 0}, E::Selection, 1, 1, 2000, 1200, 0, 1, false},
         // TIFF: 3000 / 800 -> 3 at selection, 3000 / 400 -> 7 at a page change.
         {"3000 px selected", "t.tif", "tiled~no", {2000, 3000, 0}, E::Selection, 1, 1, 0, 0, 0, 2, false},
         {"3000 px page 2", "t.tif", "tiled~no", {2000, 3000, 0}, E::PageChange, 2, 2, 0, 0, 1, 4, false},
-        {"large selected", "t.TIFF", "tiled~no", {8000, 6000, 0}, E::Selection, 1, 1, 0, 0, 0, 8, false},
         {"4000 px selected", "t.tiff", "tiled~no", {4000, 100, 0}, E::Selection, 1, 1, 0, 0, 0, 4, false},
         {"4000 px resized", "t.tiff", "tiled~no", {4000, 100, 0}, E::Resize, 1, 1, 0, 0, 0, 8, false},
-        {"small selected", "t.tif", "tiled~no", {640, 480, 0}, E::Selection, 1, 1, 0, 0, 0, 1, false},
         {"small page 5", "t.tif", "tiled~no", {640, 480, 0}, E::PageChange, 5, 5, 0, 0, 4, 1, false},
         // A tiled row shows the run's image at selection, and goes by the page number after.
         {"tiled selected", "t.tif", "tiled~yes", {640, 480, 0}, E::Selection, 1, 1, 0, 0, 0, 1, true},
