@@ -50,9 +50,9 @@ done
 cli="$prefix/usr/bin/quirefold-cli"
 "$cli" --version | grep -q . || fail "quirefold-cli --version says nothing"
 # The manual page names every option --help does.
-man_page="$prefix/usr/share/man/man1/quirefold-cli.1"
-[ -s "$prefix/usr/share/man/man1/quirefold.1" ] || fail "quirefold.1 is not installed"
-man_text=$(sed 's/\\-/-/g' "$man_page") || fail "quirefold-cli.1 is not installed"
+man_page="$prefix/usr/share/man/man1/quirefold-cli.1.gz"
+gzip -t "$prefix/usr/share/man/man1/quirefold.1.gz" || fail "quirefold.1.gz is not installed"
+man_text=$(gzip -dc "$man_page" | sed 's/\\-/-/g') || fail "quirefold-cli.1.gz is not installed"
 for flag in $("$cli" --help | grep -o '^  -[-a-z0-9]*'); do
     grep -q -e "^\.B.*$flag" <<<"$man_text" || fail "quirefold-cli.1 lacks $flag"
 done
