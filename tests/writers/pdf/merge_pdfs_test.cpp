@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <fstream>
 #include <sys/resource.h>
 
 #include <qpdf/Buffer.hh>
@@ -10,10 +8,10 @@
 
 #include "engine/error.h"
 #include "engine/run_model.h"
+#include "tests/support/hostile_files.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_security_checks.h"
 #include "writers/pdf/pdf_merge.h"
-#include "writers/pdf/security_pass.h"
 
 namespace qf::writers::pdf {
 namespace {
@@ -49,42 +47,9 @@ std::vector<std::string> concat(std::initializer_list<std::vector<std::string>> 
     return all;
 }
 
-struct MergeResult {
-    std::vector<std::string> labels;
-    std::vector<fs::path> reported;
-};
-
-MergeResult merge_and_read(const std::vector<fs::path>& inputs, const fs::path& target)
-{
-    MergeResult result;
-    merge_pdfs(inputs, target, merge_snapshot(),
-               [&](const fs::path& p) { result.reported.push_back(p); });
-    QPDF merged;
-    test::open_pdf(merged, target);
-    result.labels = test::page_labels(merged);
-    return result;
-}
-
-TEST(MergePdfs, AppendsEveryPageOfEachInputInOrder)
-{
-    test::ScratchFolder folder;
-    const fs::path a = folder / "a.pdf", b = folder / "b.pdf", c = folder / "c.pdf";
-    test::write_labelled_pdf(a, labels_of("A", 2));
-    test::write_labelled_pdf(b, labels_of("B", 3));
-    test::write_labelled_pdf(c, labels_of("C", 1));
-
-    const auto result = merge_and_read({a, b, c}, folder / "Combine.PDF");
-    EXPECT_EQ(result.labels, concat({labels_of("A", 2), labels_of("B", 3), labels_of("C", 1)}));
-    EXPECT_EQ(result.reported, (std::vector<fs::path>{a, b, c}));
-
-    // The same input twice gives its pages twice.
-    const auto twice = merge_and_read({c, a, c}, folder / "Twice.PDF");
-    EXPECT_EQ(twice.labels, concat({labels_of("C", 1), labels_of("A", 2), labels_of("C", 1)}));
-}
-
-// Missing inputs are passed over in silence and unreadable ones passed over too; the rest
-// still merge, and whichever input comes first among the readable ones is the base.
-TEST(MergePdfs, PassesOverMissingAndDamagedInputs)
+// Every page of each input in order; missing inputs are passed over in silence and unreadable
+// ones passed over too, and whichever input comes first among the readable ones is the base.
+TEST(MergePdfs, AppendsThePagesOfEachReadableInputInOrder)
 {
     test::ScratchFolder folder;
     const fs::path a = folder / "a.pdf", b = folder / "b.pdf", c = folder / "c.pdf";
@@ -94,34 +59,30 @@ TEST(MergePdfs, PassesOverMissingAndDamagedInputs)
     test::write_labelled_pdf(b, labels_of("B", 3));
     test::write_labelled_pdf(c, labels_of("C", 1));
     test::write_garbage_pdf(garbage);
-    {
-        std::ofstream out(text);
-        out << "not a PDF at all\n";
-    }
+    test::write_text_file(text, "not a PDF at all\n");
     test::write_truncated_copy(b, truncated, 20);
-
+    const auto A = labels_of("A", 2), B = labels_of("B", 3), C = labels_of("C", 1);
     const struct {
-        const char* name;
         std::vector<fs::path> inputs;
         std::vector<std::string> labels;
         std::vector<fs::path> reported;
     } cases[] = {
-        {"missing between",
-         {a, missing, c},
-         concat({labels_of("A", 2), labels_of("C", 1)}),
-         {a, c}},
-        {"damaged between",
-         {a, garbage, text, truncated, c},
-         concat({labels_of("A", 2), labels_of("C", 1)}),
-         {a, c}},
-        {"first missing", {missing, b, c}, concat({labels_of("B", 3), labels_of("C", 1)}), {b, c}},
-        {"first damaged", {garbage, c, a}, concat({labels_of("C", 1), labels_of("A", 2)}), {c, a}},
+        {{a, b, c}, concat({A, B, C}), {a, b, c}},
+        {{c, a, c}, concat({C, A, C}), {c, a, c}},
+        {{a, missing, c}, concat({A, C}), {a, c}},
+        {{a, garbage, text, truncated, c}, concat({A, C}), {a, c}},
+        {{missing, b, c}, concat({B, C}), {b, c}},
+        {{garbage, c, a}, concat({C, A}), {c, a}},
     };
     for (const auto& k : cases) {
-        SCOPED_TRACE(k.name);
-        const auto result = merge_and_read(k.inputs, folder / "Combine.PDF");
-        EXPECT_EQ(result.labels, k.labels);
-        EXPECT_EQ(result.reported, k.reported);
+        SCOPED_TRACE(::testing::PrintToString(k.inputs));
+        std::vector<fs::path> reported;
+        merge_pdfs(k.inputs, folder / "Combine.PDF", merge_snapshot(),
+                   [&](const fs::path& p) { reported.push_back(p); });
+        QPDF merged;
+        test::open_pdf(merged, folder / "Combine.PDF");
+        EXPECT_EQ(test::page_labels(merged), k.labels);
+        EXPECT_EQ(reported, k.reported);
     }
 }
 
@@ -154,15 +115,9 @@ TEST(MergePdfs, KeepsTheFirstInputsVersionXmpAndOutputIntent)
     test::ScratchFolder folder;
     const fs::path first = folder / "first.pdf", second = folder / "second.pdf",
                    target = folder / "Combine.PDF";
-    test::PdfDressing pdfa;
-    pdfa.version = "1.4";
-    pdfa.pdfa_part = 1;
-    pdfa.pdfa_conformance = 'B';
-    pdfa.output_intent = true;
-    test::write_labelled_pdf(first, labels_of("first", 2), pdfa);
-    test::PdfDressing plain;
-    plain.version = "1.7";
-    test::write_labelled_pdf(second, labels_of("second", 2), plain);
+    test::write_labelled_pdf(first, labels_of("first", 2),
+                             {.version = "1.4", .pdfa_part = 1, .output_intent = true});
+    test::write_labelled_pdf(second, labels_of("second", 2), {.version = "1.7"});
 
     merge_pdfs({first, second}, target, merge_snapshot(), [](const fs::path&) {});
 
@@ -178,32 +133,12 @@ TEST(MergePdfs, KeepsTheFirstInputsVersionXmpAndOutputIntent)
     EXPECT_EQ(test::info_entry(merged, "/Producer"), "Quirefold");
 
     auto intents = merged.getRoot().getKey("/OutputIntents");
-    ASSERT_TRUE(intents.isArray());
-    ASSERT_EQ(intents.getArrayNItems(), 1);
+    ASSERT_EQ(intents.isArray() ? intents.getArrayNItems() : 0, 1);
     auto intent = intents.getArrayItem(0);
     EXPECT_TRUE(intent.getKey("/S").isNameAndEquals("/GTS_PDFA1"));
     const auto profile = intent.getKey("/DestOutputProfile").getStreamData(qpdf_dl_generalized);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(profile->getBuffer()), profile->getSize()),
               test::kIccBytes);
-}
-
-// The driver secures the combined file after merging: the merged file must be a sound input.
-TEST(MergePdfs, MergedFileGoesThroughTheSecurityPass)
-{
-    test::ScratchFolder folder;
-    const fs::path a = folder / "a.pdf", b = folder / "b.pdf", target = folder / "Combine.PDF";
-    test::write_labelled_pdf(a, labels_of("A", 2));
-    test::write_labelled_pdf(b, labels_of("B", 1));
-    auto snapshot = merge_snapshot();
-    merge_pdfs({a, b}, target, snapshot, [](const fs::path&) {});
-    snapshot.enlvl = 4;
-    snapshot.mpdfpassword = "combined";
-    encryptpdfnow(target, snapshot);
-
-    EXPECT_FALSE(test::opens_with(target, ""));
-    QPDF secured;
-    test::open_pdf(secured, target, "combined");
-    EXPECT_EQ(test::page_labels(secured), concat({labels_of("A", 2), labels_of("B", 1)}));
 }
 
 // Inputs are opened one at a time: more inputs than the process may hold open still merge.
@@ -225,13 +160,8 @@ TEST(MergePdfs, ManyInputsStayWithinTheOpenFileLimit)
     tight.rlim_cur = 48;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
     std::vector<fs::path> reported;
-    try {
-        merge_pdfs(inputs, folder / "Combine.PDF", merge_snapshot(),
-                   [&](const fs::path& p) { reported.push_back(p); });
-    } catch (...) {
-        ::setrlimit(RLIMIT_NOFILE, &saved);
-        throw;
-    }
+    EXPECT_NO_THROW(merge_pdfs(inputs, folder / "Combine.PDF", merge_snapshot(),
+                               [&](const fs::path& p) { reported.push_back(p); }));
     ::setrlimit(RLIMIT_NOFILE, &saved);
 
     EXPECT_EQ(reported, inputs);
