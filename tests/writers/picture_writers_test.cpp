@@ -1,10 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "engine/error.h"
 #include "tests/support/image_checks.h"
@@ -17,74 +12,60 @@
 namespace qf::writers {
 namespace {
 
-using engine::ErrorKind;
 using engine::PagePicture;
 using test::file_bytes;
 using Rgb = std::array<std::uint8_t, 3>;
 
-constexpr Rgb kRed{220, 20, 30};
-constexpr Rgb kGreen{10, 200, 40};
-constexpr Rgb kBlue{30, 40, 210};
-constexpr Rgb kWhite{255, 255, 255};
+constexpr Rgb kRed{220, 20, 30}, kGreen{10, 200, 40}, kBlue{30, 40, 210}, kWhite{255, 255, 255};
 
 // 64 x 48 pixels in four flat quadrants, which a JPEG encoder keeps close to their colours.
 PagePicture quadrants()
 {
     return test::make_rgb_picture(64, 48, [](int x, int y) {
-        if (y < 24) {
-            return x < 32 ? kRed : kGreen;
-        }
-        return x < 32 ? kBlue : kWhite;
+        return y < 24 ? (x < 32 ? kRed : kGreen) : (x < 32 ? kBlue : kWhite);
     });
 }
 
-void expect_near(const Rgb& actual, const Rgb& expected, int tolerance, const std::string& where)
+// The page's own colour at (x, y), bilevel pages as black and white.
+Rgb colour_of(const PagePicture& page, int x, int y)
 {
-    for (int channel = 0; channel < 3; ++channel) {
-        EXPECT_NEAR(actual[channel], expected[channel], tolerance)
-            << where << " channel " << channel;
-    }
+    const PagePicture rgb = engine::to_rgb(page);
+    const auto* p = rgb.pixels.data() + rgb.stride() * y + 3 * x;
+    return {p[0], p[1], p[2]};
 }
 
-struct Writer {
-    const char* name;
-    engine::PictureFileWriter write;
-    const char* extension;
-};
-
-const Writer kWriters[] = {
-    {"jpeg", write_jpeg, ".jpg"},
-    {"png", write_png, ".png"},
-    {"tiff", write_tiff_single, ".tif"},
-};
-
+// Progressive JFIF in RGB whatever the page, the run's resolution as its density.
 TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
 {
+    const PagePicture bilevel = test::make_bilevel_picture(64, 48, [](int x, int) { return x < 20; });
     const struct {
         int thedpi;
-        int expected_density;
-    } cases[] = {{150, 150}, {72, 72}, {600, 600}, {100000, 65535}};
+        int density;
+        bool bilevel;
+    } cases[] = {{150, 150, false}, {72, 72, false}, {600, 600, true}, {100000, 65535, false}};
     test::OutputFolder folder;
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.thedpi);
         engine::OptionSnapshot snapshot;
         snapshot.mjpgquality = "90";
         snapshot.thedpi = c.thedpi;
-        const auto target = folder / ("page" + std::to_string(c.thedpi) + ".jpg");
-        write_jpeg(quadrants(), target, {snapshot, 1, "", ""});
+        const PagePicture page = c.bilevel ? bilevel : quadrants();
+        write_jpeg(page, folder / "page.jpg", {snapshot, 1, "", ""});
 
-        const test::JpegFile jpeg = test::read_jpeg(target);
-        EXPECT_TRUE(jpeg.progressive) << c.thedpi;
-        EXPECT_TRUE(jpeg.jfif) << c.thedpi;
-        EXPECT_EQ(jpeg.density_unit, 1) << c.thedpi;
-        EXPECT_EQ(jpeg.x_density, c.expected_density);
-        EXPECT_EQ(jpeg.y_density, c.expected_density);
+        const test::JpegFile jpeg = test::read_jpeg(folder / "page.jpg");
+        EXPECT_TRUE(jpeg.progressive && jpeg.jfif);
+        EXPECT_EQ(jpeg.density_unit, 1);
+        EXPECT_EQ(jpeg.x_density, c.density);
+        EXPECT_EQ(jpeg.y_density, c.density);
         EXPECT_EQ(jpeg.image.components, 3);
         EXPECT_EQ(jpeg.image.width, 64);
         EXPECT_EQ(jpeg.image.height, 48);
-        expect_near(jpeg.image.rgb_at(8, 8), kRed, 12, "top left");
-        expect_near(jpeg.image.rgb_at(56, 8), kGreen, 12, "top right");
-        expect_near(jpeg.image.rgb_at(8, 40), kBlue, 12, "bottom left");
-        expect_near(jpeg.image.rgb_at(56, 40), kWhite, 12, "bottom right");
+        for (const auto [x, y] : {std::pair{8, 8}, {56, 8}, {8, 40}, {56, 40}}) {
+            const Rgb expected = colour_of(page, x, y), actual = jpeg.image.rgb_at(x, y);
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(actual[channel], expected[channel], 12) << x << "," << y;
+            }
+        }
     }
 }
 
@@ -109,109 +90,76 @@ TEST(JpegWriter, QualityIsTheWholeNumberClampedToTheEncodersRange)
     EXPECT_LT(write_with("1", "low.jpg").size(), write_with("100", "high.jpg").size());
 }
 
-TEST(JpegWriter, BilevelPageBecomesBlackAndWhiteRgb)
-{
-    test::OutputFolder folder;
-    const PagePicture page = test::make_bilevel_picture(40, 16, [](int x, int) { return x < 16; });
-    engine::OptionSnapshot snapshot;
-    snapshot.mjpgquality = "95";
-    write_jpeg(page, folder / "bw.jpg", {snapshot, 1, "", ""});
-
-    const test::JpegFile jpeg = test::read_jpeg(folder / "bw.jpg");
-    EXPECT_EQ(jpeg.image.components, 3);
-    EXPECT_EQ(jpeg.image.width, 40);
-    expect_near(jpeg.image.rgb_at(4, 8), {0, 0, 0}, 8, "black part");
-    expect_near(jpeg.image.rgb_at(32, 8), kWhite, 8, "white part");
-}
-
 TEST(PngWriter, WritesLosslessEightBitRgbWithoutResolution)
 {
     test::OutputFolder folder;
-    const struct {
-        const char* name;
-        PagePicture page;
-    } cases[] = {
-        {"colour.png", quadrants()},
-        {"bilevel.png",
-         test::make_bilevel_picture(19, 5, [](int x, int y) { return (x + y) % 3 == 0; })},
-    };
-    for (const auto& c : cases) {
-        engine::OptionSnapshot snapshot;
-        snapshot.thedpi = 300;
-        write_png(c.page, folder / c.name, {snapshot, 1, "", ""});
-
-        const test::PngFile png = test::read_png(folder / c.name);
-        EXPECT_EQ(png.bit_depth, 8) << c.name;
-        EXPECT_EQ(png.color_type, 2) << c.name;
-        EXPECT_FALSE(png.interlaced) << c.name;
-        EXPECT_FALSE(png.has_phys) << c.name;
-        EXPECT_EQ(png.image.width, c.page.width) << c.name;
-        EXPECT_EQ(png.image.height, c.page.height) << c.name;
-        EXPECT_EQ(png.image.samples, engine::to_rgb(c.page).pixels) << c.name;
+    engine::OptionSnapshot snapshot;
+    snapshot.thedpi = 300;
+    for (const PagePicture& page :
+         {quadrants(), test::make_bilevel_picture(19, 5, [](int x, int y) { return (x + y) % 3; })}) {
+        write_png(page, folder / "page.png", {snapshot, 1, "", ""});
+        const test::PngFile png = test::read_png(folder / "page.png");
+        EXPECT_EQ(png.bit_depth, 8);
+        EXPECT_EQ(png.color_type, 2);
+        EXPECT_FALSE(png.interlaced);
+        EXPECT_FALSE(png.has_phys);
+        EXPECT_EQ(png.image.width, page.width);
+        EXPECT_EQ(png.image.samples, engine::to_rgb(page).pixels);
     }
 }
 
-TEST(PictureWriters, FailedPageLeavesTheEarlierFileIntactAndNoTemporary)
+// A page replaces an earlier file of its name; a page no encoder can take throws and leaves
+// the earlier file whole, with no temporary beside it.
+TEST(PictureWriters, ReplaceTheEarlierFileOnlyWithAWholeOne)
 {
+    const struct {
+        engine::PictureFileWriter write;
+        const char* name;
+        int (*width)(const std::filesystem::path&);
+    } writers[] = {
+        {write_jpeg, "kept.jpg", [](const std::filesystem::path& file) { return test::read_jpeg(file).image.width; }},
+        {write_png, "kept.png", [](const std::filesystem::path& file) { return test::read_png(file).image.width; }},
+        {write_tiff_single, "kept.tif", [](const std::filesystem::path& file) { return test::read_tiff(file).at(0).width; }},
+    };
     test::OutputFolder folder;
     engine::OptionSnapshot snapshot;
     PagePicture truncated = quadrants();
     truncated.pixels.resize(truncated.pixels.size() / 2);
-    const PagePicture bad_pages[] = {PagePicture{}, truncated};
-    for (const auto& writer : kWriters) {
-        const auto target = folder / (std::string("kept") + writer.extension);
+    for (const auto& writer : writers) {
+        const auto target = folder / writer.name;
+        writer.write(test::make_rgb_picture(8, 8, [](int, int) { return kRed; }), target,
+                     {snapshot, 1, "", ""});
         writer.write(quadrants(), target, {snapshot, 1, "", ""});
+        EXPECT_EQ(writer.width(target), 64) << writer.name;
         const std::string before = file_bytes(target);
-        for (const auto& bad : bad_pages) {
-            EXPECT_THROW(writer.write(bad, target, {snapshot, 1, "", ""}), engine::Error)
-                << writer.name;
+        for (const auto& bad : {PagePicture{}, truncated}) {
+            EXPECT_THROW(writer.write(bad, target, {snapshot, 1, "", ""}), engine::Error);
             EXPECT_EQ(file_bytes(target), before) << writer.name;
         }
     }
     EXPECT_EQ(folder.entries(), (std::vector<std::string>{"kept.jpg", "kept.png", "kept.tif"}));
 }
 
-TEST(PictureWriters, WriteReplacesAnEarlierFile)
-{
-    test::OutputFolder folder;
-    engine::OptionSnapshot snapshot;
-    for (const auto& writer : kWriters) {
-        const auto target = folder / (std::string("again") + writer.extension);
-        writer.write(test::make_rgb_picture(8, 8, [](int, int) { return kRed; }), target,
-                     {snapshot, 1, "", ""});
-        writer.write(quadrants(), target, {snapshot, 1, "", ""});
-    }
-    EXPECT_EQ(test::read_jpeg(folder / "again.jpg").image.width, 64);
-    EXPECT_EQ(test::read_png(folder / "again.png").image.width, 64);
-    EXPECT_EQ(test::read_tiff(folder / "again.tif").at(0).width, 64);
-    EXPECT_EQ(folder.entries().size(), 3u);
-}
-
 // The threshold is taken eight pixels at a time with a shortcut for white; every width's tail,
 // pixels just either side of mid-grey and saturated colours must come out as the luminance says.
 TEST(PictureWriters, BilevelThresholdFollowsLuminanceAtEveryWidth)
 {
-    const std::array<Rgb, 8> palette{{kWhite, {0, 0, 0}, {128, 128, 128}, {127, 128, 128}, kRed, kGreen,
-                                      kBlue, {255, 255, 254}}};
+    const Rgb palette[] = {kWhite, {0, 0, 0}, {128, 128, 128}, {127, 128, 128},
+                           kRed,   kGreen,    kBlue,           {255, 255, 254}};
     for (const int width : {1, 7, 8, 9, 16, 23, 64, 101}) {
+        // Mostly white, so the shortcut is taken, with runs of other colours.
         const auto colour_at = [&](int x, int y) {
-            // mostly white, so the shortcut is taken, with runs of other colours
-            return (x / 3 + y) % 4 == 0 ? palette[static_cast<std::size_t>((x * 7 + y * 3) % 8)] : kWhite;
+            return (x / 3 + y) % 4 == 0 ? palette[(x * 7 + y * 3) % 8] : kWhite;
         };
-        const PagePicture rgb = test::make_rgb_picture(width, 5, colour_at);
-        const PagePicture bilevel = to_bilevel(rgb);
+        const PagePicture bilevel = to_bilevel(test::make_rgb_picture(width, 5, colour_at));
         ASSERT_EQ(bilevel.format, engine::PixelFormat::Bilevel);
         ASSERT_EQ(bilevel.pixels.size(), bilevel.stride() * 5);
         for (int y = 0; y < 5; ++y) {
             for (int x = 0; x < static_cast<int>(bilevel.stride()) * 8; ++x) {
                 const bool black = (bilevel.pixels[bilevel.stride() * y + x / 8] >> (7 - x % 8)) & 1;
-                if (x >= width) {
-                    EXPECT_FALSE(black) << "padding bit " << x << " of width " << width;
-                    continue;
-                }
-                const Rgb c = colour_at(x, y);
-                const double luminance = (299 * c[0] + 587 * c[1] + 114 * c[2]) / 1000.0; // exact in thousandths
-                EXPECT_EQ(black, luminance < 128) << "pixel " << x << "," << y << " of width " << width;
+                const Rgb c = x < width ? colour_at(x, y) : kWhite; // padding bits stay white
+                EXPECT_EQ(black, 299 * c[0] + 587 * c[1] + 114 * c[2] < 128000)
+                    << "pixel " << x << "," << y << " of width " << width;
             }
         }
     }

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
-#include "engine/run_model.h"
-
 #include "engine/error.h"
+#include "engine/run_model.h"
 #include "engine/version.h"
 #include "settings/option_table.h"
+#include "tests/support/hostile_files.h"
 #include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
+#include "writers/deep_colour.h"
 #include "writers/tiff_writer.h"
 
 namespace qf::writers {
@@ -15,22 +17,20 @@ namespace {
 using engine::PagePicture;
 using Rgb = std::array<std::uint8_t, 3>;
 
-constexpr Rgb kBlack{0, 0, 0};
-constexpr Rgb kWhite{255, 255, 255};
+constexpr Rgb kBlack{0, 0, 0}, kWhite{255, 255, 255};
 
 // Columns of dark and light colours, 8 pixels wide each; the pattern survives thresholding.
 const Rgb kStripes[] = {{10, 10, 10},    {250, 240, 230}, {180, 0, 0},
                         {100, 255, 120}, {0, 0, 255},     {255, 255, 0}};
-const bool kStripeIsDark[] = {true, false, true, false, true, false};
 
 PagePicture striped(int width, int height)
 {
     return test::make_rgb_picture(width, height, [](int x, int) { return kStripes[(x / 8) % 6]; });
 }
 
-PagePicture flat(Rgb colour)
+PagePicture flat(Rgb colour, int side = 16)
 {
-    return test::make_rgb_picture(24, 16, [colour](int, int) { return colour; });
+    return test::make_rgb_picture(side, side, [colour](int, int) { return colour; });
 }
 
 engine::OptionSnapshot run_snapshot()
@@ -43,6 +43,13 @@ engine::OptionSnapshot run_snapshot()
     return snapshot;
 }
 
+void expect_near(const Rgb& actual, const Rgb& expected, int tolerance)
+{
+    for (int channel = 0; channel < 3; ++channel) {
+        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << "channel " << channel;
+    }
+}
+
 // Each row of the compression popup through the run's coding to the file, then codes the
 // writer does not know, which fall back to no compression.
 TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
@@ -53,12 +60,12 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
         int compression;
         bool bilevel;
     } cases[] = {
-        {0, 0, 1, false}, {1, 0, 32773, false}, {2, 0, 5, false},  {3, 0, 3, true},  {4, 0, 4, true},
-        {5, 0, 7, false}, {6, 0, 8, false},     {7, 0, 2, true},   {-1, 0, 1, false}, {-1, 6, 1, false},
+        {0, 0, 1, false},  {1, 0, 32773, false}, {2, 0, 5, false},  {3, 0, 3, true},
+        {4, 0, 4, true},   {5, 0, 7, false},     {6, 0, 8, false},  {7, 0, 2, true},
+        {-1, 0, 1, false}, {-1, 6, 1, false},
     };
     test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
-    const PagePicture page = striped(100, 70);
+    const auto target = folder / "page.tif";
     for (const auto& c : cases) {
         int tiffcode = c.code;
         if (c.row >= 0) {
@@ -68,38 +75,30 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
             engine::take_snapshot(values, 1, taken);
             tiffcode = engine::tiff_compression_code(taken.mtiffcompression);
         }
-        const auto target = folder / ("code" + std::to_string(tiffcode) + ".tif");
-        write_tiff_single(page, target, {snapshot, tiffcode, "", ""});
+        SCOPED_TRACE("code " + std::to_string(tiffcode));
+        write_tiff_single(striped(100, 70), target, {run_snapshot(), tiffcode, "", ""});
 
         const auto images = test::read_tiff(target);
-        ASSERT_EQ(images.size(), 1u) << tiffcode;
+        ASSERT_EQ(images.size(), 1u);
         const test::TiffImage& tiff = images[0];
-        EXPECT_EQ(tiff.compression, c.compression) << tiffcode;
-        EXPECT_EQ(tiff.width, 100) << tiffcode;
-        EXPECT_EQ(tiff.height, 70) << tiffcode;
-        EXPECT_EQ(tiff.photometric, c.bilevel ? 0 : 2) << tiffcode;
-        EXPECT_EQ(tiff.bits_per_sample, c.bilevel ? 1 : 8) << tiffcode;
-        EXPECT_EQ(tiff.samples_per_pixel, c.bilevel ? 1 : 3) << tiffcode;
-        EXPECT_EQ(tiff.planar_config, 1) << tiffcode;
-        EXPECT_GE(tiff.rows_per_strip, 1u) << tiffcode;
-        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << tiffcode;
-        EXPECT_FLOAT_EQ(tiff.y_resolution, 200) << tiffcode;
-        EXPECT_EQ(tiff.resolution_unit, 2) << tiffcode;
-        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << tiffcode;
+        EXPECT_EQ(tiff.compression, c.compression);
+        EXPECT_EQ(tiff.width, 100);
+        EXPECT_EQ(tiff.height, 70);
+        EXPECT_EQ(tiff.photometric, c.bilevel ? 0 : 2);
+        EXPECT_EQ(tiff.bits_per_sample, c.bilevel ? 1 : 8);
+        EXPECT_EQ(tiff.samples_per_pixel, c.bilevel ? 1 : 3);
+        EXPECT_FLOAT_EQ(tiff.x_resolution, 200);
+        EXPECT_FLOAT_EQ(tiff.y_resolution, 200);
+        EXPECT_EQ(tiff.resolution_unit, 2);
+        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion);
         if (c.compression == 7) {
             EXPECT_EQ(tiff.rows_per_strip, 32u);
             EXPECT_EQ(tiff.fill_order, 2);
         }
         for (int stripe = 0; stripe < 6; ++stripe) {
-            const Rgb pixel = tiff.image.rgb_at(stripe * 8 + 4, 35);
-            const std::string where =
-                "code " + std::to_string(tiffcode) + " stripe " + std::to_string(stripe);
-            const Rgb expected =
-                c.bilevel ? (kStripeIsDark[stripe] ? kBlack : kWhite) : kStripes[stripe];
-            const int tolerance = c.compression == 7 ? 16 : 0;
-            for (int channel = 0; channel < 3; ++channel) {
-                EXPECT_NEAR(pixel[channel], expected[channel], tolerance) << where;
-            }
+            SCOPED_TRACE("stripe " + std::to_string(stripe));
+            const Rgb expected = !c.bilevel ? kStripes[stripe] : stripe % 2 ? kWhite : kBlack;
+            expect_near(tiff.image.rgb_at(stripe * 8 + 4, 35), expected, c.compression == 7 ? 16 : 0);
         }
     }
 }
@@ -108,24 +107,19 @@ TEST(TiffWriter, BilevelPageKeepsItsPixelsInEveryForm)
 {
     const PagePicture page =
         test::make_bilevel_picture(37, 21, [](int x, int y) { return (x * y) % 5 == 1; });
-    const PagePicture expected = engine::to_rgb(page);
     test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
     for (const int code : {1, 2, 3, 4, 5, 8, 32773}) {
-        write_tiff_single(page, folder / "page.tif", {snapshot, code, "", ""});
-        EXPECT_EQ(test::read_tiff(folder / "page.tif").at(0).image.samples, expected.pixels)
-            << code;
+        write_tiff_single(page, folder / "page.tif", {run_snapshot(), code, "", ""});
+        EXPECT_EQ(test::read_tiff(folder / "page.tif").at(0).image.samples,
+                  engine::to_rgb(page).pixels) << code;
     }
 }
 
 TEST(TiffWriter, SinglePageTakesTheSourceTextsUnlessBlank)
 {
     const struct {
-        const char* ccopyright;
-        const char* cdocumentname;
-        const char* global_copyright;
-        const char* copyright;
-        const char* document_name;
+        const char *ccopyright, *cdocumentname, *global_copyright;
+        const char *copyright, *document_name;
     } cases[] = {
         {"Source (c)", "Source name", "Global", "Source (c)", "Source name"},
         {"", "", "Global", "Global", "Global name"},
@@ -135,64 +129,49 @@ TEST(TiffWriter, SinglePageTakesTheSourceTextsUnlessBlank)
     };
     test::OutputFolder folder;
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string("\"") + c.ccopyright + "\", \"" + c.cdocumentname + '"');
         engine::OptionSnapshot snapshot = run_snapshot();
         snapshot.mtiffcopyright = c.global_copyright;
         write_tiff_single(flat(kWhite), folder / "tags.tif",
                           {snapshot, 5, c.ccopyright, c.cdocumentname});
         const test::TiffImage tiff = test::read_tiff(folder / "tags.tif").at(0);
-        EXPECT_EQ(tiff.copyright.value_or("<absent>"), c.copyright) << '"' << c.ccopyright << '"';
-        EXPECT_EQ(tiff.document_name.value_or("<absent>"), c.document_name)
-            << '"' << c.cdocumentname << '"';
+        EXPECT_EQ(tiff.copyright.value_or("<absent>"), c.copyright);
+        EXPECT_EQ(tiff.document_name.value_or("<absent>"), c.document_name);
     }
 }
 
+// Every page in order with its own compression and the run's texts, never the source's: an
+// empty global copyright is an empty tag.
 TEST(MultipageTiff, PagesKeepTheirOrderAndEachItsOwnCompression)
 {
     test::OutputFolder folder;
-    const engine::OptionSnapshot snapshot = run_snapshot();
+    engine::OptionSnapshot snapshot = run_snapshot();
+    snapshot.mtiffcopyright = "";
     const Rgb colours[] = {{200, 30, 30}, {20, 20, 20}, {30, 30, 200}, {30, 200, 30}};
     const int codes[] = {5, 4, 7, 32773};
     MultipageTiff writer;
     const auto target = folder / "all.tif";
     writer.open(target, {snapshot, 0, "", ""});
-    EXPECT_TRUE(writer.is_open());
     for (int page = 0; page < 4; ++page) {
         writer.add_page(flat(colours[page]), {snapshot, codes[page], "Source (c)", "Source name"});
     }
     EXPECT_FALSE(std::filesystem::exists(target)) << "visible before close";
     writer.close();
-    EXPECT_FALSE(writer.is_open());
 
     const auto images = test::read_tiff(target);
     ASSERT_EQ(images.size(), 4u);
     for (int page = 0; page < 4; ++page) {
+        SCOPED_TRACE(page);
         const test::TiffImage& tiff = images[page];
-        EXPECT_EQ(tiff.compression, codes[page]) << page;
-        EXPECT_EQ(tiff.copyright, "Global copyright") << page;
-        EXPECT_EQ(tiff.document_name, "Global name") << page;
-        EXPECT_FLOAT_EQ(tiff.x_resolution, 200) << page;
-        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion) << page;
-        const Rgb expected = codes[page] == 4 ? kBlack : colours[page];
-        for (int channel = 0; channel < 3; ++channel) {
-            EXPECT_NEAR(tiff.image.rgb_at(10, 8)[channel], expected[channel],
-                        codes[page] == 7 ? 8 : 0)
-                << page;
-        }
+        EXPECT_EQ(tiff.compression, codes[page]);
+        EXPECT_EQ(tiff.copyright, "");
+        EXPECT_EQ(tiff.document_name, "Global name");
+        EXPECT_FLOAT_EQ(tiff.x_resolution, 200);
+        EXPECT_EQ(tiff.software, std::string("Quirefold v") + engine::kLongVersion);
+        expect_near(tiff.image.rgb_at(10, 8), codes[page] == 4 ? kBlack : colours[page],
+                    codes[page] == 7 ? 8 : 0);
     }
-    EXPECT_EQ(images[2].rows_per_strip, 32u);
     EXPECT_EQ(folder.entries(), std::vector<std::string>{"all.tif"});
-}
-
-TEST(MultipageTiff, EmptyGlobalCopyrightGivesAnEmptyTag)
-{
-    test::OutputFolder folder;
-    engine::OptionSnapshot snapshot = run_snapshot();
-    snapshot.mtiffcopyright = "";
-    MultipageTiff writer;
-    writer.open(folder / "empty.tif", {snapshot, 1, "", ""});
-    writer.add_page(flat(kWhite), {snapshot, 1, "Source (c)", ""});
-    writer.close();
-    EXPECT_EQ(test::read_tiff(folder / "empty.tif").at(0).copyright.value_or("<absent>"), "");
 }
 
 // The writer's life through a run: files of the pages that could be added, one file a
@@ -208,32 +187,30 @@ TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
         {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
         {{"o none.tif", "x", "e"}, {}},
         {{"o abandoned.tif", "+"}, {}},
-        {{"o first.tif", "+", "c", "o second.tif", "+", "+", "+", "c", "o third.tif", "+", "+", "c"},
-         {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 2}}},
+        {{"o first.tif", "+", "c", "o second.tif", "+", "+", "+", "c", "o third.tif", "+", "c"},
+         {{"first.tif", 1}, {"second.tif", 3}, {"third.tif", 1}}},
         {{"o a.tif", "+", "o b.tif", "+", "+", "c"}, {{"a.tif", 1}, {"b.tif", 2}}},
     };
     const engine::OptionSnapshot snapshot = run_snapshot();
-    const PagePicture too_wide_for_jpeg = test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
+    const PagePicture too_wide = test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
     for (const auto& c : cases) {
-        const std::string where = ::testing::PrintToString(c.steps);
+        SCOPED_TRACE(::testing::PrintToString(c.steps));
         test::OutputFolder folder;
         {
             MultipageTiff writer;
             bool refused_empty = false;
             for (const std::string& step : c.steps) {
-                if (step.rfind("o ", 0) == 0) {
+                if (step.starts_with("o ")) {
                     writer.open(folder / step.substr(2), {snapshot, 5, "", ""});
                 } else if (step == "+") {
                     writer.add_page(flat({250, 0, 0}), {snapshot, 8, "", ""});
                 } else if (step == "x") {
-                    EXPECT_THROW(refused_empty ? writer.add_page(too_wide_for_jpeg, {snapshot, 7, "", ""})
+                    EXPECT_THROW(refused_empty ? writer.add_page(too_wide, {snapshot, 7, "", ""})
                                                : writer.add_page(PagePicture{}, {snapshot, 5, "", ""}),
-                                 engine::Error)
-                        << where;
+                                 engine::Error);
                     refused_empty = !refused_empty;
                 } else if (step == "c") {
                     writer.close();
-                    EXPECT_FALSE(writer.is_open()) << where;
                 } else {
                     try {
                         writer.close();
@@ -242,21 +219,96 @@ TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
                         EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
                         EXPECT_EQ(error.reason(), "no page could be added");
                     }
-                    EXPECT_FALSE(writer.is_open()) << where;
                 }
+                EXPECT_EQ(writer.is_open(), step[0] == 'o' || step[0] == '+' || step[0] == 'x');
             }
         }
         std::vector<std::string> names;
         for (const auto& [name, pages] : c.files) {
             names.push_back(name);
             const auto images = test::read_tiff(folder / name);
-            EXPECT_EQ(images.size(), pages) << where << " " << name;
+            EXPECT_EQ(images.size(), pages) << name;
             for (const auto& image : images) {
-                EXPECT_EQ(image.image.rgb_at(1, 1), (Rgb{250, 0, 0})) << where << " " << name;
+                EXPECT_EQ(image.image.rgb_at(1, 1), (Rgb{250, 0, 0})) << name;
             }
         }
-        EXPECT_EQ(folder.entries(), names) << where;
+        EXPECT_EQ(folder.entries(), names);
     }
+}
+
+// Deep colour rewrites every image of a file as 16-bit RGB, keeping lossless compressions and
+// turning the others into LZW; the first two columns, black and white, survive every code.
+TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
+{
+    const Rgb colours[] = {{0, 0, 0}, {255, 255, 255}, {200, 100, 50}, {1, 254, 128}};
+    const PagePicture columns =
+        test::make_rgb_picture(32, 16, [&](int x, int) { return colours[x / 8]; });
+    const struct {
+        int tiffcode, compression_after;
+        bool lossless; // the 8-bit colours come back exactly, widened
+    } cases[] = {
+        {1, 1, true},  {5, 5, true},  {8, 8, true},  {32773, 32773, true},
+        {7, 5, false}, {2, 5, false}, {3, 5, false}, {4, 5, false},
+    };
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    // Names mean nothing to the image library.
+    const char* names[] = {"scan[0].tif", "page 1 é.tif", "png:odd.tif", "x.tif[0]"};
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto& c = cases[i];
+        SCOPED_TRACE(c.tiffcode);
+        const auto file = folder / (i < 4 ? names[i] : "deep" + std::to_string(i) + ".tif");
+        write_tiff_single(columns, file, {snapshot, c.tiffcode, "", ""});
+        writergb48(file);
+
+        const auto images = test::read_tiff(file);
+        ASSERT_EQ(images.size(), 1u);
+        EXPECT_EQ(images[0].bits_per_sample, 16);
+        EXPECT_EQ(images[0].samples_per_pixel, 3);
+        EXPECT_EQ(images[0].photometric, 2);
+        EXPECT_EQ(images[0].compression, c.compression_after);
+        EXPECT_EQ(images[0].width, 32);
+        const std::vector<std::uint16_t> samples = test::read_tiff_samples16(file, 0);
+        ASSERT_EQ(samples.size(), 32u * 16u * 3u);
+        for (int column = 0; column < (c.lossless ? 4 : 2); ++column) {
+            const std::size_t at = (5u * 32u + column * 8u + 3u) * 3u;
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(samples[at + channel], colours[column][channel] * 257, c.lossless ? 0 : 1028)
+                    << "column " << column << " channel " << channel;
+            }
+        }
+    }
+    EXPECT_EQ(folder.entries().size(), std::size(cases)) << "a temporary was left behind";
+
+    MultipageTiff writer;
+    writer.open(folder / "pages.tif", {snapshot, 5, "", ""});
+    for (const Rgb& colour : colours) {
+        writer.add_page(flat(colour, 8), {snapshot, 5, "", ""});
+    }
+    writer.close();
+    writergb48(folder / "pages.tif");
+    ASSERT_EQ(test::read_tiff(folder / "pages.tif").size(), 4u);
+    for (int page = 0; page < 4; ++page) {
+        EXPECT_EQ(test::read_tiff_samples16(folder / "pages.tif", page).at(0), colours[page][0] * 257);
+    }
+}
+
+// A missing file is left missing; one the image library cannot read gives an output error and
+// stays as it was.
+TEST(DeepColour, FilesItCannotRewriteAreLeftAlone)
+{
+    test::OutputFolder folder;
+    EXPECT_NO_THROW(writergb48(folder / "absent.tif"));
+    const std::string garbage = std::string("II*\0", 4) + " this is not really a TIFF";
+    test::write_text_file(folder / "broken.tif", garbage);
+    try {
+        writergb48(folder / "broken.tif");
+        ADD_FAILURE() << "rewrote a broken file";
+    } catch (const engine::Error& error) {
+        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+    }
+    EXPECT_EQ(test::file_bytes(folder / "broken.tif"), garbage);
+    EXPECT_EQ(folder.entries(), std::vector<std::string>{"broken.tif"});
 }
 
 } // namespace
