@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <regex>
 
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
@@ -12,6 +13,7 @@
 #include "tests/support/pdf_security_checks.h"
 #include "writers/pdf/pdf_assembler.h"
 #include "writers/pdf/pdf_merge.h"
+#include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/security_pass.h"
 
 namespace qf::writers::pdf {
@@ -77,79 +79,64 @@ void write_painted_pdf(const fs::path &target, const std::vector<std::string> &p
     QPDFWriter(pdf, target.c_str()).write();
 }
 
-TEST(Conformance, HeaderIsTheChosenVersionUnlessTheContentNeedsMore)
+bool contains(const std::string &text, const std::string &part)
 {
+    return text.find(part) != std::string::npos;
+}
+
+// The header is the chosen version unless the content needs more; each standard is identified
+// in the XMP and gets the output intent and profile its content needs, the others none.
+TEST(Conformance, EachCodeGivesItsVersionAndStandard)
+{
+    using enum Content;
+    const char *a1 = "<pdfaid:part>1</pdfaid:part>", *b = "<pdfaid:conformance>B</pdfaid:conformance>",
+               *u = "<pdfaid:conformance>U</pdfaid:conformance>", *x4 = "PDF/X-4</pdfxid:GTS_PDFXVersion>";
     const struct
     {
         int code;
         Content content;
         const char *header;
         bool object_streams;
+        const char *identification = ""; // as written in the XMP; empty: no standard
+        const char *profile = "";        // "Generic NAME Profile.icc"; CMYK under /GTS_PDFX
     } cases[] = {
-        {0, Content::Copied, "1.0", false},  {1, Content::Copied, "1.1", false},
-        {2, Content::Copied, "1.2", false},  {3, Content::Copied, "1.3", false},
-        {4, Content::Copied, "1.4", false},  {5, Content::Copied, "1.5", true},
-        {6, Content::Copied, "1.6", true},   {7, Content::Copied, "1.7", true},
-        {8, Content::Copied, "2.0", true},   {0, Content::Bilevel, "1.0", false},
-        {8, Content::Bilevel, "2.0", true},  {42, Content::Copied, "1.4", false}, // unknown code
-        {0, Content::Colour, "1.2", false},  {1, Content::Colour, "1.2", false}, // Flate: 1.2
-        {6, Content::Colour, "1.6", true},
-    };
-    test::TempFolder folder;
-    test::write_numbered_pdf(folder / "source.pdf", 1);
-    for (const auto &c : cases) {
-        SCOPED_TRACE("code " + std::to_string(c.code));
-        const auto target = folder / "out.pdf";
-        EXPECT_TRUE(assemble(target, c.code, {c.content, c.content}, folder / "source.pdf").empty());
-        EXPECT_EQ(test::pdf_header_version(target), c.header);
-        QPDF pdf;
-        test::open_pdf(pdf, target);
-        EXPECT_EQ(test::uses_object_streams(pdf), c.object_streams);
-        EXPECT_FALSE(pdf.getRoot().hasKey("/OutputIntents"));
-        EXPECT_EQ(test::structural_problems(target), "");
-    }
-}
-
-TEST(Conformance, EachStandardIsIdentifiedAndGetsTheProfileItsContentNeeds)
-{
-    const char *a1 = "<pdfaid:part>1</pdfaid:part>", *x4 = "PDF/X-4</pdfxid:GTS_PDFXVersion>";
-    const struct
-    {
-        int code;
-        Content content;
-        const char *header;
-        const char *identification; // as written in the XMP
-        const char *profile;        // "Generic NAME Profile.icc"; CMYK under /GTS_PDFX
-    } cases[] = {
-        {14, Content::Bilevel, "1.4", a1, "Gray"},
-        {14, Content::Colour, "1.4", "<pdfaid:conformance>B</pdfaid:conformance>", "RGB"},
-        {16, Content::Bilevel, "1.4", "<pdfaid:conformance>A</pdfaid:conformance>", "Gray"},
-        {17, Content::Colour, "1.7", "<pdfaid:part>2</pdfaid:part>", "RGB"},
-        {18, Content::Bilevel, "1.7", "<pdfaid:conformance>B</pdfaid:conformance>", "Gray"},
-        {19, Content::Colour, "1.7", "<pdfaid:conformance>U</pdfaid:conformance>", "RGB"},
-        {20, Content::Bilevel, "1.7", "<pdfaid:part>3</pdfaid:part>", "Gray"},
-        {21, Content::Colour, "1.7", "<pdfaid:part>3</pdfaid:part>", "RGB"},
-        {22, Content::Copied, "1.7", "<pdfaid:conformance>U</pdfaid:conformance>", "RGB"},
-        {15, Content::Colour, "1.6", x4, "CMYK"},
-        {15, Content::Bilevel, "1.6", x4, "CMYK"},
+        {0, Copied, "1.0", false}, {1, Copied, "1.1", false},  {2, Copied, "1.2", false},
+        {3, Copied, "1.3", false}, {4, Copied, "1.4", false},  {5, Copied, "1.5", true},
+        {6, Copied, "1.6", true},  {7, Copied, "1.7", true},   {8, Copied, "2.0", true},
+        {0, Bilevel, "1.0", false}, {8, Bilevel, "2.0", true}, {42, Copied, "1.4", false},
+        {0, Colour, "1.2", false}, {1, Colour, "1.2", false},  {6, Colour, "1.6", true}, // Flate
+        {14, Bilevel, "1.4", false, a1, "Gray"},
+        {14, Colour, "1.4", false, b, "RGB"},
+        {16, Bilevel, "1.4", false, "<pdfaid:conformance>A</pdfaid:conformance>", "Gray"},
+        {17, Colour, "1.7", true, "<pdfaid:part>2</pdfaid:part>", "RGB"},
+        {18, Bilevel, "1.7", true, b, "Gray"},
+        {19, Colour, "1.7", true, u, "RGB"},
+        {20, Bilevel, "1.7", true, "<pdfaid:part>3</pdfaid:part>", "Gray"},
+        {21, Colour, "1.7", true, "<pdfaid:part>3</pdfaid:part>", "RGB"},
+        {22, Copied, "1.7", true, u, "RGB"},
+        {15, Colour, "1.6", true, x4, "CMYK"},
+        {15, Bilevel, "1.6", true, x4, "CMYK"},
     };
     test::TempFolder folder;
     write_painted_pdf(folder / "fills.pdf", {"1 0 0 rg"}, "<< /Type /ExtGState /ca 1 >>");
     for (const auto &c : cases) {
         SCOPED_TRACE("code " + std::to_string(c.code));
         const auto target = folder / "out.pdf";
-        EXPECT_EQ(assemble(target, c.code, {c.content}, folder / "fills.pdf"),
+        EXPECT_EQ(assemble(target, c.code, {c.content, c.content}, folder / "fills.pdf"),
                   std::vector<std::string>{});
         EXPECT_EQ(test::pdf_header_version(target), c.header);
         EXPECT_EQ(test::structural_problems(target), "");
-
         QPDF pdf;
         test::open_pdf(pdf, target);
-        EXPECT_NE(test::xmp_packet_of(pdf).find(c.identification), std::string::npos);
+        EXPECT_EQ(test::uses_object_streams(pdf), c.object_streams);
+        QPDFObjectHandle intents = pdf.getRoot().getKey("/OutputIntents");
+        ASSERT_EQ(intents.isArray() ? intents.getArrayNItems() : 0, *c.profile ? 1 : 0);
+        if (!*c.profile) {
+            continue;
+        }
+        EXPECT_TRUE(contains(test::xmp_packet_of(pdf), c.identification));
         EXPECT_TRUE(pdf.getRoot().getKey("/Metadata").getDict().getKey("/Filter").isNull());
         EXPECT_TRUE(pdf.getTrailer().getKey("/ID").isArray());
-        QPDFObjectHandle intents = pdf.getRoot().getKey("/OutputIntents");
-        ASSERT_EQ(intents.isArray() ? intents.getArrayNItems() : 0, 1);
         QPDFObjectHandle intent = intents.getArrayItem(0);
         EXPECT_TRUE(intent.getKey("/S").isNameAndEquals(c.code == 15 ? "/GTS_PDFX" : "/GTS_PDFA1"));
         QPDFObjectHandle profile = intent.getKey("/DestOutputProfile");
@@ -369,6 +356,111 @@ TEST(Conformance, SecurityPassNamesThePageTheOutputIntentDoesNotFit)
         }
         QPDFWriter(pdf, target.c_str()).write();
         EXPECT_EQ(encryptpdfnow(target, snapshot_for(c.code)), c.lines) << c.code;
+    }
+}
+
+engine::OptionSnapshot texts(const std::string &author, const std::string &title,
+                             const std::string &subject)
+{
+    engine::OptionSnapshot snapshot;
+    snapshot.mpdfauthorname = author;
+    snapshot.mpdftitle = title;
+    snapshot.msubject = subject;
+    return snapshot;
+}
+
+// Info and XMP say the same texts, XML-escaped; an empty text leaves no entry in either.
+TEST(DocInfo, InfoAndXmpSayTheSame)
+{
+    const struct
+    {
+        engine::OptionSnapshot snapshot;
+        std::vector<std::string> xmp_has, xmp_lacks;
+    } cases[] = {
+        {texts("Zoë Ångström", "Costs & <Benefits>", "Q3 \"final\""),
+         {"<rdf:li>Zoë Ångström</rdf:li>", ">Costs &amp; &lt;Benefits&gt;</rdf:li>",
+          ">Q3 &quot;final&quot;</rdf:li>"},
+         {}},
+        {texts("", "Only a title", ""), {">Only a title</rdf:li>"}, {"<dc:creator>", "<dc:description>"}},
+        {texts("", "", ""), {}, {"<dc:title>", "<dc:creator>", "<dc:description>"}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.snapshot.mpdftitle);
+        QPDF pdf;
+        pdf.emptyPDF();
+        applydocinfo(pdf, c.snapshot);
+        QPDFObjectHandle info = pdf.getTrailer().getKey("/Info");
+        const std::pair<const char *, std::string> entries[] = {
+            {"/Author", c.snapshot.mpdfauthorname}, {"/Title", c.snapshot.mpdftitle},
+            {"/Subject", c.snapshot.msubject}, {"/Creator", "Quirefold"}, {"/Producer", "Quirefold"}};
+        for (const auto &[key, text] : entries) {
+            EXPECT_EQ(test::info_entry(pdf, key), text) << key;
+            EXPECT_EQ(info.hasKey(key), !text.empty()) << key;
+        }
+        std::vector<std::string> has = c.xmp_has;
+        has.push_back("<xmp:CreatorTool>Quirefold</xmp:CreatorTool>");
+        has.push_back("<pdf:Producer>Quirefold</pdf:Producer>");
+        const std::string xmp = test::xmp_packet_of(pdf);
+        for (const auto &part : has) {
+            EXPECT_TRUE(contains(xmp, part)) << part << "\n" << xmp;
+        }
+        for (const auto &part : c.xmp_lacks) {
+            EXPECT_FALSE(contains(xmp, part)) << part;
+        }
+        QPDFObjectHandle metadata = pdf.getRoot().getKey("/Metadata").getDict();
+        EXPECT_TRUE(metadata.getKey("/Type").isNameAndEquals("/Metadata"));
+        EXPECT_TRUE(metadata.getKey("/Subtype").isNameAndEquals("/XML"));
+    }
+}
+
+TEST(DocInfo, DatesMatchAndTheCreationDateSurvivesARewrite)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    QPDFObjectHandle info = pdf.makeIndirectObject(QPDFObjectHandle::newDictionary());
+    info.replaceKey("/CreationDate", QPDFObjectHandle::newString("D:20200102030405+01'00'"));
+    pdf.getTrailer().replaceKey("/Info", info);
+    applydocinfo(pdf, texts("a", "b", "c"));
+    EXPECT_EQ(test::info_entry(pdf, "/CreationDate"), "D:20200102030405+01'00'");
+    const std::string xmp = test::xmp_packet_of(pdf);
+    EXPECT_TRUE(contains(xmp, "<xmp:CreateDate>2020-01-02T03:04:05+01:00</xmp:CreateDate>")) << xmp;
+    // ModDate is now, and the XMP carries the same instant.
+    const std::string mod = test::info_entry(pdf, "/ModDate");
+    std::smatch d;
+    ASSERT_TRUE(std::regex_match(mod, d, std::regex(R"(D:(\d{4})(\d\d)(\d\d)(\d\d)(\d\d)(\d\d).*)")));
+    EXPECT_TRUE(contains(xmp, "<xmp:ModifyDate>" + d[1].str() + "-" + d[2].str() + "-" + d[3].str() +
+                                  "T" + d[4].str() + ":" + d[5].str() + ":" + d[6].str()))
+        << xmp;
+}
+
+// Rewriting the texts keeps the file's conformance claim; PDF/X keeps the title it needs.
+TEST(DocInfo, RewritingKeepsTheConformanceClaim)
+{
+    const struct
+    {
+        XmpIdentification claim;
+        const char *written; // as the XMP says it
+    } cases[] = {
+        {{"2", "B", ""}, "<pdfaid:part>2</pdfaid:part>"},
+        {{"1", "B", ""}, "<pdfaid:conformance>B</pdfaid:conformance>"},
+        {{"", "", "PDF/X-4"}, "<pdfxid:GTS_PDFXVersion>PDF/X-4</pdfxid:GTS_PDFXVersion>"},
+        {{}, "<pdfaid:"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.written);
+        QPDF pdf;
+        pdf.emptyPDF();
+        applydocinfo(pdf, texts("Ann", "Annual report", ""));
+        set_identification(pdf, c.claim);
+        applydocinfo(pdf, texts("Bob", "", "Figures"));
+        const std::string xmp = test::xmp_packet_of(pdf);
+        const bool claimed = !c.claim.pdfa_part.empty() || !c.claim.pdfx_version.empty();
+        EXPECT_EQ(contains(xmp, c.written), claimed) << xmp;
+        EXPECT_EQ(test::info_entry(pdf, "/Author"), "Bob");
+        EXPECT_TRUE(contains(xmp, "<rdf:li>Bob</rdf:li>") && !contains(xmp, "Ann<"));
+        const std::string title = c.claim.pdfx_version.empty() ? "" : "Annual report";
+        EXPECT_EQ(test::info_entry(pdf, "/Title"), title);
+        EXPECT_EQ(contains(xmp, "<dc:title>"), !title.empty());
     }
 }
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <qpdf/Buffer.hh>
 #include <qpdf/QPDF.hh>
-#include <qpdf/QPDFPageObjectHelper.hh>
 
 #include "engine/error.h"
 #include "engine/run_model.h"
@@ -15,20 +16,160 @@
 namespace qf::writers::pdf {
 namespace {
 
-engine::OptionSnapshot plain_snapshot()
+using test::opens_with;
+using test::read_encryption;
+
+struct Level {
+    int enlvl;
+    const char* row;
+    int revision, version;
+    QPDF::encryption_method_e cipher;
+    std::size_t key_bits;
+};
+const Level kLevels[] = {
+    {0, "40 Bit", 2, 1, QPDF::e_rc4, 40},
+    {1, "128 Bit RC4", 3, 2, QPDF::e_rc4, 128},
+    {3, "128 Bit AES", 4, 4, QPDF::e_aes, 128},
+    {4, "256 Bit AES", 6, 5, QPDF::e_aesv3, 256},
+};
+
+struct Rights {
+    bool copy, print, annotate;
+    int denied; // the permission bits a reader must find refused
+};
+const Rights kRights[] = {
+    {true, true, true, 0},      {false, true, true, 528},    {true, false, true, 2052},
+    {true, true, false, 296},   {false, false, true, 2580},  {false, true, false, 824},
+    {true, false, false, 2348}, {false, false, false, 3900},
+};
+
+engine::OptionSnapshot snapshot_for(int enlvl, const std::string& user = {},
+                                    const std::string& owner = {},
+                                    const Rights& rights = kRights[0])
 {
     engine::OptionSnapshot snapshot;
     snapshot.mimageformat = "PDF (Multipage)";
     snapshot.mpdfversionnumber = 7;
+    snapshot.enlvl = std::max(enlvl, 0); // -1: a file without passwords, left unencrypted
+    snapshot.mpdfpassword = user;
+    snapshot.mpdffullpassword = owner;
+    snapshot.mallowcopy = rights.copy;
+    snapshot.mallowprinting = rights.print;
+    snapshot.mallowannotation = rights.annotate;
     return snapshot;
 }
 
-engine::OptionSnapshot encrypting_snapshot(int enlvl)
+// The refused permission bits a revision gives meaning to. Revision 2 knows only the four low
+// rights, revision 3 all twelve bits. From revision 4 on readers disregard the accessibility
+// bit (0x200) and QPDF always grants it; copying is still refused by 0x10.
+int refused_bits(const test::EncryptionFacts& facts)
 {
-    auto snapshot = plain_snapshot();
-    snapshot.enlvl = enlvl;
-    snapshot.mpdfpassword = "reader";
-    return snapshot;
+    return ~facts.permissions &
+           (facts.revision == 2 ? 0x3C : facts.revision == 3 ? 0xF3C : 0xD3C);
+}
+int refused_bits(int denied, int revision)
+{
+    return refused_bits({.revision = revision, .permissions = ~denied});
+}
+
+// Every level with every combination of rights: the cipher, key and permissions a reader
+// finds, and that the passwords open what they should.
+TEST(SecurityPass, EncryptsAtEachLevelWithTheRefusedRights)
+{
+    test::ScratchFolder folder;
+    const auto pdf = folder / "secured.pdf";
+    for (const auto& level : kLevels) {
+        for (const auto& rights : kRights) {
+            SCOPED_TRACE(std::string(level.row) + ", denied " + std::to_string(rights.denied));
+            test::write_labelled_pdf(pdf, {"first", "second"});
+            EXPECT_TRUE(
+                encryptpdfnow(pdf, snapshot_for(level.enlvl, "reader", "master", rights)).empty());
+            EXPECT_FALSE(opens_with(pdf, ""));
+            const auto facts = read_encryption(pdf, "reader");
+            ASSERT_TRUE(facts.encrypted);
+            EXPECT_EQ(facts.revision, level.revision);
+            EXPECT_EQ(facts.version, level.version);
+            EXPECT_EQ(facts.stream_method, level.cipher);
+            EXPECT_EQ(facts.key_bits, level.key_bits);
+            EXPECT_FALSE(facts.owner_matched);
+            EXPECT_EQ(refused_bits(facts), refused_bits(rights.denied, level.revision));
+            EXPECT_TRUE(read_encryption(pdf, "master").owner_matched);
+
+            QPDF reopened;
+            test::open_pdf(reopened, pdf, "reader");
+            EXPECT_EQ(reopened.allowPrintLowRes(), rights.print);
+            EXPECT_EQ(reopened.allowExtractAll(), rights.copy);
+            EXPECT_EQ(reopened.allowModifyAnnotation(), rights.annotate);
+            EXPECT_EQ(test::page_labels(reopened), (std::vector<std::string>{"first", "second"}));
+        }
+    }
+}
+
+// Which password opens the file and which lifts the refused rights. Without a Master
+// Password the owner password is random, never empty and never the Viewing Password, so
+// whoever opens the file cannot lift the refused rights; a Master Password alone, or a
+// refused right alone, gives a file anyone opens. Blanks around a password are not part of
+// it, and blanks alone are no password at all.
+TEST(SecurityPass, PasswordCombinationsAtEachLevel)
+{
+    const struct {
+        const char *user, *owner;
+        Rights rights;
+        const char* opener;       // the password a reader gives to open the file
+        bool opens_without;       // no password needed at all
+        bool opener_lifts_rights; // the opener matched the owner password
+    } cases[] = {
+        {"viewer", "", {false, true, true, 528}, "viewer", false, false},
+        {"  secret ", "", kRights[0], "secret", false, false},
+        {"", "  boss  ", kRights[0], "boss", true, true},
+        {"", "boss", kRights[0], "", true, false},
+        {"", "", {true, false, true, 2052}, "", true, false},
+    };
+    test::ScratchFolder folder;
+    const auto pdf = folder / "combination.pdf";
+    for (const auto& level : kLevels) {
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(level.row) + ", user '" + c.user + "', owner '" + c.owner + "'");
+            test::write_labelled_pdf(pdf, {"only page"});
+            encryptpdfnow(pdf, snapshot_for(level.enlvl, c.user, c.owner, c.rights));
+            EXPECT_EQ(opens_with(pdf, ""), c.opens_without);
+            EXPECT_EQ(opens_with(pdf, c.user), c.user == std::string(c.opener) || c.opens_without);
+            const auto facts = read_encryption(pdf, c.opener);
+            ASSERT_TRUE(facts.encrypted);
+            EXPECT_EQ(facts.revision, level.revision);
+            EXPECT_EQ(facts.owner_matched, c.opener_lifts_rights);
+            EXPECT_EQ(refused_bits(facts), refused_bits(c.rights.denied, level.revision));
+        }
+    }
+    test::write_labelled_pdf(pdf, {"only page"});
+    encryptpdfnow(pdf, snapshot_for(3, "   ", " \t"));
+    EXPECT_FALSE(read_encryption(pdf, "").encrypted);
+}
+
+// What a reader hashes is the typed text in the encoding of the revision: UTF-8 (with
+// SASLprep's mapping) for AES-256, PDFDocEncoding for the older levels, whose readers fall back
+// to UTF-8 bytes for characters PDFDocEncoding lacks.
+TEST(SecurityPass, NonAsciiPasswordsOpenAsReadersEncodeThem)
+{
+    const struct {
+        int enlvl;
+        const char* typed;
+        std::string reader_bytes;
+    } cases[] = {
+        {0, "pässwörd", "p\xE4ssw\xF6rd"},       {1, "pässwörd", "p\xE4ssw\xF6rd"},
+        {3, "pässwörd", "p\xE4ssw\xF6rd"},       {4, "pässwörd", "pässwörd"},
+        {4, "open\u00A0sesame", "open sesame"}, {4, "soft\u00ADhyphen", "softhyphen"},
+        {3, "密码", "密码"},
+    };
+    test::ScratchFolder folder;
+    const auto pdf = folder / "unicode.pdf";
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.enlvl) + " " + c.typed);
+        test::write_labelled_pdf(pdf, {"only page"});
+        encryptpdfnow(pdf, snapshot_for(c.enlvl, c.typed));
+        EXPECT_FALSE(opens_with(pdf, ""));
+        EXPECT_TRUE(opens_with(pdf, c.reader_bytes));
+    }
 }
 
 std::string stream_bytes(QPDFObjectHandle stream, qpdf_stream_decode_level_e level)
@@ -45,7 +186,7 @@ TEST(SecurityPass, NoOptionsRewriteTheFileUnencryptedAndLossless)
     test::ScratchFolder folder;
     const auto pdf = folder / "plain.pdf";
     test::write_labelled_pdf(pdf, {"one", "two"}, {.images = true});
-    auto snapshot = plain_snapshot();
+    auto snapshot = snapshot_for(-1);
     snapshot.mpdfauthorname = "Ada Lovelace";
     EXPECT_TRUE(encryptpdfnow(pdf, snapshot).empty());
 
@@ -75,8 +216,7 @@ TEST(SecurityPass, VersionAndObjectStreamsFollowTheFeatures)
 {
     const struct {
         const char* version;
-        int pdfa_part;
-        int enlvl; // -1: no encryption
+        int pdfa_part, enlvl; // enlvl -1: no encryption
         const char* expected_version;
         int expected_extension;
         bool object_streams;
@@ -93,12 +233,8 @@ TEST(SecurityPass, VersionAndObjectStreamsFollowTheFeatures)
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.version) + " part " + std::to_string(c.pdfa_part) + " level " +
                      std::to_string(c.enlvl));
-        test::PdfDressing dressing;
-        dressing.version = c.version;
-        dressing.pdfa_part = c.pdfa_part;
-        test::write_labelled_pdf(pdf, {"a", "b"}, dressing);
-        encryptpdfnow(pdf, c.enlvl < 0 ? plain_snapshot() : encrypting_snapshot(c.enlvl));
-
+        test::write_labelled_pdf(pdf, {"a", "b"}, {.version = c.version, .pdfa_part = c.pdfa_part});
+        encryptpdfnow(pdf, snapshot_for(c.enlvl, c.enlvl < 0 ? "" : "reader"));
         QPDF result;
         test::open_pdf(result, pdf, c.enlvl < 0 ? "" : "reader");
         EXPECT_EQ(result.getPDFVersion(), c.expected_version);
@@ -111,33 +247,27 @@ TEST(SecurityPass, VersionAndObjectStreamsFollowTheFeatures)
 // claim comes from the chosen level or, failing that, from the file's XMP.
 TEST(SecurityPass, ReportsTheConformanceThatEncryptionBreaks)
 {
+    const std::string broken = "report.pdf is encrypted and no longer conforms to ";
     const struct {
-        int chosen_code;
-        int pdfa_part;
+        int chosen_code, pdfa_part;
         char conformance;
         const char* pdfx;
-        bool encrypt;
+        int enlvl;
         std::vector<std::string> lines;
     } cases[] = {
-        {14, 1, 'B', "", true, {"report.pdf is encrypted and no longer conforms to PDF/A 1b"}},
-        {14, 0, 'B', "", true, {"report.pdf is encrypted and no longer conforms to PDF/A 1b"}},
-        {7, 2, 'U', "", true, {"report.pdf is encrypted and no longer conforms to PDF/A 2u"}},
-        {15, 0, 'B', "PDF/X-4", true, {"report.pdf is encrypted and no longer conforms to PDF/X-4"}},
-        {7, 0, 'B', "PDF/X-4", true, {"report.pdf is encrypted and no longer conforms to PDF/X-4"}},
-        {18, 2, 'B', "", false, {}},
-        {7, 0, 'B', "", true, {}},
+        {14, 1, 'B', "", 4, {broken + "PDF/A 1b"}}, {14, 0, 'B', "", 4, {broken + "PDF/A 1b"}},
+        {7, 2, 'U', "", 4, {broken + "PDF/A 2u"}},  {15, 0, 'B', "PDF/X-4", 4, {broken + "PDF/X-4"}},
+        {7, 0, 'B', "PDF/X-4", 4, {broken + "PDF/X-4"}}, {18, 2, 'B', "", -1, {}},
+        {7, 0, 'B', "", 4, {}},
     };
     test::ScratchFolder folder;
     const auto pdf = folder / "report.pdf";
     for (const auto& c : cases) {
-        SCOPED_TRACE("code " + std::to_string(c.chosen_code) + " part " +
-                     std::to_string(c.pdfa_part));
-        test::PdfDressing dressing;
-        dressing.pdfa_part = c.pdfa_part;
-        dressing.pdfa_conformance = c.conformance;
-        dressing.pdfx_version = c.pdfx;
-        test::write_labelled_pdf(pdf, {"page"}, dressing);
-        auto snapshot = c.encrypt ? encrypting_snapshot(4) : plain_snapshot();
+        SCOPED_TRACE("code " + std::to_string(c.chosen_code) + " part " + std::to_string(c.pdfa_part));
+        test::write_labelled_pdf(pdf, {"page"}, {.pdfa_part = c.pdfa_part,
+                                                 .pdfa_conformance = c.conformance,
+                                                 .pdfx_version = c.pdfx});
+        auto snapshot = snapshot_for(c.enlvl, c.enlvl < 0 ? "" : "reader");
         snapshot.mpdfversionnumber = c.chosen_code;
         EXPECT_EQ(encryptpdfnow(pdf, snapshot), c.lines);
     }
@@ -157,7 +287,7 @@ TEST(SecurityPass, FailureLeavesTheFileAsItWas)
         SCOPED_TRACE(name);
         const std::string before = test::file_bytes(folder / name);
         try {
-            encryptpdfnow(folder / name, encrypting_snapshot(4));
+            encryptpdfnow(folder / name, snapshot_for(4, "reader"));
             ADD_FAILURE() << "the pass succeeded";
         } catch (const engine::Error& e) {
             EXPECT_EQ(e.kind(), engine::ErrorKind::Output);
