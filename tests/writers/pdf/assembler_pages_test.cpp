@@ -104,84 +104,59 @@ TEST(PdfAssembler, AssemblersOfOneFactoryReadEachSourceAsItIsNow)
     EXPECT_THROW(assembler->add_pdf_page(folder / "other.pdf", "", 6), engine::Error);
 }
 
-TEST(PdfAssembler, ImagePagesMeasurePixelsTimesPageScale)
+// Picture pages measure pixels times the page scale, the picture drawn over the whole page;
+// bilevel ones stay one bit (CCITT G4), colour ones 8-bit RGB, each keeping every pixel.
+TEST(PdfAssembler, PicturePagesKeepTheirSizeDepthAndEveryPixel)
 {
     const struct
     {
-        int width, height;
-        PixelFormat format;
-        double pagescale;
-        double points_wide, points_high;
+        engine::PagePicture picture;
+        double pagescale, points_wide, points_high;
     } cases[] = {
-        {2550, 3300, PixelFormat::Bilevel, 72.0 / 300, 612, 792},
-        {200, 100, PixelFormat::Rgb8, 72.0 / 96, 150, 75},
-        {101, 51, PixelFormat::Bilevel, 72.0 / 200, 36.36, 18.36},
-        {640, 480, PixelFormat::Rgb8, 1.0, 640, 480},
+        {test::patterned_bilevel(2550, 3300), 72.0 / 300, 612, 792},
+        {test::gradient_rgb(200, 100), 72.0 / 96, 150, 75},
+        {test::patterned_bilevel(101, 51), 72.0 / 200, 36.36, 18.36}, // not a multiple of 8
+        {test::gradient_rgb(640, 480), 1.0, 640, 480},
     };
     test::TempFolder folder;
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.width);
-        const auto target = folder / "scan.pdf";
-        auto assembler = make_pdf_assembler(target, snapshot_for(7), resources());
-        assembler->add_image_page(c.format == PixelFormat::Bilevel
-                                      ? test::patterned_bilevel(c.width, c.height)
-                                      : test::gradient_rgb(c.width, c.height),
-                                  c.pagescale);
-        assembler->close();
-        QPDF pdf;
-        test::open_pdf(pdf, target);
-        const auto page = pages_of(pdf).at(0);
-        const auto box = test::page_box(page, "/MediaBox");
-        ASSERT_EQ(box.size(), 4u);
-        EXPECT_NEAR(box[2] - box[0], c.points_wide, 0.001);
-        EXPECT_NEAR(box[3] - box[1], c.points_high, 0.001);
-        // The picture is drawn over the whole page: its matrix scales it to the page size.
-        std::ostringstream matrix;
-        matrix << c.points_wide << " 0 0 " << c.points_high << " 0 0 cm";
-        EXPECT_NE(test::page_content(page).find(matrix.str()), std::string::npos);
-    }
-}
-
-// Bilevel pictures stay one bit (CCITT G4), colour ones 8-bit RGB, each pixel kept, whatever
-// came before them in the file.
-TEST(PdfAssembler, PicturePagesKeepTheirDepthAndEveryPixel)
-{
-    test::TempFolder folder;
-    const auto target = folder / "pictures.pdf";
-    const engine::PagePicture pictures[] = {test::gradient_rgb(123, 45),
-                                            test::patterned_bilevel(301, 97), // not a multiple of 8
-                                            test::gradient_rgb(20, 20)};
+    const auto target = folder / "scan.pdf";
     auto assembler = make_pdf_assembler(target, snapshot_for(7), resources());
-    for (const auto &picture : pictures) {
-        assembler->add_image_page(picture, 0.5);
+    for (const auto &c : cases) {
+        assembler->add_image_page(c.picture, c.pagescale);
     }
     assembler->close();
-
     QPDF pdf;
     test::open_pdf(pdf, target);
     const auto pages = pages_of(pdf);
-    ASSERT_EQ(pages.size(), std::size(pictures));
+    ASSERT_EQ(pages.size(), std::size(cases));
     for (std::size_t i = 0; i < pages.size(); ++i) {
-        const auto &picture = pictures[i];
+        const auto &[picture, pagescale, points_wide, points_high] = cases[i];
+        SCOPED_TRACE(picture.width);
+        const auto box = test::page_box(pages[i], "/MediaBox");
+        ASSERT_EQ(box.size(), 4u);
+        EXPECT_NEAR(box[2] - box[0], points_wide, 0.001);
+        EXPECT_NEAR(box[3] - box[1], points_high, 0.001);
+        std::ostringstream matrix;
+        matrix << points_wide << " 0 0 " << points_high << " 0 0 cm";
+        EXPECT_NE(test::page_content(pages[i]).find(matrix.str()), std::string::npos);
+
         const bool bilevel = picture.format == PixelFormat::Bilevel;
         auto images = test::page_images(pages[i]);
-        ASSERT_EQ(images.size(), 1u) << i;
+        ASSERT_EQ(images.size(), 1u);
         QPDFObjectHandle dict = images[0].getDict();
-        EXPECT_EQ(dict.getKey("/BitsPerComponent").getIntValue(), bilevel ? 1 : 8) << i;
+        EXPECT_EQ(dict.getKey("/BitsPerComponent").getIntValue(), bilevel ? 1 : 8);
         EXPECT_TRUE(dict.getKey("/ColorSpace").isNameAndEquals(bilevel ? "/DeviceGray" : "/DeviceRGB"));
         if (bilevel) {
             EXPECT_TRUE(dict.getKey("/Filter").isNameAndEquals("/CCITTFaxDecode"));
             EXPECT_EQ(dict.getKey("/DecodeParms").getKey("/K").getIntValue(), -1);
             EXPECT_EQ(dict.getKey("/DecodeParms").getKey("/Columns").getIntValue(), picture.width);
-            const auto raw = images[0].getRawStreamData();
-            const std::string data(reinterpret_cast<const char *>(raw->getBuffer()), raw->getSize());
-            EXPECT_EQ(test::decode_g4(data, picture.width, picture.height, folder.path()).pixels,
-                      picture.pixels);
-        } else {
-            const auto data = images[0].getStreamData(qpdf_dl_generalized);
-            EXPECT_EQ(std::vector<std::uint8_t>(data->getBuffer(), data->getBuffer() + data->getSize()),
-                      picture.pixels) << i;
         }
+        const auto data =
+            bilevel ? images[0].getRawStreamData() : images[0].getStreamData(qpdf_dl_generalized);
+        const std::string bytes(reinterpret_cast<const char *>(data->getBuffer()), data->getSize());
+        EXPECT_EQ(bilevel ? test::decode_g4(bytes, picture.width, picture.height, folder.path()).pixels
+                          : std::vector<std::uint8_t>(bytes.begin(), bytes.end()),
+                  picture.pixels);
     }
 }
 
