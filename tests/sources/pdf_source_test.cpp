@@ -4,12 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
 #include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "engine/error.h"
 #include "sources/pdf_probe.h"
@@ -31,8 +27,8 @@ constexpr Rgb kRed{255, 0, 0};
 
 Rgb pixel(const PagePicture& picture, int x, int y)
 {
-    const std::size_t at = static_cast<std::size_t>(y) * picture.stride() + x * 3u;
-    return {picture.pixels[at], picture.pixels[at + 1], picture.pixels[at + 2]};
+    const std::uint8_t* p = picture.pixels.data() + y * picture.stride() + x * 3u;
+    return {p[0], p[1], p[2]};
 }
 
 // Dark pixels within a rectangle of the picture: where text or lines were drawn.
@@ -42,7 +38,7 @@ int dark_pixels(const PagePicture& picture, int x0, int y0, int x1, int y1)
     for (int y = y0; y < y1; ++y) {
         for (int x = x0; x < x1; ++x) {
             const Rgb p = pixel(picture, x, y);
-            count += (p[0] + p[1] + p[2]) < 3 * 128 ? 1 : 0;
+            count += p[0] + p[1] + p[2] < 3 * 128;
         }
     }
     return count;
@@ -63,11 +59,7 @@ RenderRequest at_dpi(int dpi, int zoom = 1, bool jpeg_order = false)
 // not rounded, after multiplying in the order the writer uses.
 TEST(PdfSource, RendersPagesAtTheirPixelSize)
 {
-    const struct {
-        test::PdfBoxesSpec page;
-        RenderRequest request;
-        int width, height;
-    } cases[] = {
+    const struct { test::PdfBoxesSpec page; RenderRequest request; int width, height; } cases[] = {
         {{"[0 0 612 792]", ""}, at_dpi(150), 1275, 1650},
         {{"[0 0 595.28 841.89]", ""}, at_dpi(300), 2480, 3507}, // 2480.33, not rounded up
         {{"[0 0 100 100]", ""}, at_dpi(96, 3), 399, 399},       // 100 * (4/3) * 3 falls short
@@ -110,11 +102,9 @@ TEST(PdfSource, RendersPagesAtTheirPixelSize)
 // quarter (or where /Rotate turns it), whatever the MediaBox origin, with white elsewhere.
 TEST(PdfSource, PlacesContentWhereThePageShowsIt)
 {
-    const struct {
-        double origin; // of the MediaBox, both coordinates
-        int rotate;
-        double red_x, red_y; // a point inside the red quarter, as a fraction of the picture
-    } cases[] = {{0, 0, 0.25, 0.75},  {500, 0, 0.25, 0.75},  {0, 90, 0.25, 0.25},
+    // The MediaBox's origin (both coordinates), /Rotate, and a point inside the red quarter as a
+    // fraction of the picture.
+    const struct { double origin; int rotate; double red_x, red_y; } cases[] = {{0, 0, 0.25, 0.75},  {500, 0, 0.25, 0.75},  {0, 90, 0.25, 0.25},
                  {0, 180, 0.75, 0.25}, {0, 270, 0.75, 0.75}};
     std::vector<test::PdfPageSpec> pages;
     for (const auto& c : cases) {
@@ -161,10 +151,8 @@ TEST(PdfSource, DrawsAnnotationsAndFormFieldsWithAndWithoutAppearance)
         makers[form]();
         for (const bool flatten : {true, false}) {
             SCOPED_TRACE("form " + std::to_string(form) + (flatten ? ", flattened" : ""));
-            RenderRequest request = at_dpi(72);
-            request.flatten = flatten;
             const auto source = open(file);
-            const PagePicture picture = source->picture(1, request);
+            const PagePicture picture = source->picture(1, {.dpi = 72, .flatten = flatten});
             const bool field = form >= 2;
             const test::PdfRect r = field ? test::kFieldRect : test::kAnnotationRect;
             const int x0 = static_cast<int>(r.x), y0 = static_cast<int>(792 - r.y - r.height);
@@ -184,9 +172,8 @@ TEST(PdfSource, DrawsAnnotationsAndFormFieldsWithAndWithoutAppearance)
 TEST(PdfSource, GivesTheTextOfEachPage)
 {
     test::TempFolder dir;
-    test::PdfPageSpec two_lines;
-    two_lines.texts = {{72, 700, 18, "First line"}, {72, 650, 18, "Second (line) \\ end"}};
-    test::write_pdf(dir / "lines.pdf", {two_lines, {}});
+    test::write_pdf(dir / "lines.pdf",
+                    {{.texts = {{72, 700, 18, "First line"}, {72, 650, 18, "Second (line) \\ end"}}}, {}});
     const auto lines = open(dir / "lines.pdf");
     EXPECT_EQ(lines->text(1), "First line\nSecond (line) \\ end");
     EXPECT_EQ(lines->text(2), "");
@@ -213,8 +200,7 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
                                test::PdfEncryption::Aes128, "", "owner-pw");
     const char* bad_password = "the password does not open it";
     const struct {
-        const char* file;
-        const char* password;
+        const char *file, *password;
         int pageno; // 0: the opening is refused
         RenderRequest request;
         ErrorKind kind;
@@ -236,8 +222,7 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
          "page too large to render: 183600 x 237600 pixels"},
         {"three.pdf", "", 1, at_dpi(3000), ErrorKind::Unsupported, // 2.5 GB of RGB
          "page too large to render: 25500 x 33000 pixels"},
-        {"three.pdf", "", 1, at_dpi(0), ErrorKind::Unsupported,
-         "page too small to render: 0 x 0 pixels"},
+        {"three.pdf", "", 1, at_dpi(0), ErrorKind::Unsupported, "page too small to render: 0 x 0 pixels"},
         {"three.pdf", "", 1, at_dpi(-72), ErrorKind::Unsupported,
          "page too small to render: -612 x -792 pixels"},
     };
@@ -302,9 +287,7 @@ TEST(PdfSource, ServesSeveralThreadsAtOnce)
             }
         });
     }
-    for (auto& worker : workers) {
-        worker.join();
-    }
+    std::for_each(workers.begin(), workers.end(), [](auto& worker) { worker.join(); });
     EXPECT_EQ(failures, std::vector<std::string>(4));
     for (int pageno = 1; pageno <= 8; ++pageno) {
         EXPECT_EQ(pixels[pageno - 1], expected[pageno - 1].pixels) << "page " << pageno;
