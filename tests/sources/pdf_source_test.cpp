@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <thread>
 
 #include "engine/error.h"
 #include "sources/pdf_probe.h"
@@ -99,19 +98,22 @@ TEST(PdfSource, RendersPagesAtTheirPixelSize)
 }
 
 // A page whose lower-left quarter is red: the red must land in the pixels' lower-left
-// quarter (or where /Rotate turns it), whatever the MediaBox origin, with white elsewhere.
+// quarter (or where /Rotate turns it), whatever the MediaBox origin, with white elsewhere. A
+// blank page is opaque white and has no text; lines of text come out one a line.
 TEST(PdfSource, PlacesContentWhereThePageShowsIt)
 {
     // The MediaBox's origin (both coordinates), /Rotate, and a point inside the red quarter as a
     // fraction of the picture.
-    const struct { double origin; int rotate; double red_x, red_y; } cases[] = {{0, 0, 0.25, 0.75},  {500, 0, 0.25, 0.75},  {0, 90, 0.25, 0.25},
-                 {0, 180, 0.75, 0.25}, {0, 270, 0.75, 0.75}};
+    const struct { double origin; int rotate; double red_x, red_y; } cases[] = {
+        {0, 0, 0.25, 0.75}, {500, 0, 0.25, 0.75}, {0, 90, 0.25, 0.25}, {0, 180, 0.75, 0.25},
+        {0, 270, 0.75, 0.75}};
     std::vector<test::PdfPageSpec> pages;
     for (const auto& c : cases) {
         pages.push_back({.width = 200, .height = 100, .origin_x = c.origin, .origin_y = c.origin,
                          .rotate = c.rotate, .fills = {{{0, 0, 100, 50}, test::kPdfRed}}});
     }
-    pages.push_back({}); // blank
+    pages.push_back({});
+    pages.push_back({.texts = {{72, 700, 18, "First line"}, {72, 650, 18, "Second (line) \\ end"}}});
     test::TempFolder dir;
     test::write_pdf(dir / "quarters.pdf", pages);
     const auto source = open(dir / "quarters.pdf");
@@ -127,9 +129,11 @@ TEST(PdfSource, PlacesContentWhereThePageShowsIt)
         // The page fills the picture edge to edge: the corner pixels belong to the page.
         EXPECT_EQ(at(c.red_x < 0.5 ? 0 : 0.999, c.red_y < 0.5 ? 0 : 0.999), kRed) << i + 1;
     }
-    const PagePicture blank = source->picture(source->page_count(), at_dpi(36));
+    const PagePicture blank = source->picture(6, at_dpi(36));
     EXPECT_EQ(std::count(blank.pixels.begin(), blank.pixels.end(), 255),
               static_cast<std::ptrdiff_t>(blank.pixels.size()));
+    EXPECT_EQ(source->text(6), "");
+    EXPECT_EQ(source->text(7), "First line\nSecond (line) \\ end");
 }
 
 // Annotations and form fields show in the pixels whether or not they carry an appearance,
@@ -167,16 +171,6 @@ TEST(PdfSource, DrawsAnnotationsAndFormFieldsWithAndWithoutAppearance)
             }
         }
     }
-}
-
-TEST(PdfSource, GivesTheTextOfEachPage)
-{
-    test::TempFolder dir;
-    test::write_pdf(dir / "lines.pdf",
-                    {{.texts = {{72, 700, 18, "First line"}, {72, 650, 18, "Second (line) \\ end"}}}, {}});
-    const auto lines = open(dir / "lines.pdf");
-    EXPECT_EQ(lines->text(1), "First line\nSecond (line) \\ end");
-    EXPECT_EQ(lines->text(2), "");
 }
 
 // Every way a document, a password, a page or a render is refused: the error's kind and
@@ -259,39 +253,6 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
         EXPECT_EQ(open(dir / name, password)->picture(1, at_dpi(72)).width, 612) << name;
         EXPECT_EQ(open(dir / name, password)->text(3), test::numbered_page_line(3)) << name;
         EXPECT_EQ(probe_pdf(dir / name, password).page_count, 3) << name << " " << password;
-    }
-}
-
-// Several threads on one source: each page's pixels and text are those of a lone render.
-TEST(PdfSource, ServesSeveralThreadsAtOnce)
-{
-    test::TempFolder dir;
-    test::write_numbered_pdf(dir / "numbered.pdf", 8);
-    const auto source = open(dir / "numbered.pdf");
-    std::vector<PagePicture> expected;
-    for (int pageno = 1; pageno <= 8; ++pageno) {
-        expected.push_back(source->picture(pageno, at_dpi(50)));
-    }
-    std::vector<std::vector<std::uint8_t>> pixels(8);
-    std::vector<std::string> texts(8), failures(4);
-    std::vector<std::thread> workers;
-    for (int t = 0; t < 4; ++t) {
-        workers.emplace_back([&, t] {
-            try {
-                for (int pageno = t + 1; pageno <= 8; pageno += 4) {
-                    pixels[pageno - 1] = source->picture(pageno, at_dpi(50)).pixels;
-                    texts[pageno - 1] = source->text(pageno);
-                }
-            } catch (const std::exception& error) {
-                failures[t] = error.what();
-            }
-        });
-    }
-    std::for_each(workers.begin(), workers.end(), [](auto& worker) { worker.join(); });
-    EXPECT_EQ(failures, std::vector<std::string>(4));
-    for (int pageno = 1; pageno <= 8; ++pageno) {
-        EXPECT_EQ(pixels[pageno - 1], expected[pageno - 1].pixels) << "page " << pageno;
-        EXPECT_EQ(texts[pageno - 1], test::numbered_page_line(pageno));
     }
 }
 
