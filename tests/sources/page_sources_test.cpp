@@ -200,13 +200,9 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
     test::write_encrypted_copy(dir / "three.pdf", dir / "owner-only.pdf",
                                test::PdfEncryption::Aes128, "", "owner-pw");
     const char* bad_password = "the password does not open it";
-    const struct {
-        const char *file, *password;
-        int pageno; // 0: the opening is refused
-        RenderRequest request;
-        ErrorKind kind;
-        const char* reason; // nullptr: any
-    } cases[] = {
+    // A page number 0 is a refused opening; a null reason is any.
+    const struct { const char *file, *password; int pageno; RenderRequest request; ErrorKind kind;
+                   const char* reason; } cases[] = {
         {"garbage.pdf", "", 0, {}, ErrorKind::Damaged, nullptr},
         {"stub.pdf", "", 0, {}, ErrorKind::Damaged, nullptr},
         {"empty.pdf", "", 0, {}, ErrorKind::Damaged, nullptr},
@@ -283,7 +279,7 @@ test::Rgb rgb_at(const engine::PagePicture& picture, int x, int y)
 TEST(TiffSource, ReadsEveryPageOfAMultipageFile)
 {
     const TiffPage pages[] = {
-        {}, {.width = 80, .height = 40}, {.compression = 8},
+        {}, {.width = 80, .height = 40, .copyright = "second"}, {.compression = 8},
         {.kind = TiffKind::Bilevel, .compression = 4},
         {.kind = TiffKind::Bilevel, .compression = 4, .tiled = true},
         {.kind = TiffKind::BilevelMinIsBlack}, {.kind = TiffKind::Gray16}, {.kind = TiffKind::RgbAlpha},
@@ -309,30 +305,19 @@ TEST(TiffSource, ReadsEveryPageOfAMultipageFile)
         EXPECT_EQ(rgb_at(rgb, 2, 2), kind == TiffKind::RgbAlpha ? colour : corner) << page;
     }
     EXPECT_THROW(source->picture(9, {}), engine::Error);
-}
-
-TEST(TiffSource, TiledDocumentsShowTheSecondImageWhenThereIsOne)
-{
-    test::TempFolder folder;
-    const auto two = folder / "two.tif";
-    test::make_tiff(two, {TiffPage{.tiled = true, .copyright = "first"}, TiffPage{.tiled = true, .copyright = "second"}});
-    auto source = open_tiff(two, engine::kTiledYes);
-    EXPECT_EQ(source->page_count(), 1);
-    EXPECT_EQ(rgb_at(source->picture(1, {}), 63, 47), test::page_colour(1));
-    EXPECT_EQ(source->tags().copyright, "second");
-
-    const auto one = folder / "one.tif";
-    test::make_tiff(one, {TiffPage{.tiled = true}});
-    EXPECT_EQ(rgb_at(open_tiff(one, engine::kTiledYes)->picture(1, {}), 63, 47), test::page_colour(0));
+    // A tiled document shows its second image when it has one, and that image's tags.
+    auto tiled = open_tiff(folder / "pages.tif", engine::kTiledYes);
+    EXPECT_EQ(tiled->page_count(), 1);
+    EXPECT_EQ(rgb_at(tiled->picture(1, {}), 79, 39), test::page_colour(1));
+    EXPECT_EQ(tiled->tags().copyright, "second");
+    test::make_tiff(folder / "one.tif", {TiffPage{.tiled = true}});
+    EXPECT_EQ(rgb_at(open_tiff(folder / "one.tif", engine::kTiledYes)->picture(1, {}), 63, 47),
+              test::page_colour(0));
 }
 
 TEST(TiffSource, ResolutionComesFromTheFirstImageInDotsPerInch)
 {
-    const struct {
-        float xres, yres;
-        std::uint16_t unit;
-        int expected_x, expected_y;
-    } cases[] = {
+    const struct { float xres, yres; std::uint16_t unit; int expected_x, expected_y; } cases[] = {
         {300, 200, 2, 300, 200}, {118.11f, 118.11f, 3, 300, 300}, {300, 0, 2, 0, 0}, {0, 0, 2, 0, 0}, {5, 5, 1, 0, 0},
     };
     test::TempFolder folder;
@@ -387,11 +372,7 @@ TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
                                     .yres = 200, .data = {255, 0, 0, 0, 255, 0, 0, 0, 255, 0, 0, 0, 255, 255, 255, 255, 255, 0}};
     const test::RawTiffImage bilevel{.width = 3, .height = 2, .bits_per_sample = 1, .photometric = 0, .xres = 300,
                                      .yres = 200, .data = {0x00, 0x80}};
-    const struct {
-        std::uint16_t orientation;
-        const char* shown;
-        const char* bilevel;
-    } cases[] = {
+    const struct { std::uint16_t orientation; const char *shown, *bilevel; } cases[] = {
         {1, "RGB/KWY", "WWW/KWW"},  {2, "BGR/YWK", "WWW/WWK"},  {3, "YWK/BGR", "WWK/WWW"},  {4, "KWY/RGB", "KWW/WWW"},
         {5, "RK/GW/BY", "WK/WW/WW"}, {6, "KR/WG/YB", "KW/WW/WW"}, {7, "YB/WG/KR", "WW/WW/KW"}, {8, "BY/GW/RK", "WW/WW/WK"},
     };
