@@ -150,16 +150,13 @@ TEST(PdfSource, DrawsAnnotationsAndFormFieldsWithAndWithoutAppearance)
     test::TempFolder dir;
     const std::string value = "Field Value 42";
     const fs::path file = dir / "page.pdf";
-    using test::FieldForm;
-    const std::function<void()> makers[] = {
-        [&] { test::write_square_annotation_pdf(file, test::AnnotationForm::WithAppearance); },
-        [&] { test::write_square_annotation_pdf(file, test::AnnotationForm::WithoutAppearance); },
-        [&] { test::write_text_field_pdf(file, value, FieldForm::WithAppearance); },
-        [&] { test::write_text_field_pdf(file, value, FieldForm::NeedAppearances); },
-        [&] { test::write_text_field_pdf(file, value, FieldForm::NoAppearance); },
-    };
+    using test::AnnotationForm, test::FieldForm;
     for (int form = 0; form < 5; ++form) {
-        makers[form]();
+        const FieldForm fields[] = {FieldForm::WithAppearance, FieldForm::NeedAppearances,
+                                    FieldForm::NoAppearance};
+        form < 2 ? test::write_square_annotation_pdf(file, form == 0 ? AnnotationForm::WithAppearance
+                                                                     : AnnotationForm::WithoutAppearance)
+                 : test::write_text_field_pdf(file, value, fields[form - 2]);
         for (const bool flatten : {true, false}) {
             SCOPED_TRACE("form " + std::to_string(form) + (flatten ? ", flattened" : ""));
             const auto source = open(file);
@@ -190,11 +187,9 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
     test::write_garbage_pdf(dir / "garbage.pdf");
     test::write_truncated_copy(dir / "three.pdf", dir / "stub.pdf", 9);
     test::write_truncated_copy(dir / "three.pdf", dir / "empty.pdf", 0);
-    const std::pair<const char*, test::PdfEncryption> encryptions[] = {
-        {"rc4.pdf", test::PdfEncryption::Rc4_128},
-        {"aes128.pdf", test::PdfEncryption::Aes128},
-        {"aes256.pdf", test::PdfEncryption::Aes256}};
-    for (const auto& [name, encryption] : encryptions) {
+    using enum test::PdfEncryption;
+    for (const auto& [name, encryption] : {std::pair{"rc4.pdf", Rc4_128}, {"aes128.pdf", Aes128},
+                                           {"aes256.pdf", Aes256}}) {
         test::write_encrypted_copy(dir / "three.pdf", dir / name, encryption, "user-pw", "owner-pw");
     }
     test::write_encrypted_copy(dir / "three.pdf", dir / "owner-only.pdf",
