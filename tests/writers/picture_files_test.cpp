@@ -11,6 +11,7 @@
 #include "tests/support/hostile_files.h"
 #include "tests/support/image_checks.h"
 #include "tests/support/output_checks.h"
+#include "tests/support/tiff_fixtures.h"
 #include "writers/deep_colour.h"
 #include "writers/jpeg_writer.h"
 #include "writers/picture_checks.h"
@@ -389,16 +390,12 @@ TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
     }
     EXPECT_EQ(folder.entries().size(), std::size(cases)) << "a temporary was left behind";
 
-    MultipageTiff writer;
-    writer.open(folder / "pages.tif", {snapshot, 5, "", ""});
-    for (const Rgb& colour : colours) {
-        writer.add_page(flat(colour, 8), {snapshot, 5, "", ""});
-    }
-    writer.close();
+    test::make_tiff(folder / "pages.tif", {{}, {}, {}, {}});
     writergb48(folder / "pages.tif");
     ASSERT_EQ(test::read_tiff(folder / "pages.tif").size(), 4u);
     for (int page = 0; page < 4; ++page) {
-        EXPECT_EQ(test::read_tiff_samples16(folder / "pages.tif", page).at(0), colours[page][0] * 257);
+        EXPECT_EQ(test::read_tiff_samples16(folder / "pages.tif", page).at(0),
+                  test::page_colour(page).r * 257);
     }
 }
 
