@@ -304,67 +304,51 @@ engine::OptionSnapshot texts(const std::string &author, const std::string &title
     return snapshot;
 }
 
-// Info and XMP say the same texts, XML-escaped; an empty text leaves no entry in either. The
-// XMP holds each part, or lacks those marked "!".
-TEST(DocInfo, InfoAndXmpSayTheSame)
+// The run's texts replace those a file had ("Ann", "Annual report"): Info and XMP say the
+// same, XML-escaped; an empty text leaves no entry in either, except the title PDF/X needs.
+// The file's conformance claim and creation date are kept. The XMP holds each part, or lacks
+// those marked "!".
+TEST(DocInfo, InfoAndXmpSayTheRunsTextsAndKeepTheClaim)
 {
-    const struct { engine::OptionSnapshot snapshot; std::vector<std::string> xmp; } cases[] = {
-        {texts("Zoë Ångström", "Costs & <Benefits>", "Q3 \"final\""),
+    const struct { engine::OptionSnapshot snapshot; XmpIdentification claim; std::vector<std::string> xmp;
+    } cases[] = {
+        {texts("Zoë Ångström", "Costs & <Benefits>", "Q3 \"final\""), {},
          {"<rdf:li>Zoë Ångström</rdf:li>", ">Costs &amp; &lt;Benefits&gt;</rdf:li>",
           ">Q3 &quot;final&quot;</rdf:li>", "<xmp:CreatorTool>Quirefold</xmp:CreatorTool>",
-          "<pdf:Producer>Quirefold</pdf:Producer>"}},
-        {texts("", "Only a title", ""), {">Only a title</rdf:li>", "!<dc:creator>", "!<dc:description>"}},
-        {texts("", "", ""), {"!<dc:title>", "!<dc:creator>", "!<dc:description>"}},
+          "<pdf:Producer>Quirefold</pdf:Producer>", "!<pdfaid:", "!Ann<"}},
+        {texts("", "Only a title", ""), {"2", "B", ""},
+         {">Only a title</rdf:li>", "!<dc:creator>", "!<dc:description>", "<pdfaid:part>2</pdfaid:part>"}},
+        {texts("Bob", "", "Figures"), {"1", "B", ""},
+         {"<rdf:li>Bob</rdf:li>", "!<dc:title>", "<pdfaid:conformance>B</pdfaid:conformance>"}},
+        {texts("", "", ""), {"", "", "PDF/X-4"},
+         {">Annual report</rdf:li>", "!<dc:creator>", "!<dc:description>",
+          "<pdfxid:GTS_PDFXVersion>PDF/X-4</pdfxid:GTS_PDFXVersion>"}},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.snapshot.mpdftitle);
-        QPDF pdf;
-        pdf.emptyPDF();
-        applydocinfo(pdf, c.snapshot);
-        QPDFObjectHandle info = pdf.getTrailer().getKey("/Info");
-        const std::pair<const char *, std::string> entries[] = {
-            {"/Author", c.snapshot.mpdfauthorname}, {"/Title", c.snapshot.mpdftitle},
-            {"/Subject", c.snapshot.msubject}, {"/Creator", "Quirefold"}, {"/Producer", "Quirefold"}};
-        for (const auto &[key, text] : entries) {
-            EXPECT_EQ(test::info_entry(pdf, key), text) << key;
-            EXPECT_EQ(info.hasKey(key), !text.empty()) << key;
-        }
-        const std::string xmp = test::xmp_packet_of(pdf);
-        for (const auto &part : c.xmp) {
-            EXPECT_NE(contains(xmp, part.substr(part[0] == '!')), part[0] == '!') << part << "\n" << xmp;
-        }
-    }
-}
-
-// Rewriting the texts keeps the file's conformance claim and creation date; PDF/X keeps the
-// title it needs.
-TEST(DocInfo, RewritingKeepsTheConformanceClaim)
-{
-    const struct { XmpIdentification claim; const char *written; } cases[] = { // as the XMP says it
-        {{"2", "B", ""}, "<pdfaid:part>2</pdfaid:part>"},
-        {{"1", "B", ""}, "<pdfaid:conformance>B</pdfaid:conformance>"},
-        {{"", "", "PDF/X-4"}, "<pdfxid:GTS_PDFXVersion>PDF/X-4</pdfxid:GTS_PDFXVersion>"},
-        {{}, "<pdfaid:"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.written);
+        SCOPED_TRACE(c.snapshot.mpdftitle + c.claim.pdfa_part + c.claim.pdfx_version);
         QPDF pdf;
         pdf.emptyPDF();
         applydocinfo(pdf, texts("Ann", "Annual report", ""));
         set_identification(pdf, c.claim);
         pdf.getTrailer().getKey("/Info").replaceKey(
             "/CreationDate", QPDFObjectHandle::newString("D:20200102030405+01'00'"));
-        applydocinfo(pdf, texts("Bob", "", "Figures"));
+        applydocinfo(pdf, c.snapshot);
+        QPDFObjectHandle info = pdf.getTrailer().getKey("/Info");
+        const std::string title = c.claim.pdfx_version.empty() ? c.snapshot.mpdftitle : "Annual report";
+        const std::pair<const char *, std::string> entries[] = {
+            {"/Author", c.snapshot.mpdfauthorname}, {"/Title", title}, {"/Subject", c.snapshot.msubject},
+            {"/Creator", "Quirefold"}, {"/Producer", "Quirefold"},
+            {"/CreationDate", "D:20200102030405+01'00'"}};
+        for (const auto &[key, text] : entries) {
+            EXPECT_EQ(test::info_entry(pdf, key), text) << key;
+            EXPECT_EQ(info.hasKey(key), !text.empty()) << key;
+        }
+        std::vector<std::string> parts = c.xmp;
+        parts.push_back("<xmp:CreateDate>2020-01-02T03:04:05+01:00</xmp:CreateDate>");
         const std::string xmp = test::xmp_packet_of(pdf);
-        EXPECT_EQ(test::info_entry(pdf, "/CreationDate"), "D:20200102030405+01'00'");
-        EXPECT_TRUE(contains(xmp, "<xmp:CreateDate>2020-01-02T03:04:05+01:00</xmp:CreateDate>"));
-        const bool claimed = !c.claim.pdfa_part.empty() || !c.claim.pdfx_version.empty();
-        EXPECT_EQ(contains(xmp, c.written), claimed) << xmp;
-        EXPECT_EQ(test::info_entry(pdf, "/Author"), "Bob");
-        EXPECT_TRUE(contains(xmp, "<rdf:li>Bob</rdf:li>") && !contains(xmp, "Ann<"));
-        const std::string title = c.claim.pdfx_version.empty() ? "" : "Annual report";
-        EXPECT_EQ(test::info_entry(pdf, "/Title"), title);
-        EXPECT_EQ(contains(xmp, "<dc:title>"), !title.empty());
+        for (const auto &part : parts) {
+            EXPECT_NE(contains(xmp, part.substr(part[0] == '!')), part[0] == '!') << part << "\n" << xmp;
+        }
     }
 }
 
