@@ -61,9 +61,7 @@ void stamp_with_exiftool(const std::vector<fs::path>& files, const engine::Stamp
         argv.push_back("-author=" + engine::santitext(author));
     }
     argv.push_back("-overwrite_original");
-    for (const auto& file : files) {
-        argv.push_back(file.string());
-    }
+    argv.insert(argv.end(), files.begin(), files.end());
     test::run_program(argv);
 }
 
@@ -76,9 +74,7 @@ using Tags = std::set<std::string>;
 std::map<std::string, Tags> read_back(const std::vector<fs::path>& files)
 {
     std::vector<std::string> argv = {"exiftool", "-j", "-a", "-G1"};
-    for (const auto& file : files) {
-        argv.push_back(file.string());
-    }
+    argv.insert(argv.end(), files.begin(), files.end());
     std::map<std::string, Tags> result;
     std::istringstream lines(test::run_program(argv).output);
     Tags* current = nullptr;
