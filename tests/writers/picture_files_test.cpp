@@ -1,0 +1,416 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <tuple>
+
+#include "engine/error.h"
+#include "engine/run_model.h"
+#include "engine/version.h"
+#include "settings/option_table.h"
+#include "tests/support/hostile_files.h"
+#include "tests/support/image_checks.h"
+#include "tests/support/output_checks.h"
+#include "tests/support/tiff_fixtures.h"
+#include "writers/deep_colour.h"
+#include "writers/jpeg_writer.h"
+#include "writers/picture_checks.h"
+#include "writers/png_writer.h"
+#include "writers/tiff_writer.h"
+
+namespace qf::writers {
+namespace {
+
+using engine::PagePicture;
+using test::file_bytes;
+using Rgb = std::array<std::uint8_t, 3>;
+
+constexpr Rgb kRed{220, 20, 30}, kGreen{10, 200, 40}, kBlue{30, 40, 210}, kWhite{255, 255, 255},
+              kBlack{0, 0, 0};
+
+// 64 x 48 pixels in four flat quadrants, which a JPEG encoder keeps close to their colours.
+PagePicture quadrants()
+{
+    return test::make_rgb_picture(64, 48, [](int x, int y) {
+        return y < 24 ? (x < 32 ? kRed : kGreen) : (x < 32 ? kBlue : kWhite);
+    });
+}
+
+// The page's own colour at (x, y), bilevel pages as black and white.
+Rgb colour_of(const PagePicture& page, int x, int y)
+{
+    const PagePicture rgb = engine::to_rgb(page);
+    const auto* p = rgb.pixels.data() + rgb.stride() * y + 3 * x;
+    return {p[0], p[1], p[2]};
+}
+
+// Progressive JFIF in RGB whatever the page, the run's resolution as its density.
+TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
+{
+    const PagePicture bilevel = test::make_bilevel_picture(64, 48, [](int x, int) { return x < 20; });
+    const struct { int thedpi, density; bool bilevel; } cases[] = {{150, 150, false}, {72, 72, false}, {600, 600, true}, {100000, 65535, false}};
+    test::OutputFolder folder;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.thedpi);
+        engine::OptionSnapshot snapshot;
+        snapshot.mjpgquality = "90";
+        snapshot.thedpi = c.thedpi;
+        const PagePicture page = c.bilevel ? bilevel : quadrants();
+        write_jpeg(page, folder / "page.jpg", {snapshot, 1, "", ""});
+
+        const test::JpegFile jpeg = test::read_jpeg(folder / "page.jpg");
+        EXPECT_EQ(std::tuple(jpeg.progressive, jpeg.jfif, jpeg.density_unit, jpeg.x_density,
+                             jpeg.y_density, jpeg.image.components, jpeg.image.width, jpeg.image.height),
+                  std::tuple(true, true, 1, c.density, c.density, 3, 64, 48));
+        for (const auto [x, y] : {std::pair{8, 8}, {56, 8}, {8, 40}, {56, 40}}) {
+            const Rgb expected = colour_of(page, x, y), actual = jpeg.image.rgb_at(x, y);
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(actual[channel], expected[channel], 12) << x << "," << y;
+            }
+        }
+    }
+}
+
+TEST(JpegWriter, QualityIsTheWholeNumberClampedToTheEncodersRange)
+{
+    // Texts that must encode exactly as the plain quality beside them.
+    const std::pair<const char*, const char*> cases[] = {
+        {"75.9", "75"}, {" 40abc", "40"}, {"250", "100"}, {"0", "1"}, {"-20", "1"}, {"none", "1"}};
+    test::OutputFolder folder;
+    const auto write_with = [&](const std::string& quality, const std::string& name) {
+        engine::OptionSnapshot snapshot;
+        snapshot.mjpgquality = quality;
+        write_jpeg(quadrants(), folder / name, {snapshot, 1, "", ""});
+        return file_bytes(folder / name);
+    };
+    for (const auto& [text, same_as] : cases) {
+        EXPECT_EQ(write_with(text, "a.jpg"), write_with(same_as, "b.jpg")) << text;
+    }
+    EXPECT_LT(write_with("1", "low.jpg").size(), write_with("100", "high.jpg").size());
+}
+
+TEST(PngWriter, WritesLosslessEightBitRgbWithoutResolution)
+{
+    test::OutputFolder folder;
+    engine::OptionSnapshot snapshot;
+    snapshot.thedpi = 300;
+    for (const PagePicture& page :
+         {quadrants(), test::make_bilevel_picture(19, 5, [](int x, int y) { return (x + y) % 3; })}) {
+        write_png(page, folder / "page.png", {snapshot, 1, "", ""});
+        const test::PngFile png = test::read_png(folder / "page.png");
+        EXPECT_EQ(std::tuple(png.bit_depth, png.color_type, png.interlaced, png.has_phys),
+                  std::tuple(8, 2, false, false));
+        EXPECT_EQ(png.image.samples, engine::to_rgb(page).pixels);
+    }
+}
+
+// A page replaces an earlier file of its name; a page no encoder can take throws and leaves
+// the earlier file whole, with no temporary beside it.
+TEST(PictureWriters, ReplaceTheEarlierFileOnlyWithAWholeOne)
+{
+    const struct {
+        engine::PictureFileWriter write;
+        const char* name;
+        int (*width)(const std::filesystem::path&);
+    } writers[] = {
+        {write_jpeg, "kept.jpg", [](const std::filesystem::path& file) { return test::read_jpeg(file).image.width; }},
+        {write_png, "kept.png", [](const std::filesystem::path& file) { return test::read_png(file).image.width; }},
+        {write_tiff_single, "kept.tif", [](const std::filesystem::path& file) { return test::read_tiff(file).at(0).width; }},
+    };
+    test::OutputFolder folder;
+    engine::OptionSnapshot snapshot;
+    PagePicture truncated = quadrants();
+    truncated.pixels.resize(truncated.pixels.size() / 2);
+    for (const auto& writer : writers) {
+        const auto target = folder / writer.name;
+        writer.write(test::make_rgb_picture(8, 8, [](int, int) { return kRed; }), target,
+                     {snapshot, 1, "", ""});
+        writer.write(quadrants(), target, {snapshot, 1, "", ""});
+        EXPECT_EQ(writer.width(target), 64) << writer.name;
+        const std::string before = file_bytes(target);
+        for (const auto& bad : {PagePicture{}, truncated}) {
+            EXPECT_THROW(writer.write(bad, target, {snapshot, 1, "", ""}), engine::Error);
+            EXPECT_EQ(file_bytes(target), before) << writer.name;
+        }
+    }
+    EXPECT_EQ(folder.entries(), (std::vector<std::string>{"kept.jpg", "kept.png", "kept.tif"}));
+}
+
+// The threshold is taken eight pixels at a time with a shortcut for white; every width's tail,
+// pixels just either side of mid-grey and saturated colours must come out as the luminance says.
+TEST(PictureWriters, BilevelThresholdFollowsLuminanceAtEveryWidth)
+{
+    const Rgb palette[] = {kWhite, {0, 0, 0}, {128, 128, 128}, {127, 128, 128},
+                           kRed,   kGreen,    kBlue,           {255, 255, 254}};
+    for (const int width : {1, 7, 8, 9, 16, 23, 64, 101}) {
+        // Mostly white, so the shortcut is taken, with runs of other colours.
+        const auto colour_at = [&](int x, int y) {
+            return (x / 3 + y) % 4 == 0 ? palette[(x * 7 + y * 3) % 8] : kWhite;
+        };
+        const PagePicture bilevel = to_bilevel(test::make_rgb_picture(width, 5, colour_at));
+        ASSERT_EQ(bilevel.format, engine::PixelFormat::Bilevel);
+        ASSERT_EQ(bilevel.pixels.size(), bilevel.stride() * 5);
+        for (int y = 0; y < 5; ++y) {
+            for (int x = 0; x < static_cast<int>(bilevel.stride()) * 8; ++x) {
+                const bool black = (bilevel.pixels[bilevel.stride() * y + x / 8] >> (7 - x % 8)) & 1;
+                const Rgb c = x < width ? colour_at(x, y) : kWhite; // padding bits stay white
+                EXPECT_EQ(black, 299 * c[0] + 587 * c[1] + 114 * c[2] < 128000)
+                    << "pixel " << x << "," << y << " of width " << width;
+            }
+        }
+    }
+}
+
+const std::string kSoftware = std::string("Quirefold v") + engine::kLongVersion;
+
+// Columns of dark and light colours, 8 pixels wide each; the pattern survives thresholding.
+const Rgb kStripes[] = {{10, 10, 10},    {250, 240, 230}, {180, 0, 0},
+                        {100, 255, 120}, {0, 0, 255},     {255, 255, 0}};
+
+PagePicture striped(int width, int height)
+{
+    return test::make_rgb_picture(width, height, [](int x, int) { return kStripes[(x / 8) % 6]; });
+}
+
+PagePicture flat(Rgb colour, int side = 16)
+{
+    return test::make_rgb_picture(side, side, [colour](int, int) { return colour; });
+}
+
+engine::OptionSnapshot run_snapshot()
+{
+    engine::OptionSnapshot snapshot;
+    snapshot.mjpgquality = "92";
+    snapshot.thedpi = 200;
+    snapshot.mtiffcopyright = "Global copyright";
+    snapshot.mtiffdocumentname = "Global name";
+    return snapshot;
+}
+
+// The reason of the output error `action` throws; empty when it throws none.
+std::string reason_of(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const engine::Error& error) {
+        EXPECT_EQ(error.kind(), engine::ErrorKind::Output);
+        return error.reason();
+    }
+    return "";
+}
+
+void expect_near(const Rgb& actual, const Rgb& expected, int tolerance)
+{
+    for (int channel = 0; channel < 3; ++channel) {
+        EXPECT_NEAR(actual[channel], expected[channel], tolerance) << "channel " << channel;
+    }
+}
+
+// Each row of the compression popup through the run's coding to the file, then codes the
+// writer does not know, which fall back to no compression. A bilevel page keeps every pixel
+// in every lossless form.
+TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
+{
+    const struct {
+        int row, code, compression; // row of the popup; -1: `code` as it stands
+        bool bilevel;
+    } cases[] = {
+        {0, 0, 1, false},  {1, 0, 32773, false}, {2, 0, 5, false},  {3, 0, 3, true},
+        {4, 0, 4, true},   {5, 0, 7, false},     {6, 0, 8, false},  {7, 0, 2, true},
+        {-1, 0, 1, false}, {-1, 6, 1, false},
+    };
+    const PagePicture bilevel =
+        test::make_bilevel_picture(37, 21, [](int x, int y) { return (x * y) % 5 == 1; });
+    test::OutputFolder folder;
+    const auto target = folder / "page.tif";
+    for (const auto& c : cases) {
+        int tiffcode = c.code;
+        if (c.row >= 0) {
+            engine::OptionValues values = settings::default_values();
+            values.set(engine::OptionId::tiffcompression, c.row);
+            engine::OptionSnapshot taken;
+            engine::take_snapshot(values, 1, taken);
+            tiffcode = engine::tiff_compression_code(taken.mtiffcompression);
+        }
+        SCOPED_TRACE("code " + std::to_string(tiffcode));
+        write_tiff_single(striped(100, 70), target, {run_snapshot(), tiffcode, "", ""});
+
+        const auto images = test::read_tiff(target);
+        ASSERT_EQ(images.size(), 1u);
+        const test::TiffImage& tiff = images[0];
+        EXPECT_EQ(std::tuple(tiff.compression, tiff.photometric, tiff.bits_per_sample, tiff.y_resolution,
+                             tiff.resolution_unit, tiff.software.value_or("")),
+                  std::tuple(c.compression, c.bilevel ? 0 : 2, c.bilevel ? 1 : 8, 200.0f, 2, kSoftware));
+        if (c.compression == 7) {
+            EXPECT_EQ(tiff.rows_per_strip, 32u);
+            EXPECT_EQ(tiff.fill_order, 2);
+        }
+        for (int stripe = 0; stripe < 6; ++stripe) {
+            const Rgb expected = !c.bilevel ? kStripes[stripe] : stripe % 2 ? kWhite : kBlack;
+            expect_near(tiff.image.rgb_at(stripe * 8 + 4, 35), expected, c.compression == 7 ? 16 : 0);
+        }
+        if (c.compression != 7) {
+            write_tiff_single(bilevel, target, {run_snapshot(), tiffcode, "", ""});
+            EXPECT_EQ(test::read_tiff(target).at(0).image.samples, engine::to_rgb(bilevel).pixels);
+        }
+    }
+}
+
+TEST(TiffWriter, SinglePageTakesTheSourceTextsUnlessBlank)
+{
+    // The source's texts, the run's copyright, and the tags expected.
+    const struct { const char *ccopyright, *cdocumentname, *global, *copyright, *name; } cases[] = {
+        {"Source (c)", "Source name", "Global", "Source (c)", "Source name"},
+        {"", "", "Global", "Global", "Global name"},
+        {"   ", "\t", "Global", "Global", "Global name"},
+        {"  padded  ", "x", "Global", "  padded  ", "x"},
+        {"", "", "", "", "Global name"},
+    };
+    test::OutputFolder folder;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string("\"") + c.ccopyright + "\", \"" + c.cdocumentname + '"');
+        engine::OptionSnapshot snapshot = run_snapshot();
+        snapshot.mtiffcopyright = c.global;
+        write_tiff_single(flat(kWhite), folder / "tags.tif",
+                          {snapshot, 5, c.ccopyright, c.cdocumentname});
+        const test::TiffImage tiff = test::read_tiff(folder / "tags.tif").at(0);
+        EXPECT_EQ(tiff.copyright.value_or("<absent>"), c.copyright);
+        EXPECT_EQ(tiff.document_name.value_or("<absent>"), c.name);
+    }
+}
+
+// The writer's life through a run: files of the pages that could be added, in order, each with
+// its own compression and the run's texts (never the source's; an empty global copyright is an
+// empty tag), one file a document when reused, the open file finished by the next open, and
+// nothing visible of a file before its close, nor left of one that had no page or was never
+// closed. Steps: "o NAME" open, "+" a page, "x" a page it refuses (empty, or too wide for
+// JPEG), "c" close, "e" a close that must fail.
+TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
+{
+    const struct {
+        std::vector<std::string> steps;
+        std::vector<std::pair<std::string, std::size_t>> files; // name and page count
+    } cases[] = {
+        {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
+        {{"o none.tif", "x", "e"}, {}},
+        {{"o abandoned.tif", "+"}, {}},
+        {{"o first.tif", "+", "c", "o second.tif", "+", "+", "+", "+", "c", "o third.tif", "+", "c"},
+         {{"first.tif", 1}, {"second.tif", 4}, {"third.tif", 1}}},
+        {{"o a.tif", "+", "o b.tif", "+", "+", "c"}, {{"a.tif", 1}, {"b.tif", 2}}},
+    };
+    engine::OptionSnapshot snapshot = run_snapshot();
+    snapshot.mtiffcopyright = "";
+    const Rgb colours[] = {{200, 30, 30}, {20, 20, 20}, {30, 30, 200}, {30, 200, 30}};
+    const int codes[] = {5, 4, 7, 32773};
+    const PagePicture too_wide = test::make_rgb_picture(70000, 1, [](int, int) { return kWhite; });
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.steps));
+        test::OutputFolder folder;
+        {
+            MultipageTiff writer;
+            bool refused_empty = false;
+            int added = 0;
+            std::filesystem::path current;
+            for (const std::string& step : c.steps) {
+                if (step.starts_with("o ")) {
+                    current = folder / step.substr(2);
+                    writer.open(current, {snapshot, 5, "", ""});
+                    added = 0;
+                } else if (step == "+") {
+                    writer.add_page(flat(colours[added % 4]),
+                                    {snapshot, codes[added % 4], "Source (c)", "Source name"});
+                    ++added;
+                } else if (step == "x") {
+                    EXPECT_THROW(refused_empty ? writer.add_page(too_wide, {snapshot, 7, "", ""})
+                                               : writer.add_page(PagePicture{}, {snapshot, 5, "", ""}),
+                                 engine::Error);
+                    refused_empty = !refused_empty;
+                } else if (step == "c") {
+                    EXPECT_FALSE(std::filesystem::exists(current)) << "visible before close";
+                    writer.close();
+                } else {
+                    EXPECT_EQ(reason_of([&] { writer.close(); }), "no page could be added");
+                }
+                EXPECT_EQ(writer.is_open(), step[0] == 'o' || step[0] == '+' || step[0] == 'x');
+            }
+        }
+        std::vector<std::string> names;
+        for (const auto& [name, pages] : c.files) {
+            names.push_back(name);
+            const auto images = test::read_tiff(folder / name);
+            EXPECT_EQ(images.size(), pages) << name;
+            for (std::size_t page = 0; page < images.size(); ++page) {
+                const test::TiffImage& tiff = images[page];
+                EXPECT_EQ(std::tuple(tiff.compression, tiff.copyright, tiff.document_name,
+                                     tiff.x_resolution, tiff.software.value_or("")),
+                          std::tuple(codes[page % 4], "", "Global name", 200.0f, kSoftware));
+                expect_near(tiff.image.rgb_at(10, 8), codes[page % 4] == 4 ? kBlack : colours[page % 4],
+                            codes[page % 4] == 7 ? 8 : 0);
+            }
+        }
+        EXPECT_EQ(folder.entries(), names);
+    }
+}
+
+// Deep colour rewrites every image of a file as 16-bit RGB, keeping lossless compressions and
+// turning the others into LZW; the first two columns, black and white, survive every code.
+TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
+{
+    const Rgb colours[] = {{0, 0, 0}, {255, 255, 255}, {200, 100, 50}, {1, 254, 128}};
+    const PagePicture columns =
+        test::make_rgb_picture(32, 16, [&](int x, int) { return colours[x / 8]; });
+    // Code and compression after; the first four are lossless: every colour comes back widened.
+    const std::pair<int, int> cases[] = {{1, 1}, {5, 5}, {8, 8}, {32773, 32773},
+                                         {7, 5}, {2, 5}, {3, 5}, {4, 5}};
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    // Names mean nothing to the image library.
+    const char* names[] = {"scan[0].tif", "page 1 é.tif", "png:odd.tif", "x.tif[0]"};
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto [tiffcode, compression_after] = cases[i];
+        const bool lossless = i < 4;
+        SCOPED_TRACE(tiffcode);
+        const auto file = folder / (lossless ? names[i] : "deep" + std::to_string(i) + ".tif");
+        write_tiff_single(columns, file, {snapshot, tiffcode, "", ""});
+        writergb48(file);
+
+        const auto images = test::read_tiff(file);
+        ASSERT_EQ(images.size(), 1u);
+        EXPECT_EQ(std::tuple(images[0].bits_per_sample, images[0].photometric, images[0].compression),
+                  std::tuple(16, 2, compression_after));
+        const std::vector<std::uint16_t> samples = test::read_tiff_samples16(file, 0);
+        ASSERT_EQ(samples.size(), 32u * 16u * 3u);
+        for (int column = 0; column < (lossless ? 4 : 2); ++column) {
+            const std::size_t at = (5u * 32u + column * 8u + 3u) * 3u;
+            for (int channel = 0; channel < 3; ++channel) {
+                EXPECT_NEAR(samples[at + channel], colours[column][channel] * 257, lossless ? 0 : 1028)
+                    << "column " << column << " channel " << channel;
+            }
+        }
+    }
+    EXPECT_EQ(folder.entries().size(), std::size(cases)) << "a temporary was left behind";
+
+    test::make_tiff(folder / "pages.tif", {{}, {}, {}, {}});
+    writergb48(folder / "pages.tif");
+    ASSERT_EQ(test::read_tiff(folder / "pages.tif").size(), 4u);
+    for (int page = 0; page < 4; ++page) {
+        EXPECT_EQ(test::read_tiff_samples16(folder / "pages.tif", page).at(0),
+                  test::page_colour(page).r * 257);
+    }
+}
+
+// A missing file is left missing; one the image library cannot read gives an output error and
+// stays as it was.
+TEST(DeepColour, FilesItCannotRewriteAreLeftAlone)
+{
+    test::OutputFolder folder;
+    EXPECT_NO_THROW(writergb48(folder / "absent.tif"));
+    const std::string garbage = std::string("II*\0", 4) + " this is not really a TIFF";
+    test::write_text_file(folder / "broken.tif", garbage);
+    EXPECT_NE(reason_of([&] { writergb48(folder / "broken.tif"); }), "");
+    EXPECT_EQ(test::file_bytes(folder / "broken.tif"), garbage);
+    EXPECT_EQ(folder.entries(), std::vector<std::string>{"broken.tif"});
+}
+
+} // namespace
+} // namespace qf::writers
