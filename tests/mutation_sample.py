@@ -162,10 +162,15 @@ def main():
                             stdout=subprocess.PIPE, text=True, check=True).stdout.strip()
     tree = os.path.join(args.work, "tree")
     if not args.keep_tree or not os.path.isdir(tree):
-        shutil.rmtree(tree, ignore_errors=True)
-        os.makedirs(tree)
+        # The build folder stays: with the compiler cache a fresh copy rebuilds in minutes.
+        os.makedirs(tree, exist_ok=True)
+        for name in os.listdir(tree):
+            if name != "build":
+                path = os.path.join(tree, name)
+                shutil.rmtree(path) if os.path.isdir(path) and not os.path.islink(path) else os.remove(path)
         archive = subprocess.Popen(["git", "archive", "HEAD"], cwd=source, stdout=subprocess.PIPE)
-        subprocess.run(["tar", "-x", "-C", tree], stdin=archive.stdout, check=True)
+        # --touch: every file newer than the build's outputs, so nothing stale is kept
+        subprocess.run(["tar", "-x", "--touch", "-C", tree], stdin=archive.stdout, check=True)
         archive.wait()
 
     sites = all_sites(tree)
