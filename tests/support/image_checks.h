@@ -64,7 +64,6 @@ struct TiffImage {
     std::optional<std::string> software;
     std::optional<std::string> copyright;
     std::optional<std::string> document_name;
-    std::optional<std::string> artist;
     DecodedImage image; // 8-bit RGB through libtiff's RGBA reader, top row first
 };
 std::vector<TiffImage> read_tiff(const std::filesystem::path& file);
