@@ -25,11 +25,6 @@ std::string pdf_header_version(const std::filesystem::path &path)
     return line.rfind("%PDF-", 0) == 0 ? line.substr(5) : std::string();
 }
 
-std::string structural_problems(const std::filesystem::path &path)
-{
-    return structural_problems(path, "");
-}
-
 std::string structural_problems(const std::filesystem::path &path, const std::string &password)
 {
     try {

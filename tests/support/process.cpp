@@ -147,11 +147,6 @@ bool Process::wait_for_output(const std::string& text, milliseconds timeout)
     return true;
 }
 
-void Process::send(int signal_number) const
-{
-    ::kill(pid_, signal_number);
-}
-
 int Process::finish(std::chrono::seconds deadline)
 {
     if (status_ >= 0) {

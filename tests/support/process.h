@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
@@ -35,7 +36,7 @@ public:
     pid_t pid() const { return pid_; }
     // Reads output until standard output holds `text` or the child ends; true when found.
     bool wait_for_output(const std::string& text, std::chrono::milliseconds timeout);
-    void send(int signal_number) const;
+    void send(int signal_number) const { ::kill(pid_, signal_number); }
     // Waits for the end, reading all output, and kills the child at the deadline; the exit
     // status, or 128 + the signal. 127 when the program could not be started.
     int finish(std::chrono::seconds deadline = std::chrono::seconds(120));
