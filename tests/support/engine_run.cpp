@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tests/support/engine_run.h"
 
-#include <cstdlib>
+#include <algorithm>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "app/run_services.h"
 #include "intake/admission.h"
@@ -13,15 +12,14 @@ namespace qf::test {
 namespace fs = std::filesystem;
 namespace {
 
+// Gives its one password once, then cancels.
 class GivenPassword final : public intake::PasswordPrompt {
 public:
     explicit GivenPassword(std::string password) : password_(std::move(password)) {}
     intake::PromptAnswer ask(const std::string&, const std::string&) override
     {
-        if (asked_++ > 0) {
-            return intake::PromptAnswer::cancel();
-        }
-        return intake::PromptAnswer::try_password(password_);
+        return asked_++ > 0 ? intake::PromptAnswer::cancel()
+                            : intake::PromptAnswer::try_password(password_);
     }
 
 private:
@@ -80,15 +78,12 @@ void RunHarness::run(const engine::OptionValues& values, const std::vector<engin
 engine::OptionValues options_for(const fs::path& folder, const std::string& format)
 {
     engine::OptionValues values = settings::default_values();
-    std::string savein = folder.string();
-    if (savein.back() != '/') {
-        savein += '/';
-    }
-    values.set(engine::OptionId::savein, savein);
-    for (std::size_t row = 0; row < engine::kImageFormatRows.size(); ++row) {
-        if (engine::kImageFormatRows[row] == format) {
-            values.set(engine::OptionId::imageformat, static_cast<int>(row));
-        }
+    const std::string savein = folder.string();
+    values.set(engine::OptionId::savein, savein.ends_with('/') ? savein : savein + '/');
+    const auto& rows = engine::kImageFormatRows;
+    const auto row = std::find(rows.begin(), rows.end(), format);
+    if (row != rows.end()) {
+        values.set(engine::OptionId::imageformat, static_cast<int>(row - rows.begin()));
     }
     values.set(engine::OptionId::zoomfactor, 0); // "1"
     return values;

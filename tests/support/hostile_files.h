@@ -4,29 +4,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 // Hostile documents written byte by byte: PDFs whose structure is sound but whose content is
 // built to exhaust a reader (loops, exponential or deep nesting, enormous sizes), and TIFFs
 // whose header promises what the file cannot hold. Each writer throws std::runtime_error when
 // the file cannot be written.
 namespace qf::test {
-
-// A one-page PDF 1.4 with a correct cross-reference table. Objects 1 to 4 are the catalog,
-// the page tree, the page and its content stream; extra_objects become objects 5, 6, ...
-struct RawPage
-{
-    std::string media_box = "[0 0 612 792]";
-    std::string resources = "<< >>";
-    std::string content;
-    std::string page_entries; // more entries of the page dictionary
-};
-void write_one_page_pdf(const std::filesystem::path &target, const RawPage &page,
-                        const std::vector<std::string> &extra_objects = {});
-
-// A PDF 1.4 of these objects, numbered from 1 (object 1 the catalog), with a correct
-// cross-reference table.
-void write_raw_pdf(const std::filesystem::path &target, const std::vector<std::string> &objects);
 
 // One page under a chain of `depth` /Pages nodes: a reader that walks the page tree by
 // recursion runs out of stack.
@@ -37,13 +20,6 @@ void write_looping_page_tree_pdf(const std::filesystem::path &target);
 // page, which the decoder works through pixel by pixel (for minutes at 30000) whatever the
 // data says, never looking at the reader's abort flag.
 void write_jbig2_pdf(const std::filesystem::path &target, std::uint32_t side);
-
-// An indirect stream object's body: "<< entries /Length N >> stream ... endstream".
-std::string stream_object(const std::string &entries, const std::string &data);
-
-// A Form XObject (full page BBox) whose content is `content`, drawing the forms `names`
-// refer to: resources "/XObject << /NAME N 0 R ... >>".
-std::string form_object(const std::string &content, const std::string &xobject_entries);
 
 // A form that draws itself.
 void write_self_drawing_form_pdf(const std::filesystem::path &target);

@@ -19,9 +19,7 @@ namespace qf::test {
 
 // Decoded pixels: 8 bits a sample, samples interleaved, rows packed.
 struct DecodedImage {
-    int width = 0;
-    int height = 0;
-    int components = 0;
+    int width = 0, height = 0, components = 0;
     std::vector<std::uint8_t> samples;
 
     // The pixel at (x, y) as R, G, B; a one-component image gives its grey three times.
@@ -33,8 +31,7 @@ struct JpegFile {
     bool progressive = false;
     bool jfif = false;
     int density_unit = 0; // 0 none, 1 dots per inch, 2 dots per centimetre
-    int x_density = 0;
-    int y_density = 0;
+    int x_density = 0, y_density = 0;
 };
 JpegFile read_jpeg(const std::filesystem::path& file);
 
@@ -49,22 +46,12 @@ PngFile read_png(const std::filesystem::path& file);
 
 // One image (directory) of a TIFF file. Text tags are absent when the file lacks them.
 struct TiffImage {
-    int width = 0;
-    int height = 0;
-    int compression = 0;
-    int photometric = -1;
-    int bits_per_sample = 0;
-    int samples_per_pixel = 0;
-    int planar_config = 0;
-    int fill_order = 0;
+    int width = 0, height = 0, compression = 0, photometric = -1, bits_per_sample = 0,
+        samples_per_pixel = 0, planar_config = 0, fill_order = 0;
     std::uint32_t rows_per_strip = 0;
-    float x_resolution = 0;
-    float y_resolution = 0;
+    float x_resolution = 0, y_resolution = 0;
     int resolution_unit = 0;
-    std::optional<std::string> software;
-    std::optional<std::string> copyright;
-    std::optional<std::string> document_name;
-    std::optional<std::string> artist;
+    std::optional<std::string> software, copyright, document_name;
     DecodedImage image; // 8-bit RGB through libtiff's RGBA reader, top row first
 };
 std::vector<TiffImage> read_tiff(const std::filesystem::path& file);

@@ -12,7 +12,6 @@ namespace qf::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kLifetime = std::chrono::minutes(1);
 
 bool readable(int fd, int milliseconds)
 {
@@ -25,17 +24,15 @@ std::string read_request_target(int connection)
 {
     std::string request;
     char buffer[1024];
-    while (request.find("\r\n\r\n") == std::string::npos && request.size() < 8192 && readable(connection, 2000)) {
-        const ssize_t got = ::recv(connection, buffer, sizeof buffer, 0);
-        if (got <= 0) {
-            break;
-        }
-        request.append(buffer, static_cast<std::size_t>(got));
+    for (ssize_t got = 1; got > 0 && request.find("\r\n\r\n") == std::string::npos &&
+                          request.size() < 8192 && readable(connection, 2000);) {
+        got = ::recv(connection, buffer, sizeof buffer, 0);
+        request.append(buffer, got > 0 ? std::size_t(got) : 0);
     }
     const auto first = request.find(' ');
     const auto second = request.find(' ', first + 1);
-    return first == std::string::npos || second == std::string::npos ? std::string()
-                                                                     : request.substr(first + 1, second - first - 1);
+    return second == std::string::npos ? std::string()
+                                       : request.substr(first + 1, second - first - 1);
 }
 
 } // namespace
@@ -46,10 +43,10 @@ LoopbackHttpServer::LoopbackHttpServer(HttpReply reply) : reply_(std::move(reply
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
     socklen_t length = sizeof address;
-    if (listener_ < 0 || ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 8) != 0 || ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    if (listener_ < 0 || ::bind(listener_, generic, sizeof address) != 0 ||
+        ::listen(listener_, 8) != 0 || ::getsockname(listener_, generic, &length) != 0) {
         if (listener_ >= 0) {
             ::close(listener_);
         }
@@ -79,12 +76,10 @@ std::vector<std::string> LoopbackHttpServer::requested_paths() const
 
 void LoopbackHttpServer::serve()
 {
-    const auto end = Clock::now() + kLifetime;
+    const auto end = Clock::now() + std::chrono::minutes(1);
     while (!stop_ && Clock::now() < end) {
-        if (!readable(listener_, 50)) {
-            continue;
-        }
-        const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int connection =
+            readable(listener_, 50) ? ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
         if (connection >= 0) {
             answer(connection);
             ::close(connection);
@@ -103,16 +98,14 @@ void LoopbackHttpServer::answer(int connection)
     while (!stop_ && Clock::now() < reply_at) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    const std::string response = "HTTP/1.1 " + std::to_string(reply_.status) + " Reply\r\nContent-Type: text/plain\r\n" +
-                                 "Content-Length: " + std::to_string(reply_.body.size()) + "\r\n" +
+    const std::string response = "HTTP/1.1 " + std::to_string(reply_.status) +
+                                 " Reply\r\nContent-Type: text/plain\r\nContent-Length: " +
+                                 std::to_string(reply_.body.size()) + "\r\n" +
                                  reply_.extra_headers + "Connection: close\r\n\r\n" + reply_.body;
-    std::size_t sent = 0;
-    while (sent < response.size()) {
-        const ssize_t put = ::send(connection, response.data() + sent, response.size() - sent, MSG_NOSIGNAL);
-        if (put <= 0) {
-            break;
-        }
-        sent += static_cast<std::size_t>(put);
+    for (std::size_t sent = 0; sent < response.size();) {
+        const ssize_t put =
+            ::send(connection, response.data() + sent, response.size() - sent, MSG_NOSIGNAL);
+        sent = put > 0 ? sent + std::size_t(put) : response.size(); // the peer has gone
     }
 }
 

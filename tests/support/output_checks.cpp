@@ -2,6 +2,8 @@
 #include "tests/support/output_checks.h"
 
 #include <algorithm>
+#include <cctype>
+#include <iterator>
 #include <fstream>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -15,51 +17,32 @@
 
 namespace qf::test {
 namespace fs = std::filesystem;
-namespace {
-
-bool ends_with(const std::string &bytes, const std::string &tail)
-{
-    return bytes.size() >= tail.size() &&
-           bytes.compare(bytes.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-std::string upper_extension(const fs::path &file)
-{
-    std::string extension = file.extension().string();
-    for (auto &c : extension) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
-    return extension;
-}
-
-} // namespace
 
 FileSeal seal_of(const fs::path &file)
 {
-    struct stat info
-    {
-    };
+    struct stat info{};
     if (::stat(file.c_str(), &info) != 0) {
         return {};
     }
-    return {file_bytes(file),
-            static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec,
+    return {file_bytes(file), std::int64_t(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec,
             info.st_ino};
 }
 
 std::string undecodable(const fs::path &file, const std::string &pdf_password)
 {
-    const std::string extension = upper_extension(file);
+    std::string extension = file.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
     try {
         if (extension == ".JPG") {
             // libjpeg only warns about a cut file, so the end marker is checked as well.
-            if (!ends_with(file_bytes(file), "\xFF\xD9")) {
+            if (!file_bytes(file).ends_with("\xFF\xD9")) {
                 return "the JPEG data has no end";
             }
             return read_jpeg(file).image.width > 0 ? "" : "a JPEG of no pixels";
         }
         if (extension == ".PNG") {
-            if (!ends_with(file_bytes(file), std::string("IEND\xAE\x42\x60\x82", 8))) {
+            if (!file_bytes(file).ends_with(std::string("IEND\xAE\x42\x60\x82", 8))) {
                 return "the PNG has no end chunk";
             }
             return read_png(file).image.width > 0 ? "" : "a PNG of no pixels";
@@ -69,12 +52,10 @@ std::string undecodable(const fs::path &file, const std::string &pdf_password)
             if (images.empty()) {
                 return "a TIFF of no image";
             }
-            for (const auto &image : images) {
-                if (image.image.samples.empty()) {
-                    return "a TIFF image without pixels";
-                }
-            }
-            return {};
+            return std::any_of(images.begin(), images.end(),
+                               [](const auto &image) { return image.image.samples.empty(); })
+                       ? "a TIFF image without pixels"
+                       : "";
         }
         if (extension == ".PDF") {
             if (pdf_page_count(file, pdf_password) <= 0) {
@@ -118,12 +99,10 @@ std::vector<std::string> tree_of(const fs::path &folder)
 std::vector<std::string> temporaries_in(const fs::path &folder)
 {
     std::vector<std::string> found;
-    for (const auto &name : tree_of(folder)) {
+    std::ranges::copy_if(tree_of(folder), std::back_inserter(found), [](const std::string &name) {
         const std::string leaf = fs::path(name).filename().string();
-        if (leaf.front() == '.' || leaf.find("_exiftool_tmp") != std::string::npos) {
-            found.push_back(name);
-        }
-    }
+        return leaf.front() == '.' || leaf.find("_exiftool_tmp") != std::string::npos;
+    });
     return found;
 }
 

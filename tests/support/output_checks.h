@@ -17,7 +17,7 @@ namespace qf::test {
 struct FileSeal
 {
     std::string bytes;
-    std::int64_t mtime_ns = 0;
+    std::int64_t mtime_ns = 0; // modification time, nanoseconds
     std::uintmax_t inode = 0;
     bool operator==(const FileSeal &) const = default;
 };

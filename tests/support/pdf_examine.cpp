@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <sys/wait.h>
 
 #include <qpdf/Pl_Discard.hh>
@@ -20,19 +21,8 @@ std::string pdf_header_version(const std::filesystem::path &path)
     std::ifstream in(path, std::ios::binary);
     std::string line;
     std::getline(in, line);
-    if (line.rfind("%PDF-", 0) != 0) {
-        return {};
-    }
-    std::string version = line.substr(5);
-    while (!version.empty() && (version.back() == '\r' || version.back() == ' ')) {
-        version.pop_back();
-    }
-    return version;
-}
-
-std::string structural_problems(const std::filesystem::path &path)
-{
-    return structural_problems(path, "");
+    line.erase(line.find_last_not_of("\r ") + 1);
+    return line.rfind("%PDF-", 0) == 0 ? line.substr(5) : std::string();
 }
 
 std::string structural_problems(const std::filesystem::path &path, const std::string &password)
@@ -52,17 +42,28 @@ std::string structural_problems(const std::filesystem::path &path, const std::st
                 return "a stream cannot be read: " + object.unparse();
             }
         }
-        if (pdf.anyWarnings()) {
-            std::string problems;
-            for (const auto &warning : pdf.getWarnings()) {
-                problems += warning.what() + std::string("\n");
-            }
-            return problems;
+        std::string problems;
+        for (const auto &warning : pdf.getWarnings()) {
+            problems += warning.what() + std::string("\n");
         }
+        return problems;
     } catch (const std::exception &e) {
         return e.what();
     }
-    return {};
+}
+
+std::string stream_text(QPDFObjectHandle stream)
+{
+    const auto data = stream.getStreamData(qpdf_dl_generalized);
+    return std::string(reinterpret_cast<const char *>(data->getBuffer()), data->getSize());
+}
+
+QPDFObjectHandle new_stream(QPDF &pdf, const std::string &data, const std::string &dict)
+{
+    auto stream = QPDFObjectHandle::newStream(&pdf);
+    stream.replaceDict(QPDFObjectHandle::parse(&pdf, dict));
+    stream.replaceStreamData(data, stream.getDict().getKey("/Filter"), QPDFObjectHandle::newNull());
+    return stream;
 }
 
 std::vector<QPDFObjectHandle> page_images(QPDFPageObjectHelper page)
@@ -78,9 +79,7 @@ std::string page_content(QPDFPageObjectHelper page)
 {
     std::string content;
     for (auto &stream : page.getPageContents()) {
-        const auto data = stream.getStreamData(qpdf_dl_generalized);
-        content.append(reinterpret_cast<const char *>(data->getBuffer()), data->getSize());
-        content += '\n';
+        content += stream_text(stream) + '\n';
     }
     return content;
 }
@@ -89,10 +88,8 @@ std::vector<double> page_box(QPDFPageObjectHelper page, const std::string &key)
 {
     std::vector<double> box;
     QPDFObjectHandle array = page.getObjectHandle().getKey(key);
-    if (array.isArray()) {
-        for (auto &item : array.getArrayAsVector()) {
-            box.push_back(item.getNumericValue());
-        }
+    for (auto &item : array.isArray() ? array.getArrayAsVector() : std::vector<QPDFObjectHandle>()) {
+        box.push_back(item.getNumericValue());
     }
     return box;
 }
@@ -100,34 +97,28 @@ std::vector<double> page_box(QPDFPageObjectHelper page, const std::string &key)
 engine::PagePicture decode_g4(const std::string &data, int width, int height,
                               const std::filesystem::path &scratch_folder)
 {
+    using TiffPtr = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
     const auto file = scratch_folder / "g4-check.tif";
-    TIFF *out = TIFFOpen(file.c_str(), "w");
-    TIFFSetField(out, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(width));
-    TIFFSetField(out, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(height));
-    TIFFSetField(out, TIFFTAG_BITSPERSAMPLE, 1);
-    TIFFSetField(out, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(out, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
-    TIFFSetField(out, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
-    TIFFSetField(out, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(height));
-    TIFFWriteRawStrip(out, 0, const_cast<char *>(data.data()), static_cast<tmsize_t>(data.size()));
-    TIFFClose(out);
-
-    engine::PagePicture picture;
-    picture.width = width;
-    picture.height = height;
-    picture.format = engine::PixelFormat::Bilevel;
+    {
+        const TiffPtr out(TIFFOpen(file.c_str(), "w"), &TIFFClose);
+        TIFFSetField(out.get(), TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(width));
+        TIFFSetField(out.get(), TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(height));
+        TIFFSetField(out.get(), TIFFTAG_BITSPERSAMPLE, 1);
+        TIFFSetField(out.get(), TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(out.get(), TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
+        TIFFSetField(out.get(), TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+        TIFFSetField(out.get(), TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(height));
+        TIFFWriteRawStrip(out.get(), 0, const_cast<char *>(data.data()), tmsize_t(data.size()));
+    }
+    engine::PagePicture picture{.width = width, .height = height,
+                                .format = engine::PixelFormat::Bilevel};
     picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
-    TIFF *in = TIFFOpen(file.c_str(), "r");
-    for (int y = 0; in != nullptr && y < height; ++y) {
-        if (TIFFReadScanline(in,
-                             picture.pixels.data() + picture.stride() * static_cast<std::size_t>(y),
-                             static_cast<uint32_t>(y), 0) != 1) {
+    const TiffPtr in(TIFFOpen(file.c_str(), "r"), &TIFFClose);
+    for (int y = 0; in && y < height; ++y) {
+        if (TIFFReadScanline(in.get(), &picture.pixels[picture.stride() * y], y, 0) != 1) {
             picture.pixels.clear();
             break;
         }
-    }
-    if (in != nullptr) {
-        TIFFClose(in);
     }
     return picture;
 }
@@ -152,32 +143,26 @@ engine::PagePicture gradient_rgb(int width, int height)
 
 PreflightVerdict run_preflight_a1b(const std::filesystem::path &pdf)
 {
-    static const char *jars[] = {
-        "/usr/share/java/pdfbox2.jar",         "/usr/share/java/preflight.jar",
-        "/usr/share/java/xmpbox.jar",          "/usr/share/java/fontbox2.jar",
-        "/usr/share/java/commons-logging.jar", "/usr/share/java/javax.activation.jar",
-        "/usr/share/java/jaxb-api.jar"};
     std::string class_path;
-    for (const char *jar : jars) {
-        if (!std::filesystem::exists(jar)) {
+    for (const char *jar : {"pdfbox2", "preflight", "xmpbox", "fontbox2", "commons-logging",
+                            "javax.activation", "jaxb-api"}) {
+        const std::string path = "/usr/share/java/" + std::string(jar) + ".jar";
+        if (!std::filesystem::exists(path)) {
             return {};
         }
-        class_path += (class_path.empty() ? "" : ":") + std::string(jar);
+        class_path += (class_path.empty() ? "" : ":") + path;
     }
     if (std::system("java -version >/dev/null 2>&1") != 0) {
         return {};
     }
     const auto report = pdf.parent_path() / "preflight.txt";
-    const std::string command = "java -cp '" + class_path +
-                                "' org.apache.pdfbox.preflight.Validator_A1b '" + pdf.string() +
-                                "' >'" + report.string() + "' 2>&1";
-    const int status = std::system(command.c_str());
+    const int status = std::system(("java -cp '" + class_path +
+                                    "' org.apache.pdfbox.preflight.Validator_A1b '" +
+                                    pdf.string() + "' >'" + report.string() + "' 2>&1")
+                                       .c_str());
     std::ifstream in(report);
-    PreflightVerdict verdict;
-    verdict.ran = true;
-    verdict.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    verdict.output.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return verdict;
+    return {true, WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+            std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
 }
 
 } // namespace qf::test

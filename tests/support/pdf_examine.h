@@ -19,8 +19,14 @@ std::string pdf_header_version(const std::filesystem::path &path);
 
 // Reopens the file as a reader would: no warning from QPDF, every page reachable and every
 // stream's data readable (decoded where QPDF can). Empty when sound, else what went wrong.
-std::string structural_problems(const std::filesystem::path &path);
-std::string structural_problems(const std::filesystem::path &path, const std::string &password);
+std::string structural_problems(const std::filesystem::path &path, const std::string &password = "");
+
+// A stream's data, decoded where QPDF can.
+std::string stream_text(QPDFObjectHandle stream);
+
+// A new stream of `data` whose dictionary is `dict` (PDF syntax; a /Filter there says how
+// `data` is encoded).
+QPDFObjectHandle new_stream(QPDF &pdf, const std::string &data, const std::string &dict);
 
 // The image XObjects a page's resources name, in name order.
 std::vector<QPDFObjectHandle> page_images(QPDFPageObjectHelper page);

@@ -8,20 +8,24 @@
 #include <qpdf/QPDFWriter.hh>
 
 #include <fstream>
+#include <iomanip>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/hostile_files.h" // write_text_file
+#include "tests/support/pdf_examine.h"  // new_stream
+
 namespace qf::test {
 namespace {
+
+using Object = QPDFObjectHandle;
 
 // A PDF number: fixed notation (PDF has no exponents), no trailing zeros.
 std::string num(double value)
 {
     std::ostringstream out;
-    out.setf(std::ios::fixed);
-    out.precision(4);
-    out << value;
+    out << std::fixed << std::setprecision(4) << value;
     std::string text = out.str();
     text.erase(text.find_last_not_of('0') + 1);
     if (text.back() == '.') {
@@ -35,10 +39,7 @@ std::string literal(const std::string& text)
 {
     std::string out;
     for (const char c : text) {
-        if (c == '\\' || c == '(' || c == ')') {
-            out += '\\';
-        }
-        out += c;
+        out += std::string(c == '\\' || c == '(' || c == ')' ? "\\" : "") + c;
     }
     return out;
 }
@@ -49,19 +50,19 @@ std::string rect_array(const PdfRect& r)
            "]";
 }
 
-QPDFObjectHandle helvetica(QPDF& pdf)
+Object helvetica(QPDF& pdf)
 {
-    return pdf.makeIndirectObject(QPDFObjectHandle::parse(
+    return pdf.makeIndirectObject(Object::parse(
         "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica /Encoding /WinAnsiEncoding >>"));
 }
 
 std::string page_content(const PdfPageSpec& spec)
 {
     std::ostringstream out;
-    for (const auto& fill : spec.fills) {
-        out << num(fill.color.r) << ' ' << num(fill.color.g) << ' ' << num(fill.color.b) << " rg "
-            << num(spec.origin_x + fill.rect.x) << ' ' << num(spec.origin_y + fill.rect.y) << ' '
-            << num(fill.rect.width) << ' ' << num(fill.rect.height) << " re f\n";
+    for (const auto& [rect, color] : spec.fills) {
+        out << num(color.r) << ' ' << num(color.g) << ' ' << num(color.b) << " rg "
+            << num(spec.origin_x + rect.x) << ' ' << num(spec.origin_y + rect.y) << ' '
+            << num(rect.width) << ' ' << num(rect.height) << " re f\n";
     }
     for (const auto& text : spec.texts) {
         out << "BT 0 g /F1 " << num(text.size) << " Tf " << num(spec.origin_x + text.x) << ' '
@@ -70,39 +71,26 @@ std::string page_content(const PdfPageSpec& spec)
     return out.str();
 }
 
-// A page dictionary for `spec`, not yet added to the document.
-QPDFObjectHandle make_page(QPDF& pdf, const PdfPageSpec& spec, QPDFObjectHandle font)
+// A page object for `spec`, not yet added to the document's page tree.
+Object make_page(QPDF& pdf, const PdfPageSpec& spec, Object font)
 {
-    auto page = QPDFObjectHandle::parse(
-        "<< /Type /Page /MediaBox [" + num(spec.origin_x) + " " + num(spec.origin_y) + " " +
-        num(spec.origin_x + spec.width) + " " + num(spec.origin_y + spec.height) + "] >>");
-    auto fonts = QPDFObjectHandle::newDictionary();
-    fonts.replaceKey("/F1", font);
-    auto resources = QPDFObjectHandle::newDictionary();
-    resources.replaceKey("/Font", fonts);
-    page.replaceKey("/Resources", resources);
-    page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, page_content(spec)));
-    if (spec.rotate != 0) {
-        page.replaceKey("/Rotate", QPDFObjectHandle::newInteger(spec.rotate));
-    }
-    return pdf.makeIndirectObject(page);
+    auto contents = Object::newStream(&pdf, page_content(spec));
+    return pdf.makeIndirectObject(Object::parse(
+        &pdf, "<< /Type /Page /MediaBox " +
+                  rect_array({spec.origin_x, spec.origin_y, spec.width, spec.height}) +
+                  " /Resources << /Font << /F1 " + font.unparse() + " >> >> /Contents " +
+                  contents.unparse() +
+                  (spec.rotate != 0 ? " /Rotate " + std::to_string(spec.rotate) : "") + " >>"));
 }
 
-// An /AP dictionary whose normal appearance is a form XObject of `content` over the
-// annotation's rectangle.
-QPDFObjectHandle normal_appearance(QPDF& pdf, const std::string& content, const PdfRect& rect,
-                                   QPDFObjectHandle resources)
+// An /AP dictionary whose normal appearance is a form XObject of `content` over `rect`.
+std::string normal_appearance(QPDF& pdf, const std::string& content, const PdfRect& rect,
+                              const std::string& resources)
 {
-    auto appearance = QPDFObjectHandle::newStream(&pdf, content);
-    auto dict = appearance.getDict();
-    dict.replaceKey("/Type", QPDFObjectHandle::newName("/XObject"));
-    dict.replaceKey("/Subtype", QPDFObjectHandle::newName("/Form"));
-    dict.replaceKey("/BBox", QPDFObjectHandle::parse("[0 0 " + num(rect.width) + " " +
-                                                     num(rect.height) + "]"));
-    dict.replaceKey("/Resources", resources);
-    auto ap = QPDFObjectHandle::newDictionary();
-    ap.replaceKey("/N", appearance);
-    return ap;
+    auto appearance = new_stream(pdf, content,
+                                 "<< /Type /XObject /Subtype /Form /BBox [0 0 " + num(rect.width) +
+                                     " " + num(rect.height) + "] /Resources " + resources + " >>");
+    return " /AP << /N " + appearance.unparse() + " >>";
 }
 
 void write_document(QPDF& pdf, const std::filesystem::path& target)
@@ -113,7 +101,7 @@ void write_document(QPDF& pdf, const std::filesystem::path& target)
 }
 
 // An empty document with one blank US Letter page; returns the page.
-QPDFObjectHandle start_single_page(QPDF& pdf)
+Object start_single_page(QPDF& pdf)
 {
     pdf.emptyPDF();
     auto page = make_page(pdf, PdfPageSpec{}, helvetica(pdf));
@@ -127,10 +115,9 @@ void write_pdf(const std::filesystem::path& target, const std::vector<PdfPageSpe
 {
     QPDF pdf;
     pdf.emptyPDF();
-    const auto font = helvetica(pdf);
-    QPDFPageDocumentHelper pages_helper(pdf);
+    auto font = helvetica(pdf);
     for (const auto& spec : pages) {
-        pages_helper.addPage(QPDFPageObjectHelper(make_page(pdf, spec, font)), false);
+        QPDFPageDocumentHelper(pdf).addPage(QPDFPageObjectHelper(make_page(pdf, spec, font)), false);
     }
     write_document(pdf, target);
 }
@@ -144,9 +131,7 @@ void write_numbered_pdf(const std::filesystem::path& target, int page_count)
 {
     std::vector<PdfPageSpec> pages;
     for (int pageno = 1; pageno <= page_count; ++pageno) {
-        PdfPageSpec spec;
-        spec.texts.push_back(PdfText{72, 700, 24, numbered_page_line(pageno)});
-        pages.push_back(spec);
+        pages.push_back({.texts = {PdfText{72, 700, 24, numbered_page_line(pageno)}}});
     }
     write_pdf(target, pages);
 }
@@ -155,19 +140,16 @@ void write_square_annotation_pdf(const std::filesystem::path& target, Annotation
 {
     QPDF pdf;
     auto page = start_single_page(pdf);
-    auto annot = QPDFObjectHandle::parse("<< /Type /Annot /Subtype /Square /F 4 /Rect " +
-                                         rect_array(kAnnotationRect) +
-                                         " /C [1 0 0] /IC [1 0 0] /BS << /W 2 >> >>");
-    if (form == AnnotationForm::WithAppearance) {
-        const std::string fill = "1 0 0 rg 0 0 " + num(kAnnotationRect.width) + " " +
-                                 num(kAnnotationRect.height) + " re f\n";
-        annot.replaceKey("/AP", normal_appearance(pdf, fill, kAnnotationRect,
-                                                  QPDFObjectHandle::newDictionary()));
-    }
-    annot.replaceKey("/P", page);
-    auto annots = QPDFObjectHandle::newArray();
-    annots.appendItem(pdf.makeIndirectObject(annot));
-    page.replaceKey("/Annots", annots);
+    const std::string fill = "1 0 0 rg 0 0 " + num(kAnnotationRect.width) + " " +
+                             num(kAnnotationRect.height) + " re f\n";
+    auto annotation = pdf.makeIndirectObject(Object::parse(
+        &pdf, "<< /Type /Annot /Subtype /Square /F 4 /Rect " + rect_array(kAnnotationRect) +
+                  " /C [1 0 0] /IC [1 0 0] /BS << /W 2 >> /P " + page.unparse() +
+                  (form == AnnotationForm::WithAppearance
+                       ? normal_appearance(pdf, fill, kAnnotationRect, "<< >>")
+                       : "") +
+                  " >>"));
+    page.replaceKey("/Annots", Object::parse(&pdf, "[" + annotation.unparse() + "]"));
     write_document(pdf, target);
 }
 
@@ -176,37 +158,24 @@ void write_text_field_pdf(const std::filesystem::path& target, const std::string
 {
     QPDF pdf;
     auto page = start_single_page(pdf);
-    const auto font = helvetica(pdf);
-    auto font_dict = QPDFObjectHandle::newDictionary();
-    font_dict.replaceKey("/Helv", font);
-    auto resources = QPDFObjectHandle::newDictionary();
-    resources.replaceKey("/Font", font_dict);
-
-    auto widget = QPDFObjectHandle::parse(
-        "<< /Type /Annot /Subtype /Widget /FT /Tx /T (name) /F 4 /DA (/Helv 18 Tf 0 g) /Rect " +
-        rect_array(kFieldRect) + " >>");
-    widget.replaceKey("/V", QPDFObjectHandle::newString(value));
-    widget.replaceKey("/P", page);
-    if (form == FieldForm::WithAppearance) {
-        const std::string show =
-            "/Tx BMC q BT /Helv 18 Tf 0 g 4 12 Td (" + literal(value) + ") Tj ET Q EMC\n";
-        widget.replaceKey("/AP", normal_appearance(pdf, show, kFieldRect, resources));
-    }
-    widget = pdf.makeIndirectObject(widget);
-
-    auto annots = QPDFObjectHandle::newArray();
-    annots.appendItem(widget);
-    page.replaceKey("/Annots", annots);
-
-    auto acroform = QPDFObjectHandle::parse("<< /DA (/Helv 0 Tf 0 g) >>");
-    auto fields = QPDFObjectHandle::newArray();
-    fields.appendItem(widget);
-    acroform.replaceKey("/Fields", fields);
-    acroform.replaceKey("/DR", resources);
-    if (form == FieldForm::NeedAppearances) {
-        acroform.replaceKey("/NeedAppearances", QPDFObjectHandle::newBool(true));
-    }
-    pdf.getRoot().replaceKey("/AcroForm", pdf.makeIndirectObject(acroform));
+    const std::string resources = "<< /Font << /Helv " + helvetica(pdf).unparse() + " >> >>";
+    const std::string show =
+        "/Tx BMC q BT /Helv 18 Tf 0 g 4 12 Td (" + literal(value) + ") Tj ET Q EMC\n";
+    auto widget = pdf.makeIndirectObject(Object::parse(
+        &pdf, "<< /Type /Annot /Subtype /Widget /FT /Tx /T (name) /F 4 /DA (/Helv 18 Tf 0 g) "
+              "/Rect " + rect_array(kFieldRect) + " /V " + Object::newString(value).unparse() +
+                  " /P " + page.unparse() +
+                  (form == FieldForm::WithAppearance
+                       ? normal_appearance(pdf, show, kFieldRect, resources)
+                       : "") +
+                  " >>"));
+    page.replaceKey("/Annots", Object::parse(&pdf, "[" + widget.unparse() + "]"));
+    pdf.getRoot().replaceKey(
+        "/AcroForm",
+        pdf.makeIndirectObject(Object::parse(
+            &pdf, "<< /DA (/Helv 0 Tf 0 g) /Fields [" + widget.unparse() + "] /DR " + resources +
+                      (form == FieldForm::NeedAppearances ? " /NeedAppearances true" : "") +
+                      " >>")));
     write_document(pdf, target);
 }
 
@@ -219,22 +188,17 @@ void write_encrypted_copy(const std::filesystem::path& source, const std::filesy
     QPDFWriter writer(pdf, target.c_str());
     const char* user = user_password.c_str();
     const char* owner = owner_password.c_str();
-    switch (encryption) {
-    case PdfEncryption::Rc4_128:
+    if (encryption == PdfEncryption::Rc4_128) {
         writer.setR3EncryptionParametersInsecure(user, owner, true, true, true, true, true, true,
                                                  qpdf_r3p_full);
-        break;
-    case PdfEncryption::Aes128:
+    } else if (encryption == PdfEncryption::Aes128) {
         writer.setR4EncryptionParametersInsecure(user, owner, true, true, true, true, true, true,
                                                  qpdf_r3p_full, true, true);
-        break;
-    case PdfEncryption::Aes256:
-        if (owner_password.empty()) {
-            throw std::invalid_argument("AES-256 fixtures need an owner password");
-        }
+    } else if (owner_password.empty()) {
+        throw std::invalid_argument("AES-256 fixtures need an owner password");
+    } else {
         writer.setR6EncryptionParameters(user, owner, true, true, true, true, true, true,
                                          qpdf_r3p_full, true);
-        break;
     }
     writer.write();
 }
@@ -261,43 +225,32 @@ void write_truncated_copy(const std::filesystem::path& source, const std::filesy
     if (!in) {
         throw std::runtime_error("cannot read " + source.string());
     }
-    std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    bytes.resize(std::min(bytes.size(), keep_bytes));
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-        throw std::runtime_error("cannot write " + target.string());
-    }
+    const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    write_text_file(target, bytes.substr(0, keep_bytes));
 }
 
 void write_garbage_pdf(const std::filesystem::path& target)
 {
-    std::ofstream out(target, std::ios::binary | std::ios::trunc);
-    out << "%PDF-1.4\n";
+    std::string text = "%PDF-1.4\n";
     for (int i = 0; i < 64; ++i) {
-        out << "garbage line " << i << " without objects\n";
+        text += "garbage line " + std::to_string(i) + " without objects\n";
     }
-    if (!out) {
-        throw std::runtime_error("cannot write " + target.string());
-    }
+    write_text_file(target, text);
 }
 
 void write_boxed_pdf(const std::filesystem::path& target, const std::vector<PdfBoxesSpec>& pages)
 {
     QPDF pdf;
     pdf.emptyPDF();
-    QPDFPageDocumentHelper pages_helper(pdf);
     for (const auto& spec : pages) {
-        auto page = QPDFObjectHandle::parse("<< /Type /Page /MediaBox " + spec.media_box +
-                                            " /Resources << >> >>");
-        if (!spec.crop_box.empty()) {
-            page.replaceKey("/CropBox", QPDFObjectHandle::parse(spec.crop_box));
-        }
-        if (spec.rotate != 0) {
-            page.replaceKey("/Rotate", QPDFObjectHandle::newInteger(spec.rotate));
-        }
-        page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, ""));
-        pages_helper.addPage(QPDFPageObjectHelper(pdf.makeIndirectObject(page)), false);
+        auto contents = Object::newStream(&pdf, "");
+        const auto page = Object::parse(
+            &pdf, "<< /Type /Page /MediaBox " + spec.media_box + " /Resources << >>" +
+                      (spec.crop_box.empty() ? "" : " /CropBox " + spec.crop_box) +
+                      (spec.rotate != 0 ? " /Rotate " + std::to_string(spec.rotate) : "") +
+                      " /Contents " + contents.unparse() + " >>");
+        QPDFPageDocumentHelper(pdf).addPage(QPDFPageObjectHelper(pdf.makeIndirectObject(page)),
+                                            false);
     }
     write_document(pdf, target);
 }

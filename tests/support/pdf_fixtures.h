@@ -13,19 +13,15 @@
 namespace qf::test {
 
 struct PdfColor {
-    double r = 0;
-    double g = 0;
-    double b = 0;
+    double r = 0, g = 0, b = 0;
 };
 
 inline constexpr PdfColor kPdfRed{1, 0, 0};
 inline constexpr PdfColor kPdfBlue{0, 0, 1};
 
 struct PdfRect {
-    double x = 0; // lower-left corner, points
-    double y = 0;
-    double width = 0;
-    double height = 0;
+    double x = 0, y = 0; // lower-left corner, points
+    double width = 0, height = 0;
 };
 
 // A rectangle filled with one colour, drawn by the page's content stream.
@@ -37,17 +33,14 @@ struct PdfFill {
 // A line of text in Helvetica (a standard font, not embedded), black, WinAnsi encoding:
 // keep it to printable ASCII. (x, y) is the baseline start.
 struct PdfText {
-    double x = 72;
-    double y = 700;
-    double size = 24;
+    double x = 72, y = 700, size = 24;
     std::string text;
 };
 
 struct PdfPageSpec {
-    double width = 612; // MediaBox size, points
-    double height = 792;
-    double origin_x = 0; // MediaBox lower-left corner; fills and texts are placed relative to it
-    double origin_y = 0;
+    double width = 612, height = 792; // MediaBox size, points
+    // MediaBox lower-left corner; fills and texts are placed relative to it.
+    double origin_x = 0, origin_y = 0;
     int rotate = 0; // written as /Rotate when not 0
     std::vector<PdfFill> fills; // drawn first, in order
     std::vector<PdfText> texts; // drawn after the fills, in order

@@ -2,29 +2,18 @@
 #include "tests/support/pdf_security_checks.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <stdexcept>
 
-#include <qpdf/Buffer.hh>
 #include <qpdf/QPDFExc.hh>
-#include <qpdf/QPDFObjectHandle.hh>
 #include <qpdf/QPDFPageObjectHelper.hh>
 #include <qpdf/QPDFWriter.hh>
 #include <qpdf/QPDFXRefEntry.hh>
 
+#include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_fixtures.h"
 
 namespace qf::test {
 namespace {
-
-std::string stream_text(QPDFObjectHandle stream)
-{
-    const auto data = stream.getStreamData(qpdf_dl_generalized);
-    return std::string(reinterpret_cast<const char*>(data->getBuffer()), data->getSize());
-}
 
 std::string xmp_for(const PdfDressing& dressing)
 {
@@ -48,30 +37,17 @@ std::string xmp_for(const PdfDressing& dressing)
            description + "</rdf:RDF></x:xmpmeta>\n<?xpacket end=\"w\"?>";
 }
 
+// Page 1 draws kRawImage (no filter) and kJpegBytes (DCTDecode).
 void add_images(QPDF& pdf, QPDFObjectHandle page)
 {
-    auto raw = QPDFObjectHandle::newStream(&pdf, raw_image_pixels());
-    raw.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/XObject"));
-    raw.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/Image"));
-    raw.getDict().replaceKey("/Width", QPDFObjectHandle::newInteger(kRawImageSide));
-    raw.getDict().replaceKey("/Height", QPDFObjectHandle::newInteger(kRawImageSide));
-    raw.getDict().replaceKey("/ColorSpace", QPDFObjectHandle::newName("/DeviceGray"));
-    raw.getDict().replaceKey("/BitsPerComponent", QPDFObjectHandle::newInteger(8));
-
-    auto jpeg = QPDFObjectHandle::newStream(&pdf);
-    jpeg.replaceStreamData(kJpegBytes, QPDFObjectHandle::newName("/DCTDecode"),
-                           QPDFObjectHandle::newNull());
-    jpeg.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/XObject"));
-    jpeg.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/Image"));
-    jpeg.getDict().replaceKey("/Width", QPDFObjectHandle::newInteger(4));
-    jpeg.getDict().replaceKey("/Height", QPDFObjectHandle::newInteger(4));
-    jpeg.getDict().replaceKey("/ColorSpace", QPDFObjectHandle::newName("/DeviceGray"));
-    jpeg.getDict().replaceKey("/BitsPerComponent", QPDFObjectHandle::newInteger(8));
-
-    auto xobjects = QPDFObjectHandle::newDictionary();
-    xobjects.replaceKey("/Im0", raw);
-    xobjects.replaceKey("/Im1", jpeg);
-    page.getKey("/Resources").replaceKey("/XObject", xobjects);
+    const std::string image = "<< /Type /XObject /Subtype /Image /ColorSpace /DeviceGray "
+                              "/BitsPerComponent 8 ";
+    const std::string side = std::to_string(kRawImageSide);
+    auto raw = new_stream(pdf, raw_image_pixels(), image + "/Width " + side + " /Height " + side + " >>");
+    auto jpeg = new_stream(pdf, kJpegBytes, image + "/Width 4 /Height 4 /Filter /DCTDecode >>");
+    page.getKey("/Resources")
+        .replaceKey("/XObject", QPDFObjectHandle::parse(&pdf, "<< /Im0 " + raw.unparse() +
+                                                                  " /Im1 " + jpeg.unparse() + " >>"));
     QPDFPageObjectHelper(page).addPageContents(
         QPDFObjectHandle::newStream(
             &pdf, "q 100 0 0 100 72 72 cm /Im0 Do Q q 50 0 0 50 300 72 cm /Im1 Do Q\n"),
@@ -80,14 +56,12 @@ void add_images(QPDF& pdf, QPDFObjectHandle page)
 
 void add_output_intent(QPDF& pdf)
 {
-    auto profile = QPDFObjectHandle::newStream(&pdf, kIccBytes);
-    profile.getDict().replaceKey("/N", QPDFObjectHandle::newInteger(3));
-    auto intent = QPDFObjectHandle::parse(
-        "<< /Type /OutputIntent /S /GTS_PDFA1 /OutputConditionIdentifier (sRGB IEC61966-2.1) >>");
-    intent.replaceKey("/DestOutputProfile", profile);
-    auto intents = QPDFObjectHandle::newArray();
-    intents.appendItem(pdf.makeIndirectObject(intent));
-    pdf.getRoot().replaceKey("/OutputIntents", intents);
+    auto profile = new_stream(pdf, kIccBytes, "<< /N 3 >>");
+    auto intent = pdf.makeIndirectObject(QPDFObjectHandle::parse(
+        &pdf, "<< /Type /OutputIntent /S /GTS_PDFA1 /OutputConditionIdentifier "
+              "(sRGB IEC61966-2.1) /DestOutputProfile " + profile.unparse() + " >>"));
+    pdf.getRoot().replaceKey("/OutputIntents",
+                             QPDFObjectHandle::parse(&pdf, "[" + intent.unparse() + "]"));
 }
 
 } // namespace
@@ -106,9 +80,7 @@ void write_labelled_pdf(const std::filesystem::path& target, const std::vector<s
 {
     std::vector<PdfPageSpec> pages;
     for (const auto& label : labels) {
-        PdfPageSpec spec;
-        spec.texts.push_back(PdfText{72, 700, 24, label});
-        pages.push_back(spec);
+        pages.push_back({.texts = {PdfText{72, 700, 24, label}}});
     }
     const auto plain = target.parent_path() / (".plain-" + target.filename().string());
     write_pdf(plain, pages);
@@ -116,10 +88,8 @@ void write_labelled_pdf(const std::filesystem::path& target, const std::vector<s
     QPDF pdf;
     open_pdf(pdf, plain);
     if (dressing.pdfa_part != 0 || !dressing.pdfx_version.empty()) {
-        auto metadata = QPDFObjectHandle::newStream(&pdf, xmp_for(dressing));
-        metadata.getDict().replaceKey("/Type", QPDFObjectHandle::newName("/Metadata"));
-        metadata.getDict().replaceKey("/Subtype", QPDFObjectHandle::newName("/XML"));
-        pdf.getRoot().replaceKey("/Metadata", metadata);
+        pdf.getRoot().replaceKey(
+            "/Metadata", new_stream(pdf, xmp_for(dressing), "<< /Type /Metadata /Subtype /XML >>"));
     }
     if (dressing.output_intent) {
         add_output_intent(pdf);
@@ -144,10 +114,7 @@ std::vector<std::string> page_labels(QPDF& pdf)
     static const std::regex shown(R"(\(((?:[^()\\]|\\.)*)\)\s*Tj)");
     std::vector<std::string> labels;
     for (auto& page : pdf.getAllPages()) {
-        std::string content;
-        for (auto& stream : QPDFPageObjectHelper(page).getPageContents()) {
-            content += stream_text(stream) + "\n";
-        }
+        const std::string content = page_content(page);
         std::string label;
         for (std::sregex_iterator it(content.begin(), content.end(), shown), end; it != end; ++it) {
             label += (*it)[1].str();
@@ -204,21 +171,15 @@ std::string xmp_packet_of(QPDF& pdf)
 
 std::string info_entry(QPDF& pdf, const std::string& key)
 {
-    auto info = pdf.getTrailer().getKey("/Info");
-    if (!info.isDictionary() || !info.getKey(key).isString()) {
-        return {};
-    }
-    return info.getKey(key).getUTF8Value();
+    auto entry = pdf.getTrailer().getKey("/Info").getKeyIfDict(key);
+    return entry.isString() ? entry.getUTF8Value() : std::string();
 }
 
 bool uses_object_streams(QPDF& pdf)
 {
-    for (const auto& [object, entry] : pdf.getXRefTable()) {
-        if (entry.getType() == 2) {
-            return true;
-        }
-    }
-    return false;
+    const auto table = pdf.getXRefTable();
+    return std::any_of(table.begin(), table.end(),
+                       [](const auto& object) { return object.second.getType() == 2; });
 }
 
 } // namespace qf::test

@@ -47,9 +47,7 @@ bool opens_with(const std::filesystem::path& path, const std::string& password);
 
 struct EncryptionFacts {
     bool encrypted = false;
-    int revision = 0;    // R
-    int permissions = 0; // P
-    int version = 0;     // V
+    int revision = 0, permissions = 0, version = 0; // R, P, V
     QPDF::encryption_method_e stream_method = QPDF::e_none;
     std::size_t key_bits = 0; // length of the file encryption key
     bool owner_matched = false;

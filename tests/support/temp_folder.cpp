@@ -46,8 +46,7 @@ std::vector<std::string> TempFolder::entries() const
 const fs::path& isolated_work_folder()
 {
     static const TempFolder folder;
-    static const bool set = ::setenv("XDG_DATA_HOME", folder.path().c_str(), 1) == 0;
-    (void)set;
+    [[maybe_unused]] static const int set = ::setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
     return folder.path();
 }
 

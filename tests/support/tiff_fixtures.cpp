@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <tiffio.h>
 
@@ -12,103 +12,76 @@ namespace qf::test {
 namespace fs = std::filesystem;
 namespace {
 
-bool in_black_square(int x, int y, const TiffPage& page)
+using TiffPtr = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
+
+TiffPtr create_tiff(const fs::path& path)
 {
-    return x < page.width / 2 && y < page.height / 2 && x >= page.width / 8 && y >= page.height / 8;
+    TiffPtr tif(TIFFOpen(path.c_str(), "w"), &TIFFClose);
+    if (!tif) {
+        throw std::runtime_error("cannot create " + path.string());
+    }
+    return tif;
 }
 
-std::vector<std::uint8_t> page_bytes(const TiffPage& page, int index, std::size_t& stride)
+// Bits per sample, samples per pixel and photometric interpretation of each kind, in the
+// order of TiffKind.
+struct KindLayout {
+    std::uint16_t bits, samples, photometric;
+};
+constexpr KindLayout kLayouts[] = {{8, 3, PHOTOMETRIC_RGB},
+                                   {1, 1, PHOTOMETRIC_MINISWHITE},
+                                   {1, 1, PHOTOMETRIC_MINISBLACK},
+                                   {16, 1, PHOTOMETRIC_MINISBLACK},
+                                   {8, 4, PHOTOMETRIC_RGB}};
+
+bool in_black_square(int x, int y, const TiffPage& page)
+{
+    return x < page.width / 2 && y < page.height / 2 && x >= page.width / 8 &&
+           y >= page.height / 8;
+}
+
+// The rows of page `index` as the file holds them, `stride` bytes each.
+std::vector<std::uint8_t> page_bytes(const TiffPage& page, int index, std::size_t stride)
 {
     const Rgb colour = page_colour(index);
-    std::vector<std::uint8_t> bytes;
-    switch (page.kind) {
-    case TiffKind::Rgb:
-        stride = static_cast<std::size_t>(page.width) * 3;
-        bytes.resize(stride * page.height);
-        for (int y = 0; y < page.height; ++y) {
-            for (int x = 0; x < page.width; ++x) {
-                const bool black = in_black_square(x, y, page);
-                std::uint8_t* p = bytes.data() + stride * y + 3 * x;
-                p[0] = black ? 0 : colour.r;
-                p[1] = black ? 0 : colour.g;
-                p[2] = black ? 0 : colour.b;
+    const int pixel_bits = kLayouts[int(page.kind)].bits * kLayouts[int(page.kind)].samples;
+    std::vector<std::uint8_t> bytes(stride * page.height,
+                                    page.kind == TiffKind::BilevelMinIsBlack ? 0xFF : 0);
+    for (int y = 0; y < page.height; ++y) {
+        for (int x = 0; x < page.width; ++x) {
+            const bool black = page.kind != TiffKind::RgbAlpha && in_black_square(x, y, page);
+            std::uint8_t* at = bytes.data() + stride * y + std::size_t(x) * pixel_bits / 8;
+            const std::uint16_t grey = black ? 0 : std::uint16_t(colour.r * 257);
+            const std::uint8_t rgba[4] = {std::uint8_t(black ? 0 : colour.r),
+                                          std::uint8_t(black ? 0 : colour.g),
+                                          std::uint8_t(black ? 0 : colour.b),
+                                          std::uint8_t(x < page.width / 2 ? 255 : 0)};
+            if (pixel_bits == 1) {
+                *at ^= black ? std::uint8_t(0x80 >> (x % 8)) : 0;
+            } else {
+                std::memcpy(at, pixel_bits == 16 ? static_cast<const void*>(&grey) : rgba,
+                            std::size_t(pixel_bits) / 8);
             }
         }
-        break;
-    case TiffKind::Bilevel:
-    case TiffKind::BilevelMinIsBlack:
-        stride = (static_cast<std::size_t>(page.width) + 7) / 8;
-        bytes.assign(stride * page.height, page.kind == TiffKind::Bilevel ? 0 : 0xFF);
-        for (int y = 0; y < page.height; ++y) {
-            for (int x = 0; x < page.width; ++x) {
-                if (in_black_square(x, y, page)) {
-                    bytes[stride * y + x / 8] ^= static_cast<std::uint8_t>(0x80 >> (x % 8));
-                }
-            }
-        }
-        break;
-    case TiffKind::Gray16:
-        stride = static_cast<std::size_t>(page.width) * 2;
-        bytes.resize(stride * page.height);
-        for (int y = 0; y < page.height; ++y) {
-            for (int x = 0; x < page.width; ++x) {
-                const std::uint16_t value = in_black_square(x, y, page) ? 0 : static_cast<std::uint16_t>(colour.r * 257);
-                std::memcpy(bytes.data() + stride * y + 2 * x, &value, 2);
-            }
-        }
-        break;
-    case TiffKind::RgbAlpha:
-        stride = static_cast<std::size_t>(page.width) * 4;
-        bytes.resize(stride * page.height);
-        for (int y = 0; y < page.height; ++y) {
-            for (int x = 0; x < page.width; ++x) {
-                std::uint8_t* p = bytes.data() + stride * y + 4 * x;
-                const bool opaque = x < page.width / 2;
-                p[0] = colour.r;
-                p[1] = colour.g;
-                p[2] = colour.b;
-                p[3] = opaque ? 255 : 0;
-            }
-        }
-        break;
     }
     return bytes;
 }
 
 void write_page(TIFF* tif, const TiffPage& page, int index)
 {
-    std::size_t stride = 0;
+    const KindLayout layout = kLayouts[int(page.kind)];
+    const std::size_t stride = (std::size_t(page.width) * layout.bits * layout.samples + 7) / 8;
     const std::vector<std::uint8_t> bytes = page_bytes(page, index, stride);
-    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(page.width));
-    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(page.height));
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, std::uint32_t(page.width));
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, std::uint32_t(page.height));
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tif, TIFFTAG_COMPRESSION, page.compression);
-    switch (page.kind) {
-    case TiffKind::Rgb:
-        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
-        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-        break;
-    case TiffKind::Bilevel:
-    case TiffKind::BilevelMinIsBlack:
-        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 1);
-        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC,
-                     page.kind == TiffKind::Bilevel ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK);
-        break;
-    case TiffKind::Gray16:
-        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
-        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-        break;
-    case TiffKind::RgbAlpha: {
-        TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-        TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 4);
-        TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-        const std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
-        TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &extra);
-        break;
-    }
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, layout.bits);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samples);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, layout.photometric);
+    const std::uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
+    if (page.kind == TiffKind::RgbAlpha) {
+        TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &alpha);
     }
     if (page.xres > 0) {
         TIFFSetField(tif, TIFFTAG_XRESOLUTION, page.xres);
@@ -124,31 +97,28 @@ void write_page(TIFF* tif, const TiffPage& page, int index)
         TIFFSetField(tif, TIFFTAG_DOCUMENTNAME, page.document_name.c_str());
     }
     bool ok = true;
+    constexpr int kTile = 16;
     if (page.tiled) {
-        constexpr std::uint32_t kTile = 16;
         TIFFSetField(tif, TIFFTAG_TILEWIDTH, kTile);
         TIFFSetField(tif, TIFFTAG_TILELENGTH, kTile);
-        const std::size_t bytes_per_pixel_row = stride;
-        std::vector<std::uint8_t> tile(static_cast<std::size_t>(TIFFTileSize(tif)), 0);
-        const std::size_t tile_stride = tile.size() / kTile;
-        for (int top = 0; top < page.height; top += kTile) {
-            for (int left = 0; left < page.width; left += kTile) {
-                std::fill(tile.begin(), tile.end(), 0);
-                const std::size_t offset = bytes_per_pixel_row * left / page.width;
-                for (std::uint32_t row = 0; row < kTile && top + static_cast<int>(row) < page.height; ++row) {
-                    const std::size_t available = std::min(tile_stride, stride - offset);
-                    std::memcpy(tile.data() + tile_stride * row, bytes.data() + stride * (top + row) + offset, available);
-                }
-                ok = ok && TIFFWriteTile(tif, tile.data(), static_cast<std::uint32_t>(left),
-                                         static_cast<std::uint32_t>(top), 0, 0) >= 0;
-            }
-        }
     } else {
         TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tif, 0));
-        for (int y = 0; y < page.height; ++y) {
-            ok = ok && TIFFWriteScanline(tif, const_cast<std::uint8_t*>(bytes.data() + stride * y),
-                                         static_cast<std::uint32_t>(y), 0) >= 0;
+    }
+    std::vector<std::uint8_t> tile(page.tiled ? std::size_t(TIFFTileSize(tif)) : 0);
+    const std::size_t tile_stride = tile.size() / kTile;
+    for (int top = 0; page.tiled && top < page.height; top += kTile) {
+        for (int left = 0; left < page.width; left += kTile) {
+            std::fill(tile.begin(), tile.end(), 0);
+            const std::size_t offset = stride * left / page.width;
+            for (int row = 0; row < kTile && top + row < page.height; ++row) {
+                std::memcpy(tile.data() + tile_stride * row, &bytes[stride * (top + row) + offset],
+                            std::min(tile_stride, stride - offset));
+            }
+            ok = ok && TIFFWriteTile(tif, tile.data(), left, top, 0, 0) >= 0;
         }
+    }
+    for (int y = 0; !page.tiled && y < page.height; ++y) {
+        ok = ok && TIFFWriteScanline(tif, const_cast<std::uint8_t*>(&bytes[stride * y]), y, 0) >= 0;
     }
     if (!ok || TIFFWriteDirectory(tif) != 1) {
         throw std::runtime_error("libtiff could not write a fixture page");
@@ -168,31 +138,20 @@ Rgb page_colour(int index)
 void make_tiff(const fs::path& path, const std::vector<TiffPage>& pages)
 {
     fs::create_directories(path.parent_path());
-    TIFF* tif = TIFFOpen(path.c_str(), "w");
-    if (tif == nullptr) {
-        throw std::runtime_error("cannot create " + path.string());
+    const TiffPtr tif = create_tiff(path);
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        write_page(tif.get(), pages[i], static_cast<int>(i));
     }
-    try {
-        for (std::size_t i = 0; i < pages.size(); ++i) {
-            write_page(tif, pages[i], static_cast<int>(i));
-        }
-    } catch (...) {
-        TIFFClose(tif);
-        throw;
-    }
-    TIFFClose(tif);
 }
 
 void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images)
 {
-    TIFF* tif = TIFFOpen(path.c_str(), "w");
-    if (tif == nullptr) {
-        throw std::runtime_error("cannot create " + path.string());
-    }
+    const TiffPtr file = create_tiff(path);
+    TIFF* tif = file.get();
     bool ok = true;
     for (const RawTiffImage& image : images) {
-        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(image.width));
-        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(image.height));
+        TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, std::uint32_t(image.width));
+        TIFFSetField(tif, TIFFTAG_IMAGELENGTH, std::uint32_t(image.height));
         TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, image.bits_per_sample);
         TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, image.samples_per_pixel);
         TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, image.photometric);
@@ -200,15 +159,15 @@ void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images
         TIFFSetField(tif, TIFFTAG_ORIENTATION, image.orientation);
         TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(image.height));
+        TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, std::uint32_t(image.height));
         if (!image.extra_samples.empty()) {
-            TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<std::uint16_t>(image.extra_samples.size()),
+            TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, std::uint16_t(image.extra_samples.size()),
                          image.extra_samples.data());
         }
-        if (!image.colour_map.empty()) {
-            const std::size_t n = image.colour_map.size() / 3;
-            TIFFSetField(tif, TIFFTAG_COLORMAP, image.colour_map.data(), image.colour_map.data() + n,
-                         image.colour_map.data() + 2 * n);
+        const std::uint16_t* map = image.colour_map.data();
+        const std::size_t entries = image.colour_map.size() / 3;
+        if (entries > 0) {
+            TIFFSetField(tif, TIFFTAG_COLORMAP, map, map + entries, map + 2 * entries);
         }
         if (image.xres > 0) {
             TIFFSetField(tif, TIFFTAG_XRESOLUTION, image.xres);
@@ -216,16 +175,16 @@ void make_raw_tiff(const fs::path& path, const std::vector<RawTiffImage>& images
             TIFFSetField(tif, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
         }
         auto* data = const_cast<std::uint8_t*>(image.data.data());
-        ok = ok && TIFFWriteEncodedStrip(tif, 0, data, static_cast<tmsize_t>(image.data.size())) >= 0 &&
+        ok = ok && TIFFWriteEncodedStrip(tif, 0, data, tmsize_t(image.data.size())) >= 0 &&
              TIFFWriteDirectory(tif) == 1;
     }
-    TIFFClose(tif);
     if (!ok) {
         throw std::runtime_error("libtiff could not write " + path.string());
     }
 }
 
-std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row, int bits)
+std::vector<std::uint8_t> pack_samples(const std::vector<std::uint64_t>& samples, int per_row,
+                                       int bits)
 {
     std::vector<std::uint8_t> bytes;
     int used = 8; // bits used in the last byte

@@ -25,16 +25,13 @@ enum class TiffKind {
 };
 
 struct TiffPage {
-    int width = 64;
-    int height = 48;
+    int width = 64, height = 48;
     TiffKind kind = TiffKind::Rgb;
     std::uint16_t compression = 5; // LZW; 4 for CCITT G4 on bilevel pages
     bool tiled = false;            // 16 by 16 tiles
-    float xres = 0;                // 0: no resolution tags
-    float yres = 0;
+    float xres = 0, yres = 0;      // 0: no resolution tags
     std::uint16_t resolution_unit = 2; // inch
-    std::string copyright;
-    std::string document_name;
+    std::string copyright, document_name;
 };
 
 // The colour of page `index` (0-based) of an Rgb page.
