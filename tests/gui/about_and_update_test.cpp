@@ -124,29 +124,6 @@ TEST(UpdateCheckWindow, ClosingTheWindowCallsTheCheckOff)
                              [](QWidget* shown) { return qobject_cast<QMessageBox*>(shown) != nullptr; }));
 }
 
-// The about window: a press on the address opens the site, a press on the background hides
-// it, the next About shows the same window.
-TEST(AboutWindow, ShowsHidesAndOpensTheSite)
-{
-    OpenedUrls opened;
-    QWidget window;
-    window.show();
-    show_about(&window);
-    auto* about = window.findChild<QDialog*>("aboutwindow");
-    ASSERT_NE(about, nullptr);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(about));
-    auto* site = about->findChild<QLabel*>("Label5");
-    QTest::mouseClick(site, Qt::LeftButton);
-    ASSERT_EQ(opened.urls.size(), 1);
-    EXPECT_EQ(opened.urls.first().scheme(), "https");
-
-    QTest::mouseClick(about, Qt::LeftButton, {}, QPoint(5, 5));
-    EXPECT_FALSE(about->isVisible());
-    show_about(&window);
-    EXPECT_EQ(window.findChild<QDialog*>("aboutwindow"), about);
-    EXPECT_TRUE(about->isVisible());
-}
-
 // The help item opens the built help document, which covers every option of the command line.
 TEST(HelpDocument, OpensTheDocumentThatCoversEveryOption)
 {

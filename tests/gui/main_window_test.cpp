@@ -1,31 +1,27 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The window as a user meets it: start-up, preferences and profiles, runs, Stop, the exit
 // question and what an assistive client finds.
+#include <QAbstractButton>
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
-#include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
-#include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QProgressBar>
 #include <QSettings>
-#include <QSlider>
 #include <QTest>
 #include <QTimer>
 #include <QTabWidget>
 #include <functional>
-#include <map>
 #include <gtest/gtest.h>
 #include <memory>
 
 #include "app/startup.h"
 #include "intake/document_list_view.h"
-#include "settings/option_table.h"
 #include "settings/preference_store_qt.h"
 #include "shell/main_window.h"
 #include "tests/support/pdf_fixtures.h"
@@ -33,8 +29,6 @@
 
 namespace {
 
-using qf::engine::OptionId;
-using qf::settings::OptionSpec;
 
 constexpr int kRunTimeoutMs = 60000;
 
@@ -50,9 +44,8 @@ void walk(QAccessibleInterface* node, const std::function<void(QAccessibleInterf
     }
 }
 
-// Runs `action` and answers the modal dialogs it opens, one answer each in turn: a message box
-// by the button of that text, a file dialog by choosing that path. Gives each dialog's text
-// (a file dialog's title).
+// Runs `action` and answers the message boxes it opens, one answer each in turn, by the button
+// of that text. Gives each box's text.
 QStringList answer_modals(const std::function<void()>& action, const QStringList& answers)
 {
     QStringList seen;
@@ -73,12 +66,6 @@ QStringList answer_modals(const std::function<void()>& action, const QStringList
                     button->click();
                 }
             }
-        } else if (auto* dialog = qobject_cast<QFileDialog*>(modal)) {
-            seen << dialog->windowTitle();
-            // The name field, as a user types it: the dialog may still be filling in its
-            // proposed name from the folder it reads in the background.
-            dialog->findChild<QLineEdit*>("fileNameEdit")->setText(answer);
-            QMetaObject::invokeMethod(dialog, "accept");
         }
     });
     poll.start();
@@ -89,39 +76,6 @@ QStringList answer_modals(const std::function<void()>& action, const QStringList
 QString answer_modal(const std::function<void()>& action, const QString& answer)
 {
     return answer_modals(action, {answer}).value(0);
-}
-
-// The stored options of a user: every option of the table away from its default.
-void set_away_from_defaults(QWidget* window)
-{
-    for (const OptionSpec& spec : qf::settings::option_table()) {
-        QWidget* control = window->findChild<QWidget*>(QString::fromUtf8(spec.control.data(), spec.control.size()));
-        ASSERT_NE(control, nullptr) << spec.control;
-        if (auto* popup = qobject_cast<QComboBox*>(control)) {
-            popup->setCurrentIndex(popup->count() - 1 == spec.initial.row ? 0 : popup->count() - 1);
-        } else if (auto* box = qobject_cast<QCheckBox*>(control)) {
-            box->setChecked(!spec.initial.on);
-        } else if (spec.id == OptionId::jpgquality) {
-            window->findChild<QSlider*>("qualityslider")->setValue(90);
-        } else if (spec.id == OptionId::DotsPerInch) {
-            static_cast<QLineEdit*>(control)->setText("300");
-        } else {
-            static_cast<QLineEdit*>(control)->setText(" value of " + control->objectName() + "/");
-        }
-    }
-}
-
-// What a control shows, as text, for comparing two windows.
-QString shown(QWidget* window, std::string_view name)
-{
-    QWidget* control = window->findChild<QWidget*>(QString::fromUtf8(name.data(), name.size()));
-    if (auto* popup = qobject_cast<QComboBox*>(control)) {
-        return QString::number(popup->currentIndex());
-    }
-    if (auto* box = qobject_cast<QCheckBox*>(control)) {
-        return box->isChecked() ? "on" : "off";
-    }
-    return static_cast<QLineEdit*>(control)->text();
 }
 
 class WindowTest : public ::testing::Test {
@@ -184,35 +138,6 @@ protected:
 // The log of a two-page "report.pdf" written as one PDF, newest line first.
 const QString kReportLog = "report.PDF has been Saved\nPage 2 Added to PDF\nPage 2 is being Processed \n"
                            "Page 1 Added to PDF\nPage 1 is being Processed \nreport.pdf is being Processed\n";
-
-TEST_F(WindowTest, PreferencesAndAProfileRestoreEveryControl)
-{
-    set_away_from_defaults(window_.get());
-    window_->Savesettings();
-    const QString profile = QString::fromStdString((output_ / "mine.qfk").string());
-    EXPECT_EQ(answer_modals([&] { press("savesettings"); }, {profile, "OK"}),
-              QStringList({"Save Settings Profile File (QFK)", "Settings File mine.qfk Saved"}));
-
-    const auto restored = open_window();
-    QSettings(QSettings::NativeFormat, QSettings::UserScope, "org.quirefold.extract").clear();
-    const auto fresh = open_window();
-    std::map<std::string_view, QString> before_profile;
-    for (const OptionSpec& spec : qf::settings::option_table()) {
-        before_profile[spec.control] = shown(fresh.get(), spec.control);
-    }
-    EXPECT_EQ(answer_modals([&] { fresh->findChild<QAction*>("loadsettings")->trigger(); }, {profile, "OK"}),
-              QStringList({"Select Settings Profile File (QFK)", "Settings Loaded"}));
-
-    for (const OptionSpec& spec : qf::settings::option_table()) {
-        const QString saved = shown(window_.get(), spec.control);
-        if (!spec.pref_key.empty()) {
-            EXPECT_EQ(shown(restored.get(), spec.control), saved) << "preferences: " << spec.control;
-        }
-        // A profile holds texts trimmed, and leaves the options it does not hold as they were.
-        const QString expected = spec.profile_attr.empty() ? before_profile[spec.control] : saved.trimmed();
-        EXPECT_EQ(shown(fresh.get(), spec.control), expected) << "profile: " << spec.control;
-    }
-}
 
 TEST_F(WindowTest, RunEndsWithAllDoneAndTheLogAsShown)
 {
@@ -297,8 +222,7 @@ TEST_F(WindowTest, ExitQuestionStoresTheOptionsWhateverTheAnswer)
         find<QLineEdit>("pdftitle")->setText("Kept " + c.answer);
         EXPECT_EQ(answer_modal([&] { window_->close(); }, c.answer), "Did You Want to Exit ?");
         EXPECT_EQ(window_->isVisible(), c.stays) << c.answer.toStdString();
-        const QSettings stored(QSettings::NativeFormat, QSettings::UserScope, "org.quirefold.extract");
-        EXPECT_EQ(stored.value("pdftitle").toString(), "Kept " + c.answer);
+        EXPECT_EQ(open_window()->findChild<QLineEdit*>("pdftitle")->text(), "Kept " + c.answer);
     }
 }
 

@@ -158,19 +158,6 @@ TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
     EXPECT_EQ(pictures[0], QSize(800, 1200)); // the second document's, four times its size
 }
 
-TEST_F(PaneTest, DocumentSlowToDrawIsAbandonedForTheNextSelection)
-{
-    test::write_doubling_forms_pdf(folder / "slow.pdf", 26);
-    test::write_pdf(folder / "quick.pdf", {test::PdfPageSpec{200, 300}});
-    pane.show_row(row_for(folder / "slow.pdf", 1), 0);
-    QTest::qWait(300);
-    const auto started = std::chrono::steady_clock::now();
-    ASSERT_TRUE(show_and_wait(row_for(folder / "quick.pdf", 1), 1));
-    // Far sooner than the slow page would take (its reader gives up after two minutes).
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
-    EXPECT_EQ(pane.picture().size(), QSize(800, 1200));
-}
-
 TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
 {
     test::write_pdf(folder / "doc.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{400, 300}});

@@ -40,13 +40,6 @@ TEST(PreferenceFile, IsPrivateAfterEveryWrite)
         EXPECT_EQ(mode_of(store.file_name()), 0600u);
     }
     ::umask(old_mask);
-
-    // Each kind reads back as itself from a new store, and only as itself.
-    const qf::settings::QtPreferenceStore reread;
-    EXPECT_EQ(reread.string_value("pdfpassword"), "secret");
-    EXPECT_EQ(reread.bool_value("hidepassword"), true);
-    EXPECT_EQ(reread.bool_value("pdfpassword"), std::nullopt);
-    EXPECT_EQ(reread.string_value("savein"), std::nullopt);
 }
 
 class SettingsTabTest : public ::testing::Test {
