@@ -1,24 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The Help menu's services in a real window: the update check's answers, the about window and
-// the help document.
+// The update check in a real window: its answers over the window, and a close calling it off.
 #include <QApplication>
 #include <QDesktopServices>
-#include <QDialog>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
 #include <QUrl>
-#include <algorithm>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "settings/option_table.h"
-#include "shell/about_dialog.h"
-#include "shell/help_document.h"
 #include "shell/update_check_dialog.h"
-#include "sources/pdf_mupdf.h"
 #include "tests/support/loopback_http.h"
 
 namespace qf::shell {
@@ -122,24 +114,6 @@ TEST(UpdateCheckWindow, ClosingTheWindowCallsTheCheckOff)
     const auto windows = QApplication::topLevelWidgets();
     EXPECT_TRUE(std::none_of(windows.begin(), windows.end(),
                              [](QWidget* shown) { return qobject_cast<QMessageBox*>(shown) != nullptr; }));
-}
-
-// The help item opens the built help document, which covers every option of the command line.
-TEST(HelpDocument, OpensTheDocumentThatCoversEveryOption)
-{
-    OpenedUrls opened;
-    open_help(nullptr);
-    ASSERT_EQ(opened.urls.size(), 1);
-    ASSERT_TRUE(opened.urls.first().isLocalFile());
-    sources::MupdfDocument help(opened.urls.first().toLocalFile().toStdString(), "");
-    std::string text;
-    for (int index = 0; index < help.page_count(); ++index) {
-        text += help.load_page(index).text();
-    }
-    std::erase(text, '\n'); // a flag broken over two lines still counts
-    for (const auto& spec : settings::option_table()) {
-        EXPECT_NE(text.find("--" + std::string(spec.cli_flag)), std::string::npos) << spec.cli_flag;
-    }
 }
 
 } // namespace
