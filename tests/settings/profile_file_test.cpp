@@ -215,26 +215,19 @@ TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
     EXPECT_EQ(files, 1);
 }
 
-TEST(Base64, KnownVectorsAndLenientDecoding)
+// Encoding is seen by the profile round trip; reading is lenient with what hands and other
+// writers leave: line breaks, blanks, missing padding, text after the padding.
+TEST(Base64, LenientDecoding)
 {
-    const struct {
-        const char* clear;
-        const char* encoded;
-    } vectors[] = {
-        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"\xFF\xFE?>", "//4/Pg=="},
-    };
-    for (const auto& v : vectors) {
-        EXPECT_EQ(encode_base64(v.clear), v.encoded) << v.clear;
-        EXPECT_EQ(decode_base64(v.encoded), v.clear) << v.encoded;
-    }
     const struct {
         const char* text;
         const char* decoded;
-    } lenient[] = {
-        {"Zm9v\r\nYmFy", "foobar"}, {" Zm9v YmE ", "fooba"}, {"Zg", "f"}, {"Zg==Zm9v", "f"}, {"not base64!", "\x9e\x8b\x5b\x6a\xc7\xba"},
+    } cases[] = {
+        {" Zm9v\r\nYmE ", "fooba"}, {"Zg", "f"}, {"Zg==Zm9v", "f"}, {"//4/Pg==", "\xFF\xFE?>"},
+        {"not base64!", "\x9e\x8b\x5b\x6a\xc7\xba"},
     };
-    for (const auto& l : lenient) {
-        EXPECT_EQ(decode_base64(l.text), l.decoded) << l.text;
+    for (const auto& c : cases) {
+        EXPECT_EQ(decode_base64(c.text), c.decoded) << c.text;
     }
 }
 
