@@ -62,105 +62,73 @@ TEST(ProfileFile, RoundTripRestoresEveryProfileOption)
     }
 }
 
-TEST(ProfileFile, ReadsAProfileFromAnotherWriter)
+// Each entry as the option it sets, from this program's files and another writer's: names in
+// any case, the first attribute of an element, the last element of a name, the misspelt
+// encryption name, passwords decoded only after a version was read, popup rows outside the
+// popup falling back. Before loading the format is row 4, the encryption level 3, the title
+// "kept"; a profile leaves what it does not hold as it was.
+TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
 {
     TempFolder folder;
-    test::write_text_file(folder / "other.qfk",
-                         "<settings>\n"
-                         "  <option IMAGEFORMAT=\"3\"/>\n"
-                         "  <option CombineAll=\"TRUE\"/>\n"
-                         "  <option allowprint=\"yes\"/>\n"
-                         "  <option EncryptionLevel=\"2\"/>\n"
-                         "  <option PdfPassword=\"in clear\"/>\n"
-                         "  <option dotsperinch=\" 300 \"/>\n"
-                         "  <option ZoomFactor=\"5\" ignored=\"9\"/>\n"
-                         "  <option colour=\"blue\"/>\n"
-                         "  <option savein=\"/elsewhere/\"/>\n"
-                         "  <option pdfversionnumber=\"12\"/>\n"
-                         "  <option showpdf=\"0\"/>\n"
-                         "</settings>\n");
-    engine::OptionValues values = default_values();
-    ASSERT_TRUE(loadfromxml(folder / "other.qfk", values).ok);
-    EXPECT_EQ(values.row(OptionId::imageformat), 3);
-    EXPECT_TRUE(values.flag(OptionId::combineall));
-    EXPECT_FALSE(values.flag(OptionId::allowprint)); // only "true" checks a box
-    EXPECT_EQ(values.row(OptionId::encryptionlevel), 2);
-    EXPECT_EQ(values.text(OptionId::pdfpassword), "in clear"); // no version: not decoded
-    EXPECT_EQ(values.text(OptionId::DotsPerInch), " 300 ");
-    EXPECT_EQ(values.row(OptionId::zoomfactor), 5);
-    EXPECT_EQ(values.text(OptionId::savein), "");
-    EXPECT_EQ(values.row(OptionId::pdfversionnumber), 7);
-    EXPECT_EQ(values.row(OptionId::showpdf), 2);
-}
-
-TEST(ProfileFile, PasswordsAreDecodedOnlyWhenAVersionWasRead)
-{
-    TempFolder folder;
+    const std::string secret = R"(<QF pdfpassword="c2VjcmV0"/>)";
     const struct {
-        const char* version_element; // placed before or after the passwords
-        bool version_first;
-        const char* expected_password;
+        std::string entries;
+        OptionId id;
+        engine::OptionValue expected;
     } cases[] = {
-        {"", true, "c2VjcmV0"},
-        {"<QF version=\"   \"/>", true, "c2VjcmV0"},
-        {"<QF VERSION=\"x\"/>", false, "secret"},
-        {"<QF version=\"9\"/><QF version=\" \"/>", true, "c2VjcmV0"}, // the later one wins
+        {R"(<option IMAGEFORMAT="3"/>)", OptionId::imageformat, 3},
+        {R"(<option CombineAll="TRUE"/>)", OptionId::combineall, true},
+        {R"(<option allowprint="yes"/>)", OptionId::allowprint, false}, // only "true" checks a box
+        {R"(<option dotsperinch=" 300 "/>)", OptionId::DotsPerInch, std::string(" 300 ")},
+        {R"(<option ZoomFactor="5" ignored="9"/>)", OptionId::zoomfactor, 5},
+        {R"(<option colour="blue"/><option savein="/elsewhere/"/>)", OptionId::savein, std::string("")},
+        {R"(<option pdfversionnumber="12"/><option showpdf="0"/>)", OptionId::pdfversionnumber, 7},
+        {R"(<option showpdf="0"/>)", OptionId::showpdf, 2},
+        {R"(<option PdfPassword="in clear"/>)", OptionId::pdfpassword, std::string("in clear")},
+        {R"(<QF version="   "/>)" + secret, OptionId::pdfpassword, std::string("c2VjcmV0")},
+        {secret + R"(<QF VERSION="x"/>)", OptionId::pdfpassword, std::string("secret")},
+        {R"(<QF version="9"/><QF version=" "/>)" + secret, OptionId::pdfpassword, std::string("c2VjcmV0")},
+        {R"(<QF zoomfactor="abc"/>)", OptionId::zoomfactor, 0},
+        {R"(<QF zoomfactor="6"/><QF zoomfactor="-1"/>)", OptionId::zoomfactor, 3},
+        {R"(<QF imageformat="2"/><QF imageformat="6.9"/>)", OptionId::imageformat, 6},
+        {R"(<QF encrytpionlevel="1"/><QF encryptionlevel="2"/>)", OptionId::encryptionlevel, 2},
+        {R"(<QF encrytpionlevel="4"/>)", OptionId::encryptionlevel, 3},
+        {R"(<QF combineall="true"/>)", OptionId::imageformat, 4},
+        {R"(<QF combineall="true"/>)", OptionId::pdftitle, std::string("kept")},
     };
     for (const auto& c : cases) {
-        const std::string passwords = "<QF pdfpassword=\"c2VjcmV0\"/><QF pdffullpassword=\"c2VjcmV0\"/>";
-        test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") +
-                                                   (c.version_first ? c.version_element + passwords
-                                                                    : passwords + c.version_element) +
-                                                   "</QUIREFOLDSETTINGS>");
+        SCOPED_TRACE(c.entries);
         engine::OptionValues values = default_values();
-        values.set(OptionId::pdfpassword, std::string("c2VjcmV0"));
-        ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.version_element;
-        EXPECT_EQ(values.text(OptionId::pdfpassword), c.expected_password) << c.version_element;
-        EXPECT_EQ(values.text(OptionId::pdffullpassword), c.expected_password) << c.version_element;
+        values.set(OptionId::pdftitle, std::string("kept"));
+        values.set(OptionId::imageformat, 4);
+        values.set(OptionId::encryptionlevel, 3);
+        test::write_text_file(folder / "p.qfk", "<settings>" + c.entries + "</settings>");
+        ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok);
+        EXPECT_EQ(values.at(c.id), c.expected);
     }
 }
 
-// A stored popup row outside the popup's rows falls back, from the preferences (the value
-// under the key) and from a profile (its elements, where the last one of a name wins and
-// the misspelt encryption name is read). Before loading, the format is row 5 (preferences)
-// or 4 (profile, with the encryption level at 3); a profile leaves the title as it was.
-TEST(ProfileFile, StoredRowsOutsideThePopupsFallBack)
+// A stored popup row outside the popup's rows falls back when the preferences are read.
+TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
 {
-    TempFolder folder;
     const struct {
-        bool profile;
-        const char* key; // preferences only
+        const char* key;
         const char* stored;
         OptionId id;
         int expected_row;
     } cases[] = {
-        {false, "zoomfactor", "-1", OptionId::zoomfactor, 3},
-        {false, "zoomfactor", "", OptionId::zoomfactor, 0},
-        {false, "imageformat", "99", OptionId::imageformat, 5},
-        {false, "tiffcompression", "2.9", OptionId::tiffcompression, 2},
-        {false, "pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
-        {true, "", "<QF zoomfactor=\"abc\"/>", OptionId::zoomfactor, 0},
-        {true, "", "<QF zoomfactor=\"6\"/><QF zoomfactor=\"-1\"/>", OptionId::zoomfactor, 3},
-        {true, "", "<QF imageformat=\"2\"/><QF imageformat=\"6.9\"/>", OptionId::imageformat, 6},
-        {true, "", "<QF encrytpionlevel=\"1\"/><QF encryptionlevel=\"2\"/>", OptionId::encryptionlevel, 2},
-        {true, "", "<QF encrytpionlevel=\"4\"/>", OptionId::encryptionlevel, 3},
-        {true, "", "<QF combineall=\"true\"/>", OptionId::imageformat, 4},
+        {"zoomfactor", "-1", OptionId::zoomfactor, 3},
+        {"zoomfactor", "", OptionId::zoomfactor, 0},
+        {"imageformat", "99", OptionId::imageformat, 5}, // the row it had
+        {"tiffcompression", "2.9", OptionId::tiffcompression, 2},
+        {"pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
     };
     for (const auto& c : cases) {
         engine::OptionValues values = default_values();
-        values.set(OptionId::pdftitle, std::string("kept"));
-        if (c.profile) {
-            values.set(OptionId::imageformat, 4);
-            values.set(OptionId::encryptionlevel, 3);
-            test::write_text_file(folder / "p.qfk", std::string("<QUIREFOLDSETTINGS>") + c.stored + "</QUIREFOLDSETTINGS>");
-            ASSERT_TRUE(loadfromxml(folder / "p.qfk", values).ok) << c.stored;
-            EXPECT_EQ(values.text(OptionId::pdftitle), "kept") << c.stored;
-        } else {
-            values.set(OptionId::imageformat, 5);
-            MemoryPreferenceStore store;
-            store.set_string(c.key, c.stored);
-            loadsettings(store, values);
-        }
+        values.set(OptionId::imageformat, 5);
+        MemoryPreferenceStore store;
+        store.set_string(c.key, c.stored);
+        loadsettings(store, values);
         EXPECT_EQ(values.row(c.id), c.expected_row) << c.key << " " << c.stored;
     }
 }
