@@ -73,20 +73,6 @@ TEST_F(SettingsTabTest, QualitySliderAndFieldFollowEachOther)
     EXPECT_EQ(controls_.values().text(OptionId::jpgquality), "42");
 }
 
-TEST_F(SettingsTabTest, DotsPerInchTakesUpToFourDigitsOrNothing)
-{
-    const struct {
-        const char* typed;
-        const char* kept;
-    } cases[] = {{"12345", "1234"}, {"7x2", "72"}, {"", ""}};
-    for (const auto& c : cases) {
-        auto* field = find<QLineEdit>("DotsPerInch");
-        field->clear();
-        QTest::keyClicks(field, c.typed);
-        EXPECT_EQ(controls_.values().text(OptionId::DotsPerInch), c.kept) << c.typed;
-    }
-}
-
 TEST_F(SettingsTabTest, HideBoxesMaskTheirPasswordFields)
 {
     find<QCheckBox>("hidepassword")->click();
