@@ -38,9 +38,6 @@ TEST(OutputNaming, NamesAndPathsFollowFormatSelectionAndDestination)
         {"report.pdf", "12", kPdfMultipage, 1, 1, 12, true, "out/report.PDF"},
         // One-page documents never get "Page" in the name.
         {"memo.v2.tif", "1", kJpeg, 1, 1, 1, true, "out/memo.v2.JPG"},
-        {"memo.v2.tif", "1", kPng, 1, 1, 1, true, "out/memo.v2.PNG"},
-        {"memo.v2.tif", "1", kTiffSinglePage, 1, 1, 1, true, "out/memo.v2.TIF"},
-        {"memo.v2.tif", "1", kPdfSinglePage, 1, 1, 1, true, "out/memo.v2.PDF"},
         {"memo.v2.tif", "1", kTiffMultipage, 1, 1, 1, true, "out/memo.v2.TIF"},
         {"memo.v2.tif", "1", kText, 1, 1, 1, true, "out/memo.v2.TXT"},
         // A whole selection takes the first free number; a partial one overwrites.

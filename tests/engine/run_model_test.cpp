@@ -25,9 +25,6 @@ TEST(Snapshot, CodesAndCopyRules)
     EXPECT_EQ(s.mcombinedfilename, "  keep ");
     EXPECT_EQ(s.mpdfversionnumber, 14); // "PDF/A 1b"
     EXPECT_EQ(s.enlvl, 3);              // row 2 is "128 Bit AES"
-    EXPECT_EQ(s.mimageformat, "PDF (Multipage)");
-    EXPECT_EQ(s.mzeropad, 3);
-    EXPECT_EQ(s.mzoomfactor, "3");
 
     values.set(OptionId::encryptionlevel, 9); // no such row: the level stays
     take_snapshot(values, 2, s);

@@ -1,24 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The Help menu's services in a real window: the update check's answers, the about window and
-// the help document.
+// The update check in a real window: its answers over the window, and a close calling it off.
 #include <QApplication>
 #include <QDesktopServices>
-#include <QDialog>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
 #include <QUrl>
-#include <algorithm>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "settings/option_table.h"
-#include "shell/about_dialog.h"
-#include "shell/help_document.h"
 #include "shell/update_check_dialog.h"
-#include "sources/pdf_mupdf.h"
 #include "tests/support/loopback_http.h"
 
 namespace qf::shell {
@@ -79,7 +71,6 @@ TEST(UpdateCheckWindow, ShowsEachAnswerOverTheWindow)
         {"offer from the menu, declined", newer, true, offer, QMessageBox::No, false},
         {"up to date from the menu", app::local_version(), true, "You are currently up to date", QMessageBox::Ok, false},
         {"up to date at start", app::local_version(), false, "", QMessageBox::Ok, false},
-        {"no answer at start", "", false, "", QMessageBox::Ok, false},
     };
     for (const auto& c : cases) {
         // The server answers late: the call must return before it does.
@@ -123,54 +114,6 @@ TEST(UpdateCheckWindow, ClosingTheWindowCallsTheCheckOff)
     const auto windows = QApplication::topLevelWidgets();
     EXPECT_TRUE(std::none_of(windows.begin(), windows.end(),
                              [](QWidget* shown) { return qobject_cast<QMessageBox*>(shown) != nullptr; }));
-}
-
-// The about window: its size and image; a press on the background hides it, the next About
-// shows the same window; a press on the address opens the site, a key there opens nothing.
-TEST(AboutWindow, ShowsHidesAndOpensTheSite)
-{
-    OpenedUrls opened;
-    QWidget window;
-    window.show();
-    show_about(&window);
-    auto* about = window.findChild<QDialog*>("aboutwindow");
-    ASSERT_NE(about, nullptr);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(about));
-    EXPECT_EQ(about->findChild<QLabel*>("ImageMBS1")->pixmap().size(), QSize(200, 200)); // the image was found
-
-    auto* site = about->findChild<QLabel*>("Label5");
-    QTest::keyClick(site, Qt::Key_Return);
-    EXPECT_TRUE(opened.urls.isEmpty());
-    QTest::mouseClick(site, Qt::LeftButton);
-    ASSERT_EQ(opened.urls.size(), 1);
-    EXPECT_EQ(opened.urls.first().scheme(), "https");
-
-    QTest::mouseClick(about, Qt::LeftButton, {}, QPoint(5, 5));
-    EXPECT_FALSE(about->isVisible());
-    show_about(&window);
-    EXPECT_EQ(window.findChild<QDialog*>("aboutwindow"), about);
-    EXPECT_TRUE(about->isVisible());
-}
-
-// The help item opens the built help document, which covers every option of the command line.
-TEST(HelpDocument, OpensTheDocumentThatCoversEveryOption)
-{
-    OpenedUrls opened;
-    open_help(nullptr);
-    ASSERT_EQ(opened.urls.size(), 1);
-    ASSERT_TRUE(opened.urls.first().isLocalFile());
-    sources::MupdfDocument help(opened.urls.first().toLocalFile().toStdString(), "");
-    std::string text;
-    for (int index = 0; index < help.page_count(); ++index) {
-        text += help.load_page(index).text();
-    }
-    std::erase(text, '\n'); // a flag broken over two lines still counts
-    for (const auto& spec : settings::option_table()) {
-        EXPECT_NE(text.find("--" + std::string(spec.cli_flag)), std::string::npos) << spec.cli_flag;
-    }
-    for (const char* subject : {"Page Ranges", "Load Folders", ".qfk", "has been Saved", "Check for Updates"}) {
-        EXPECT_NE(text.find(subject), std::string::npos) << subject;
-    }
 }
 
 } // namespace

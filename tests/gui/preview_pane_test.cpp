@@ -56,51 +56,25 @@ protected:
     QMetaObject::Connection counting = QObject::connect(&pane, &PreviewPane::pictureShown, [this] { ++shown; });
 };
 
-TEST_F(PaneTest, RequestsThePartsSizesForPdfAndTiffPages)
+TEST_F(PaneTest, APageChangeAsksForThePagesOwnSizeAndTurn)
 {
-    // The sizes themselves are the planner's (preview tests); here the pane hands it the page's
-    // facts, the well's size and the event, and shows what comes back.
-    using test::PdfPageSpec;
-    test::write_pdf(folder / "portrait.pdf", {PdfPageSpec{612, 792}, PdfPageSpec{612, 792}});
-    test::write_pdf(folder / "rotated.pdf", {PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
-                                             PdfPageSpec{.width = 612, .height = 792}});
+    // The sizes themselves are the planner's (preview tests); here the pane hands it the
+    // document's facts, the well's size and the event, and shows what comes back.
+    test::write_pdf(folder / "rotated.pdf", {test::PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
+                                             test::PdfPageSpec{.width = 612, .height = 792}});
     test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
                                            test::TiffPage{.width = 2000, .height = 3000}});
-    const struct {
-        const char* name;
-        int pages;
-        int page; // chosen in the popup after selection; 1: none
-        int width, height; // PDF: the box asked for
-        int factor;        // TIFF: the read reduction
-        QSize picture;     // TIFF: the picture shown
-    } cases[] = {
-        {"portrait.pdf", 2, 1, 1296, 1600, 1, {}},
-        {"rotated.pdf", 2, 2, 800, 648, 1, {}}, // page 1 lies on its side: so does the box
-        {"large.tif", 2, 1, 0, 0, 2, {1000, 1500}}, // 3000 / 800 -> 3
-        {"large.tif", 2, 2, 0, 0, 4, {500, 750}},   // 3000 / 400 -> 7
+    const auto page_two = [&](const char* name) {
+        ASSERT_TRUE(show_and_wait(row_for(folder / name, 2), 0)) << name;
+        const std::uint64_t before = shown;
+        pane.page_popup()->setCurrentIndex(1);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs)) << name;
+        EXPECT_EQ(pane.shown_request().pageno, 2) << name;
     };
-    for (const auto& c : cases) {
-        ASSERT_TRUE(show_and_wait(row_for(folder / c.name, c.pages), 0)) << c.name;
-        if (c.page > 1) {
-            const std::uint64_t before = shown;
-            pane.page_popup()->setCurrentIndex(c.page - 1);
-            ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs)) << c.name;
-        }
-        const PictureRequest& request = pane.shown_request();
-        EXPECT_EQ(request.pageno, c.page) << c.name;
-        if (request.type == DocumentType::Pdf) {
-            EXPECT_EQ(QSize(request.width, request.height), QSize(c.width, c.height)) << c.name;
-            // The page was drawn to fill the box along one side and stay within the other.
-            const QSize drawn = pane.picture().size();
-            EXPECT_LE(drawn.width(), c.width + 1) << c.name;
-            EXPECT_LE(drawn.height(), c.height + 1) << c.name;
-            EXPECT_GE(std::max(drawn.width() * 100 / c.width, drawn.height() * 100 / c.height), 98) << c.name;
-        } else {
-            EXPECT_EQ(request.type, DocumentType::Tiff) << c.name;
-            EXPECT_EQ(request.reduce_factor, c.factor) << c.name;
-            EXPECT_EQ(pane.picture().size(), c.picture) << c.name;
-        }
-    }
+    page_two("rotated.pdf"); // its first page lies on its side: so does the box
+    EXPECT_EQ(QSize(pane.shown_request().width, pane.shown_request().height), QSize(800, 648));
+    page_two("large.tif"); // 3000 / 400 -> 7: read at a quarter
+    EXPECT_EQ(pane.picture().size(), QSize(500, 750));
 }
 
 TEST_F(PaneTest, MovedFileEmptiesThePaneAndSelectingAnotherRecovers)
@@ -122,23 +96,10 @@ TEST_F(PaneTest, MovedFileEmptiesThePaneAndSelectingAnotherRecovers)
     EXPECT_EQ(pane.page_popup()->count(), 3);
     EXPECT_TRUE(pane.page_popup()->isEnabled());
 
-    // Clearing the list empties the pane and leaves the popup its single row "1".
+    // Clearing the list empties the pane.
     pane.clear();
     EXPECT_TRUE(pane.picture().isNull());
-    EXPECT_EQ(pane.page_popup()->count(), 1);
-    EXPECT_EQ(pane.page_popup()->itemText(0), "1");
     EXPECT_FALSE(pane.enlarged_view_action()->isEnabled());
-}
-
-TEST_F(PaneTest, ResizeDrawsThePageAgainForTheNewSize)
-{
-    test::write_pdf(folder / "letter.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{612, 792}});
-    ASSERT_TRUE(show_and_wait(row_for(folder / "letter.pdf", 2), 0));
-    const std::uint64_t before = shown;
-    pane.resize(pane.size() + QSize(76, 100)); // the well becomes 400 by 500
-    ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs));
-    EXPECT_EQ(QSize(pane.shown_request().width, pane.shown_request().height), QSize(800, 1000));
-    EXPECT_EQ(pane.shown_request().pageno, 1);
 }
 
 TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
@@ -166,23 +127,9 @@ TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
     EXPECT_EQ(pictures[0], QSize(800, 1200)); // the second document's, four times its size
 }
 
-TEST_F(PaneTest, DocumentSlowToDrawIsAbandonedForTheNextSelection)
-{
-    test::write_doubling_forms_pdf(folder / "slow.pdf", 26);
-    test::write_pdf(folder / "quick.pdf", {test::PdfPageSpec{200, 300}});
-    pane.show_row(row_for(folder / "slow.pdf", 1), 0);
-    QTest::qWait(300);
-    const auto started = std::chrono::steady_clock::now();
-    ASSERT_TRUE(show_and_wait(row_for(folder / "quick.pdf", 1), 1));
-    // Far sooner than the slow page would take (its reader gives up after two minutes).
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
-    EXPECT_EQ(pane.picture().size(), QSize(800, 1200));
-}
-
 TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
 {
     test::write_pdf(folder / "doc.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{400, 300}});
-    test::make_tiff(folder / "scan.tif", {test::TiffPage{.width = 300, .height = 200}});
     EnlargedView view(pane);
     std::uint64_t viewed = 0;
     QObject::connect(&view, &EnlargedView::pictureShown, [&] { ++viewed; });
@@ -193,8 +140,6 @@ TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
     QObject::connect(&pane, &PreviewPane::enlargedViewRequested, &view, &EnlargedView::open_view);
     pane.enlarged_view_action()->trigger();
     ASSERT_TRUE(wait_view(0));
-    EXPECT_EQ(view.windowTitle(), "Full Page View");
-    EXPECT_EQ(view.size(), QSize(912, 482));
     const double ratio = view.devicePixelRatioF();
     EXPECT_EQ(view.picture().size(), QSize(int(612 * ratio), int(792 * ratio)));
 
@@ -204,20 +149,11 @@ TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
     EXPECT_EQ(view.shown_request().pageno, 2);
     EXPECT_EQ(view.picture().size(), QSize(int(400 * ratio), int(300 * ratio)));
 
-    // Zooming draws the page again at the zoom shown, up to 800 %.
+    // Zooming draws the page again at the zoom shown.
     before = viewed;
     view.zoom_in_button()->click();
     ASSERT_TRUE(wait_view(before));
     EXPECT_EQ(view.picture().width(), int(400 * 1.25 * ratio));
-    for (int i = 0; i < 20; ++i) {
-        view.zoom_in();
-    }
-    EXPECT_FALSE(view.zoom_in_button()->isEnabled()) << "800 % is the most";
-
-    before = viewed;
-    ASSERT_TRUE(show_and_wait(row_for(folder / "scan.tif", 1), 1));
-    ASSERT_TRUE(wait_view(before));
-    EXPECT_EQ(view.picture().size(), QSize(300, 200)); // the selected TIFF, read whole
 
     // Closed, the view no longer follows.
     view.close();

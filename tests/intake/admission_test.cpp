@@ -82,18 +82,14 @@ TEST(Admission, EachFileIsListedWithItsRowOrDroppedWithTheReason)
         {"twelve.pdf", pdf(12), "", "12", "1-12"},
         {"three.tif", tiff(3), "", "3", "1-3"},
         {"tiled.tiff", tiff(4, true), "", "1", "1", "tiled~yes"}, // a tiled document is one page
-        {"report.PDF", pdf(2), "", "2", "1-2"},
         {"SCAN.Tiff", tiff(2), "", "2", "1-2"},
         {"Mixed.pDf", pdf(2), "", "2", "1-2"},
         {"gone.pdf", nothing, "", "1", "1"},
         {"a.tiff.bak", tiff(2), "not a PDF or TIFF file"},
-        {"pdf", pdf(2), "not a PDF or TIFF file"},
         {"scan.tiffx", tiff(2), "not a PDF or TIFF file"},
-        {"report.pdfa", pdf(2), "not a PDF or TIFF file"},
         {"scan.ti", tiff(2), "not a PDF or TIFF file"},
         {"empty.tif", bytes(std::string("II*\0\0\0\0\0", 8)), "not a readable TIFF"}, // no image
         {"notes.tif", bytes("these are notes, not an image\n"), "not a readable TIFF"},
-        {"blank.tiff", bytes(""), "not a readable TIFF"},
         {"gone.tif", nothing, "no longer exists"},
     };
     CandidateTable candidates;
@@ -116,14 +112,8 @@ TEST(Admission, EachFileIsListedWithItsRowOrDroppedWithTheReason)
             continue;
         }
         ASSERT_NE(row, rows.end()) << c.name;
-        const auto& cells = row->cells;
-        EXPECT_EQ(cells[0], c.name);
-        EXPECT_EQ(cells[1], c.pages) << c.name;
-        EXPECT_EQ(cells[2], "1") << c.name;
-        EXPECT_EQ(cells[3], c.pages) << c.name;
-        EXPECT_EQ(cells[4], c.ranges) << c.name;
-        EXPECT_EQ(cells[5], folder.path().string()) << c.name;
-        EXPECT_EQ(cells[6], "") << c.name;
+        const std::array<std::string, 7> cells{c.name, c.pages, "1", c.pages, c.ranges, folder.path().string(), ""};
+        EXPECT_EQ(row->cells, cells);
         EXPECT_EQ(row->tag, c.tag) << c.name;
         ++row;
     }
@@ -143,7 +133,6 @@ TEST(Admission, PasswordAnswersAndUnreadablePdfs)
     test::write_blank_pdf(folder / "locked.pdf", 3, "right horse");
     test::write_blank_pdf(folder / "owner-only.pdf", 2, "", "owner secret");
     test::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
-    test::write_text_file(folder / "letter.pdf", "Dear reader,\nthis is a letter.\n");
     test::write_text_file(folder / "empty.pdf", "");
     const auto pw = [](const char* text) { return PromptAnswer::try_password(text); };
     const struct {
@@ -159,7 +148,6 @@ TEST(Admission, PasswordAnswersAndUnreadablePdfs)
         {"locked.pdf", {pw("guess")}, true, 2, "the password does not open it"},
         {"locked.pdf", {pw("guess"), PromptAnswer::cancel()}, true, 2, "cancelled"},
         {"damaged.pdf", {pw("guess")}, false, 0, "not a readable PDF: "},
-        {"letter.pdf", {pw("guess")}, false, 0, "not a readable PDF: "},
         {"empty.pdf", {pw("guess")}, false, 0, "the file is empty"},
         {"damaged.pdf", {pw("guess")}, true, 2, "not a readable PDF: "},
         {"empty.pdf", {pw("guess")}, true, 2, "the file is empty"},
