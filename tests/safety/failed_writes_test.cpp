@@ -17,7 +17,6 @@
 #include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
-#include "writers/pdf/security_pass.h"
 
 namespace qf::test {
 namespace {
@@ -238,27 +237,66 @@ TEST_F(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
     expect_sources_untouched();
 }
 
-// The real security pass, run with a file size limit so that its rewrite fails part-way.
+// Runs `write` under a file size limit so low that the file it writes fails part-way.
+template <typename Write>
+auto under_tiny_file_limit(const Write &write)
+{
+    rlimit saved{};
+    ::getrlimit(RLIMIT_FSIZE, &saved);
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit tight{64, saved.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &tight);
+    struct Restore
+    {
+        rlimit limit;
+        void (*handler)(int);
+        ~Restore()
+        {
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            std::signal(SIGXFSZ, handler);
+        }
+    } restore{saved, previous};
+    return write();
+}
+
+// A real assembler whose secured write (the delivered file's only one) meets that limit.
+class FailingSecuredWrite : public engine::PdfAssembler
+{
+  public:
+    explicit FailingSecuredWrite(std::unique_ptr<engine::PdfAssembler> real) : real_(std::move(real)) {}
+    void add_pdf_page(const fs::path &source, const std::string &password, int pageno) override
+    {
+        real_->add_pdf_page(source, password, pageno);
+    }
+    void add_image_page(const engine::PagePicture &picture, double pagescale) override
+    {
+        real_->add_image_page(picture, pagescale);
+    }
+    int page_count() const override { return real_->page_count(); }
+    std::vector<std::string> close() override { return real_->close(); }
+    engine::PdfClosed close_secured() override
+    {
+        return under_tiny_file_limit([this] { return real_->close_secured(); });
+    }
+
+  private:
+    std::unique_ptr<engine::PdfAssembler> real_;
+};
+
+// The real writers, with the writes that secure a delivered file failing part-way.
 engine::RunServices services_with_failing_security_pass()
 {
     engine::RunServices services = real_services();
-    services.encryptpdfnow = [](const fs::path &pdf, const engine::OptionSnapshot &snapshot) {
-        rlimit saved{};
-        ::getrlimit(RLIMIT_FSIZE, &saved);
-        const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit tight{64, saved.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &tight);
-        struct Restore
-        {
-            rlimit limit;
-            void (*handler)(int);
-            ~Restore()
-            {
-                ::setrlimit(RLIMIT_FSIZE, &limit);
-                std::signal(SIGXFSZ, handler);
-            }
-        } restore{saved, previous};
-        return writers::pdf::encryptpdfnow(pdf, snapshot);
+    services.pdf_assembler = [real = services.pdf_assembler](const fs::path &target,
+                                                             const engine::OptionSnapshot &snapshot) {
+        return std::unique_ptr<engine::PdfAssembler>(
+            std::make_unique<FailingSecuredWrite>(real(target, snapshot)));
+    };
+    services.merge_pdfs = [real = services.merge_pdfs](const std::vector<fs::path> &inputs,
+                                                       const fs::path &target,
+                                                       const engine::OptionSnapshot &snapshot,
+                                                       const std::function<void(const fs::path &)> &merged) {
+        return under_tiny_file_limit([&] { return real(inputs, target, snapshot, merged); });
     };
     return services;
 }
@@ -306,7 +344,7 @@ TEST_F(FailedWrites, AFailedSecurityPassDeliversNothingAndKeepsTheEarlierFile)
         EXPECT_EQ(tree_of(out), names) << ::testing::PrintToString(lines);
         for (const auto &name : names) {
             EXPECT_TRUE(seal_of(out / name) == earlier[name]) << name << " was replaced";
-            EXPECT_TRUE(has_line(lines, name + " could not be secured: File too large"))
+            EXPECT_TRUE(has_line(lines, name + " could not be saved: File too large"))
                 << ::testing::PrintToString(lines);
             EXPECT_FALSE(reports_saved(lines, name)) << name;
         }
