@@ -12,7 +12,6 @@
 #include "writers/jpeg_writer.h"
 #include "writers/pdf/pdf_assembler.h"
 #include "writers/pdf/pdf_merge.h"
-#include "writers/pdf/security_pass.h"
 #include "writers/png_writer.h"
 #include "writers/text_writer.h"
 #include "writers/tiff_writer.h"
@@ -50,8 +49,7 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
             return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
                                                std::move(copied.in_frame)};
         });
-    services.encryptpdfnow = writers::pdf::encryptpdfnow;
-    services.merge_pdfs = writers::pdf::merge_pdfs;
+    services.merge_pdfs = writers::pdf::merge_and_secure;
     services.stamper = [] { return writers::make_exif_stamper(); };
     services.writergb48 = writers::writergb48;
     return services;

@@ -335,9 +335,12 @@ void BatchRun::name_page(Document& doc, const PageWork& page)
     doc.number_stem = named.number_stem;
     const bool opens_output = theimageformat_ == PdfSinglePage || page.first;
     const bool combined_pdf = snapshot_.mcombineall && theimageformat_ == PdfMultipage;
-    // Picture files are written ahead beside their names and need no claim.
+    // Picture files are written ahead beside their names and need no claim, nor does a PDF that
+    // may replace an earlier file: it is made and secured in one write under a temporary name
+    // beside its own, which it takes only when complete. A numbered name is claimed, since it
+    // is taken only while no file has it.
     const bool picture = theimageformat_ == Jpeg || theimageformat_ == Png || theimageformat_ == TiffSinglePage;
-    if (opens_output && !combined_pdf && !picture && (holds_pdf(theimageformat_) || named.numbered_when_taken)) {
+    if (opens_output && !combined_pdf && !picture && named.numbered_when_taken) {
         claim_output(doc, named.numbered_when_taken);
     }
     if (combined_pdf && page.first) {

@@ -247,32 +247,26 @@ bool BatchRun::publish(Document& doc)
 
 void BatchRun::save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, bool secure)
 {
-    std::vector<std::string> notes;
+    // A delivered file is secured in the write that makes it, before it takes its name: a
+    // write that fails delivers nothing and leaves an earlier file of that name as it was.
+    const std::string written_name = doc.write_path().filename().string();
+    PdfClosed closed;
     try {
-        notes = assembler->close();
+        if (secure) {
+            closed = assembler->close_secured();
+        } else {
+            closed.reasons = assembler->close();
+        }
     } catch (const Error& e) {
         fail_save(&doc, outputname_, e.reason());
         drop_claim(doc);
         return;
     }
-    // The file is secured before it takes its name: a pass that fails delivers nothing and
-    // leaves an earlier file of that name as it was.
-    const std::string written_name = doc.write_path().filename().string();
-    std::vector<std::string> extra;
-    if (secure && services_.encryptpdfnow) {
-        try {
-            extra = services_.encryptpdfnow(doc.write_path(), snapshot_);
-        } catch (const Error& e) {
-            fail(about(RunEventKind::Failed, &doc), e.reason(), outputname_ + " could not be secured: " + e.reason());
-            drop_claim(doc);
-            return;
-        }
-    }
     if (!publish(doc)) {
         return;
     }
     say(about(RunEventKind::Saved, &doc), outputname_ + " has been Saved");
-    log_pdf_notes(doc, notes, extra, written_name);
+    log_pdf_notes(doc, closed.reasons, closed.lines, written_name);
 }
 
 void BatchRun::log_pdf_notes(const Document& doc, const std::vector<std::string>& notes,

@@ -151,30 +151,21 @@ void BatchRun::merge_tail()
 bool BatchRun::merge_into(const std::vector<fs::path>& finished, fs::path combinedpath, std::string combinedname,
                           bool numbered)
 {
-    // Merged and secured in a private folder beside it, the file takes its name only when
-    // complete: a failure leaves an earlier file of that name as it was.
+    // Merged and secured in one write in a private folder beside it, the file takes its name
+    // only when complete: a failure leaves an earlier file of that name as it was.
     fs::path claim;
     try {
         claim = sibling_temp_folder(combinedpath);
         const fs::path written = claim / combinedpath.filename();
-        services_.merge_pdfs(finished, written, snapshot_, [this, &combinedpath](const fs::path& merged) {
-            if (aborted_) {
-                throw Error(ErrorKind::Output, "the run was aborted");
-            }
-            RunEvent event = about(RunEventKind::Combining, nullptr);
-            event.output = combinedpath;
-            say(std::move(event), "Merging " + merged.string());
-        });
-        std::vector<std::string> lines;
-        if (services_.encryptpdfnow) {
-            try {
-                lines = services_.encryptpdfnow(written, snapshot_);
-            } catch (const Error& e) {
-                fail(about(RunEventKind::Failed, nullptr), e.reason(), combinedname + " could not be secured: " + e.reason());
-                discard_temp_folder(claim);
-                return false;
-            }
-        }
+        const std::vector<std::string> lines =
+            services_.merge_pdfs(finished, written, snapshot_, [this, &combinedpath](const fs::path& merged) {
+                if (aborted_) {
+                    throw Error(ErrorKind::Output, "the run was aborted");
+                }
+                RunEvent event = about(RunEventKind::Combining, nullptr);
+                event.output = combinedpath;
+                say(std::move(event), "Merging " + merged.string());
+            });
         if (!numbered) {
             commit_temp(written, combinedpath);
         }

@@ -31,9 +31,9 @@ struct BatchRun::Document {
     std::string document_name; // its own for a TIFF, the last TIFF's before it for a PDF
     std::filesystem::path outputpath;
     std::filesystem::path work_subfolder; // a combined PDF's per-document scratch folder
-    // A private folder beside the output where its file is written (and secured) before it
-    // takes its name, so that a failure leaves an earlier file of that name as it was; empty
-    // when written in place.
+    // A private folder beside the output where a numbered file is written before it takes the
+    // name, which it does only while no file has it; empty when written in place (a temporary
+    // beside the name that takes it only when complete).
     std::filesystem::path claim;
     bool claim_numbered = false; // the name is never to replace a file (the collision rule)
     bool numbered = false;       // the same for the page under way, whether claimed or not

@@ -94,6 +94,12 @@ public:
     virtual void close() = 0;
 };
 
+// What writing a delivered PDF says besides the file.
+struct PdfClosed {
+    std::vector<std::string> reasons; // "page N REASON": what keeps it from conforming
+    std::vector<std::string> lines;   // the security pass's lines, naming the file as written
+};
+
 // One PDF being assembled page by page (a document's output, or one page's).
 class PdfAssembler {
 public:
@@ -103,24 +109,26 @@ public:
     // Appends a page holding the picture, pagescale points per pixel.
     virtual void add_image_page(const PagePicture& picture, double pagescale) = 0;
     virtual int page_count() const = 0;
-    // Writes the file under its name when complete. Returns what keeps it from conforming to
-    // the chosen PDF/A or PDF/X level, one "page N REASON" text each. Throws Error(Output).
+    // Writes the file under its name when complete, as a part to be merged later. Returns what
+    // keeps it from conforming to the chosen PDF/A or PDF/X level, one "page N REASON" text
+    // each. Throws Error(Output).
     virtual std::vector<std::string> close() = 0;
+    // Writes the file as delivered, in one write: the document information, lossless
+    // recompression and encryption the snapshot asks for are applied in the same write, the
+    // file being the one close() followed by the security pass would give.
+    virtual PdfClosed close_secured() = 0;
 };
 
 using PdfAssemblerFactory =
     std::function<std::unique_ptr<PdfAssembler>(const std::filesystem::path& target, const OptionSnapshot&)>;
 
-// The security pass on a finished PDF: document information, lossless recompression and the
-// encryption the snapshot asks for. The file is replaced only when the new one is complete.
-// Returns extra log lines (such as the loss of conformance). Throws Error(Output).
-using SecurityPass = std::function<std::vector<std::string>(const std::filesystem::path& pdf, const OptionSnapshot&)>;
-
-// Merges PDFs in order into `target` (document information of the snapshot), calling `merged`
-// after each input. Throws Error(Output).
-using PdfMerger = std::function<void(const std::vector<std::filesystem::path>& inputs,
-                                     const std::filesystem::path& target, const OptionSnapshot&,
-                                     const std::function<void(const std::filesystem::path&)>& merged)>;
+// Merges PDFs in order into `target` and secures it in the same write (document information,
+// lossless recompression and the encryption the snapshot asks for), calling `merged` after
+// each input. Returns the security pass's lines, naming the file as written. Throws
+// Error(Output).
+using PdfMerger = std::function<std::vector<std::string>(
+    const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target, const OptionSnapshot&,
+    const std::function<void(const std::filesystem::path&)>& merged)>;
 
 struct StampRequest {
     std::string dots_per_inch; // the resolution text as entered
@@ -145,7 +153,6 @@ struct RunServices {
     TextFileWriter write_text;
     std::function<std::unique_ptr<MultipageTiffWriter>()> multipage_tiff;
     PdfAssemblerFactory pdf_assembler;
-    SecurityPass encryptpdfnow;
     PdfMerger merge_pdfs;
     std::function<std::unique_ptr<Stamper>()> stamper;
     std::function<void(const std::filesystem::path&)> writergb48; // 16 bits a sample, in place

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Writes that fail part-way (a folder that is not one, a folder that goes away, a file size
-// limit, a security pass that cannot write) leave earlier files as they were, leave no
+// limit, also on an encrypted PDF's one write) leave earlier files as they were, leave no
 // temporary behind, are reported as not saved, and the run goes on.
 #include <algorithm>
 #include <csignal>
@@ -17,7 +17,6 @@
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/process.h"
 #include "tests/support/tiff_fixtures.h"
-#include "writers/pdf/security_pass.h"
 
 namespace qf::test {
 namespace {
@@ -45,7 +44,7 @@ private:
     rlimit saved_{};
 };
 
-enum class Fault { ThroughAFile, Vanishes, FileSizeLimit, SecurityPass };
+enum class Fault { ThroughAFile, Vanishes, FileSizeLimit };
 
 struct OutputKind {
     const char *format;
@@ -55,8 +54,8 @@ struct OutputKind {
 // The one table of destinations that cannot take the outputs, for every kind of output: a
 // folder that cannot be made (its path goes through a file, which stops even root), a folder
 // that vanishes while the first document's pages are under way, a file size limit over the
-// whole run and a security pass that cannot write, both over files of the same names from an
-// earlier run. Nothing is reported saved, earlier files stay, the run goes on to the next
+// whole run over files of the same names from an earlier run (a PDF's one write, which also
+// secures it, fails there). Nothing is reported saved, earlier files stay, the run goes on to the next
 // document, and no scratch folder is left.
 TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
 {
@@ -86,8 +85,6 @@ TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
         {"folder through a file", Fault::ThroughAFile, every_kind, " could not be saved: Not a directory"},
         {"folder vanishes", Fault::Vanishes, every_kind, ""},
         {"file size limit", Fault::FileSizeLimit, every_kind, " could not be saved: File too large"},
-        {"security pass", Fault::SecurityPass, {{"PDF (Multipage)", false}, {"PDF (Single Page)", false}, {"PDF (Multipage)", true}},
-         " could not be secured: File too large"},
     };
     for (const auto &c : cases) {
         for (const auto &kind : c.kinds) {
@@ -98,10 +95,11 @@ TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
             values.set(OptionId::combineall, kind.combine);
             values.set(OptionId::DotsPerInch, std::string("36"));
             values.set(OptionId::usepageranges, true);
-            values.set(OptionId::pdfpassword, std::string(c.fault == Fault::SecurityPass ? "open-sesame" : ""));
+            // PDFs are encrypted in the write that delivers them; it is that write the limit fails.
+            values.set(OptionId::pdfpassword, std::string(c.fault == Fault::FileSizeLimit ? "open-sesame" : ""));
             // An earlier run's files, given recognisable contents.
             std::map<std::string, FileSeal> earlier;
-            if (c.fault == Fault::FileSizeLimit || c.fault == Fault::SecurityPass) {
+            if (c.fault == Fault::FileSizeLimit) {
                 RunHarness().run(values, rows);
                 for (const auto &name : tree_of(out)) {
                     std::ofstream(out / name, std::ios::binary | std::ios::trunc) << "earlier " << name;
@@ -110,14 +108,7 @@ TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
                 ASSERT_FALSE(earlier.empty());
             }
 
-            engine::RunServices services = real_services();
-            if (c.fault == Fault::SecurityPass) {
-                services.encryptpdfnow = [](const fs::path &pdf, const engine::OptionSnapshot &snapshot) {
-                    const FileSizeLimit limit(64);
-                    return writers::pdf::encryptpdfnow(pdf, snapshot);
-                };
-            }
-            engine::BatchRun batch(std::move(services));
+            engine::BatchRun batch(real_services());
             batch.set_jobs(1);
             std::vector<std::string> lines;
             batch.set_listener([&](const engine::RunEvent &event) {

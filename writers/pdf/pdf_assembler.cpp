@@ -257,13 +257,20 @@ class QpdfAssembler : public engine::PdfAssembler
 
     int page_count() const override { return static_cast<int>(image_pages_.size()); }
 
-    std::vector<std::string> close() override
+    std::vector<std::string> close() override { return finish(false).reasons; }
+
+    engine::PdfClosed close_secured() override { return finish(true); }
+
+  private:
+    // Writes the file once: as it stands, or `secured` with what the security pass would make
+    // of it, in the same write.
+    engine::PdfClosed finish(bool secured)
     {
         if (image_pages_.empty()) {
             release();
             throw Error(ErrorKind::Output, "no page could be converted", target_);
         }
-        ConformanceResult result;
+        engine::PdfClosed closed;
         try {
             applydocinfo(output_, snapshot_);
             ConformanceRequest request;
@@ -272,20 +279,27 @@ class QpdfAssembler : public engine::PdfAssembler
             request.image_pages = image_pages_;
             request.minimum_version = minimum_version_;
             request.fallback_title = target_.stem().string();
-            result = applyconformance(output_, request);
+            const ConformanceResult result = applyconformance(output_, request);
+            closed.reasons = result.reasons;
+            std::function<void(QPDFWriter &)> configure = [&](QPDFWriter &writer) {
+                configure_writer(writer, result);
+            };
+            if (secured) {
+                SecuredWrite pass = prepare_secured_write(output_, snapshot_, target_, result.version);
+                closed.lines = std::move(pass.lines);
+                configure = std::move(pass.configure);
+            }
             engine::write_atomically(target_, [&](const std::filesystem::path &temp) {
-                write_pdf_file(output_, temp,
-                               [&](QPDFWriter &writer) { configure_writer(writer, result); });
+                write_pdf_file(output_, temp, configure);
             });
         } catch (...) {
             release();
             throw;
         }
         release();
-        return result.reasons;
+        return closed;
     }
 
-  private:
     const OpenSource &source_document(const std::filesystem::path &path, const std::string &password)
     {
         auto &slot = sources_[path.lexically_normal()];

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "writers/pdf/pdf_merge.h"
 
+#include <cstdio>
 #include <memory>
 
 #include <qpdf/ClosedFileInputSource.hh>
+#include <qpdf/PDFVersion.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFWriter.hh>
 
@@ -72,11 +74,12 @@ MergeInput merge_one(const std::filesystem::path& path, QPDF* base, std::size_t&
     return input;
 }
 
-} // namespace
-
-void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
-                const std::filesystem::path& target, const engine::OptionSnapshot& snapshot,
-                const std::function<void(const std::filesystem::path&)>& merged)
+// Merges `inputs` into `target`; `secured`, the write is the security pass's as well.
+std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
+                               const std::filesystem::path& target,
+                               const engine::OptionSnapshot& snapshot,
+                               const std::function<void(const std::filesystem::path&)>& merged,
+                               bool secured)
 {
     std::vector<MergeInput> opened;
     std::size_t page_total = 0;
@@ -121,10 +124,43 @@ void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
     } catch (const std::exception&) {
         throw Error(ErrorKind::Output, "the document information could not be set", target);
     }
-    write_pdf_atomically(base, target, [&](QPDFWriter& writer) {
-        writer.setObjectStreamMode(claim.pdfa1 ? qpdf_o_disable : qpdf_o_preserve);
-        writer.setNewlineBeforeEndstream(!claim.level.empty());
-    });
+    if (!secured) {
+        write_pdf_atomically(base, target, [&](QPDFWriter& writer) {
+            writer.setObjectStreamMode(claim.pdfa1 ? qpdf_o_disable : qpdf_o_preserve);
+            writer.setNewlineBeforeEndstream(!claim.level.empty());
+        });
+        return {};
+    }
+    // The header the plain write would give: the base's version.
+    PDFVersion version(1, 3);
+    int major = 1;
+    int minor = 3;
+    if (std::sscanf(base.getPDFVersion().c_str(), "%d.%d", &major, &minor) == 2) {
+        version = PDFVersion(major, minor, base.getExtensionLevel());
+    }
+    std::string header;
+    int extension = 0;
+    version.getVersion(header, extension);
+    SecuredWrite pass = prepare_secured_write(base, snapshot, target, header, extension);
+    write_pdf_atomically(base, target, pass.configure);
+    return std::move(pass.lines);
+}
+
+} // namespace
+
+void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
+                const std::filesystem::path& target, const engine::OptionSnapshot& snapshot,
+                const std::function<void(const std::filesystem::path&)>& merged)
+{
+    merge(inputs, target, snapshot, merged, false);
+}
+
+std::vector<std::string> merge_and_secure(
+    const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target,
+    const engine::OptionSnapshot& snapshot,
+    const std::function<void(const std::filesystem::path&)>& merged)
+{
+    return merge(inputs, target, snapshot, merged, true);
 }
 
 } // namespace qf::writers::pdf

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "engine/run_model.h"
@@ -26,5 +27,12 @@ namespace qf::writers::pdf {
 void merge_pdfs(const std::vector<std::filesystem::path>& inputs,
                 const std::filesystem::path& target, const engine::OptionSnapshot& snapshot,
                 const std::function<void(const std::filesystem::path&)>& merged);
+
+// The same, secured in the same write: the file is the one merge_pdfs followed by
+// encryptpdfnow (security_pass.h) would give, and the lines returned are that pass's.
+std::vector<std::string> merge_and_secure(
+    const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target,
+    const engine::OptionSnapshot& snapshot,
+    const std::function<void(const std::filesystem::path&)>& merged);
 
 } // namespace qf::writers::pdf

@@ -316,28 +316,27 @@ void write_pdf_atomically(QPDF& pdf, const std::filesystem::path& target,
     });
 }
 
-std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
-                                       const engine::OptionSnapshot& snapshot)
+SecuredWrite prepare_secured_write(QPDF& document, const engine::OptionSnapshot& snapshot,
+                                   const std::filesystem::path& file,
+                                   const std::string& written_version, int extension_level)
 {
-    QPDF document;
-    open_delivered(document, pdf);
+    const std::string name = file.filename().string();
     const ConformanceClaim claim = conformance_claim(document, snapshot.mpdfversionnumber);
-    std::vector<std::string> lines;
+    SecuredWrite secured;
     try {
         for (const auto& reason : output_intent_misfits(
                  document, claimed_level(document, snapshot.mpdfversionnumber))) {
-            lines.push_back(pdf.filename().string() + " does not conform to " + claim.level +
-                            ": " + reason);
+            secured.lines.push_back(name + " does not conform to " + claim.level + ": " + reason);
         }
     } catch (const std::exception&) {
-        // A page tree that cannot be walked fails the rewrite below with its own reason.
+        // A page tree that cannot be walked fails the write with its own reason.
     }
     try {
         applydocinfo(document, snapshot);
     } catch (const Error&) {
         throw;
     } catch (const std::exception&) {
-        throw Error(ErrorKind::Output, "the document information could not be set", pdf);
+        throw Error(ErrorKind::Output, "the document information could not be set", file);
     }
 
     const EncryptionRequest request{
@@ -346,29 +345,55 @@ std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
         restrict_bits(snapshot.mallowcopy, snapshot.mallowprinting, snapshot.mallowannotation)};
     const bool encrypt = request.restrict != 0 || !request.user.empty() || !request.owner.empty();
 
-    PDFVersion version = file_version(document);
+    int major = 1;
+    int minor = 3;
+    if (std::sscanf(written_version.c_str(), "%d.%d", &major, &minor) < 2) {
+        major = 1;
+        minor = 3;
+    }
+    PDFVersion version(major, minor, extension_level);
     if (encrypt) {
         version.updateIfGreater(cipher_version(request.cipher));
     }
     const bool object_streams = !claim.pdfa1 && !(version < PDFVersion(1, 5));
+    std::string header;
+    int extension = 0;
+    version.getVersion(header, extension);
+    const bool newline = !claim.level.empty();
 
-    write_pdf_atomically(document, pdf, [&](QPDFWriter& writer) {
+    secured.configure = [=](QPDFWriter& writer) {
+        // The header a rewrite would keep, forced so that versions below the library's
+        // default are written as they are.
+        writer.forcePDFVersion(header, extension);
         writer.setCompressStreams(true);
         writer.setDecodeLevel(qpdf_dl_specialized);
         writer.setObjectStreamMode(object_streams ? qpdf_o_generate : qpdf_o_disable);
-        writer.setNewlineBeforeEndstream(!claim.level.empty());
+        writer.setNewlineBeforeEndstream(newline);
         if (encrypt) {
             set_encryption(writer, request);
         } else {
             writer.setPreserveEncryption(false);
         }
-    });
-
+    };
     if (encrypt && !claim.level.empty()) {
-        lines.push_back(pdf.filename().string() + " is encrypted and no longer conforms to " +
-                        claim.level);
+        secured.lines.push_back(name + " is encrypted and no longer conforms to " + claim.level);
     }
-    return lines;
+    return secured;
+}
+
+std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
+                                       const engine::OptionSnapshot& snapshot)
+{
+    QPDF document;
+    open_delivered(document, pdf);
+    const PDFVersion version = file_version(document);
+    std::string header;
+    int extension = 0;
+    version.getVersion(header, extension);
+    const SecuredWrite secured =
+        prepare_secured_write(document, snapshot, pdf, header, extension);
+    write_pdf_atomically(document, pdf, secured.configure);
+    return secured.lines;
 }
 
 } // namespace qf::writers::pdf

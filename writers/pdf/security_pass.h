@@ -56,4 +56,23 @@ void write_pdf_atomically(QPDF& pdf, const std::filesystem::path& target,
 std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
                                        const engine::OptionSnapshot& snapshot);
 
+// What the security pass would do to a document, worked out on the document in memory, so
+// that the write that makes the file does it too and the file is written once.
+struct SecuredWrite {
+    // The lines encryptpdfnow would return for the file.
+    std::vector<std::string> lines;
+    // Sets a writer up as the pass's rewrite is set up: header version, recompression,
+    // object streams, stream layout and encryption.
+    std::function<void(QPDFWriter&)> configure;
+};
+
+// Brings `pdf`, which a write would give the header `version` ("1.4"; `extension_level`),
+// to what encryptpdfnow makes of that file: applies the document information and returns the
+// writer settings and lines of the pass for the file `file`. Writing
+// `pdf` with them gives the file that writing it plainly and then securing it would give.
+// Throws engine::Error(ErrorKind::Output) when the document information cannot be set.
+SecuredWrite prepare_secured_write(QPDF& pdf, const engine::OptionSnapshot& snapshot,
+                                   const std::filesystem::path& file, const std::string& version,
+                                   int extension_level = 0);
+
 } // namespace qf::writers::pdf
