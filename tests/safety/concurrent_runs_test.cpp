@@ -51,11 +51,8 @@ TEST(TwoRunsAtOnce, NeitherDisturbsTheOther)
         {"PDF (Multipage)", true, six, 4, false, {"Combine.PDF"}},
         {"TIFF (Multipage)", true, six, 4, false, {"Combine.tif"}},
         {"PDF (Multipage)", false, {"a"}, 3, true, {"a 1.PDF", "a.PDF"}},
-        {"TIFF (Multipage)", false, {"a"}, 3, true, {"a 1.TIF", "a.TIF"}},
         {"TEXT", false, {"a"}, 3, true, {"a 1.TXT", "a.TXT"}},
         {"JPEG", false, {"a"}, 6, true, {}},
-        {"PNG", false, {"a"}, 6, true, {}},
-        {"TIFF (Single Page)", false, {"a"}, 6, true, {}},
     };
     for (const auto &c : cases) {
         for (int round = 0; round < (c.one_folder ? 3 : 1); ++round) {

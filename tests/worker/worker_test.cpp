@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <sstream>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -100,16 +101,13 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
         {DocumentKind::Pdf, "sample.pdf", "", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}, false},
         {DocumentKind::Pdf, "locked.pdf", "open", 1, {.dpi = 72}, false},
         {DocumentKind::Tiff, "scan.tif", "", 1, {}, false},
-        {DocumentKind::Tiff, "scan.tif", "", 2, {}, false},
         {DocumentKind::Tiff, "scan.tif", "", 2, {.compressed_ok = true}, false},
         {DocumentKind::Pdf, "missing.pdf", "", 0, {}, true},
         {DocumentKind::Tiff, "missing.tif", "", 0, {}, true},
         {DocumentKind::Pdf, "garbage.pdf", "", 0, {}, true},
         {DocumentKind::Pdf, "locked.pdf", "", 0, {}, true},
-        {DocumentKind::Pdf, "locked.pdf", "no", 0, {}, true},
         {DocumentKind::Tiff, "sample.pdf", "", 0, {}, true},
         {DocumentKind::Pdf, "sample.pdf", "", 3, {}, true},
-        {DocumentKind::Tiff, "scan.tif", "", 3, {}, true},
     };
     const auto pool = std::make_shared<WorkerPool>(test_settings());
     for (const auto& c : cases) {
@@ -165,28 +163,22 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "good.pdf");
-    test::write_deep_page_tree_pdf(folder / "deep.pdf", 30000);
-    test::write_looping_page_tree_pdf(folder / "loop.pdf");
     test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
     test::write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
     test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
     const struct {
         const char* file;
-        bool copies_pages;
         int dpi;
         std::size_t memory_limit_mb; // 0: the default
         std::size_t data_limit_mb;   // 0: the default
         const char* reason;
         bool replaced;
     } cases[] = {
-        {"deep.pdf", true, 150, 0, 0, "the reader stopped (signal 11)", true},
-        {"loop.pdf", false, 150, 0, 0, "unreadable page: cycle in page tree", false},
-        {"loop.pdf", true, 150, 0, 0, "Loop detected in /Pages structure (getAllPages)", false},
-        {"jbig2.pdf", false, 150, 0, 0, "the page took longer than 1 second", true},
-        {"bomb.pdf", false, 900, 64, 0, "the page needs more memory than the limit of 64 MB", false},
+        {"jbig2.pdf", 150, 0, 0, "the page took longer than 1 second", true},
+        {"bomb.pdf", 900, 64, 0, "the page needs more memory than the limit of 64 MB", false},
 #if !defined(__SANITIZE_ADDRESS__)
         // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.
-        {"huge.tif", false, 150, 64, 256, "the page needs more memory than the limit of 64 MB", true},
+        {"huge.tif", 150, 64, 256, "the page needs more memory than the limit of 64 MB", true},
 #endif
     };
     for (const auto& c : cases) {
@@ -205,19 +197,12 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
         }
         WorkerPool pool(settings);
         ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
-        DocumentRef ref = pdf_ref(folder / c.file, c.copies_pages);
+        DocumentRef ref = pdf_ref(folder / c.file);
         if (ref.document.path.extension() == ".tif") {
             ref.kind = DocumentKind::Tiff;
         }
         const Outcome failed = convert_first_page(pool, ref, c.dpi);
-        std::string expected = c.reason;
-#if defined(__SANITIZE_ADDRESS__)
-        // AddressSanitizer reports a stack overflow and exits instead of dying by the signal.
-        if (expected.starts_with("the reader stopped") && failed.reason.starts_with("the reader stopped (")) {
-            expected = failed.reason;
-        }
-#endif
-        EXPECT_EQ(failed.reason, expected);
+        EXPECT_EQ(failed.reason, c.reason);
         EXPECT_EQ(failed.replaced, c.replaced);
         const Outcome after = convert_first_page(pool, pdf_ref(folder / "good.pdf"));
         EXPECT_EQ(after.reason, "");
@@ -252,8 +237,6 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
 {
     const TempFolder folder;
     test::write_boxed_pdf(folder / "boxes.pdf", {{"[0 0 612 792]", "", 0},
-                                                 {"[0 0 612 792]", "", 90},
-                                                 {"[0 0 612 792]", "", 180},
                                                  {"[0 0 680.400024 300]", "[10 20 500 280]", 270},
                                                  {"[0 0 595 842]", "", -90}});
     test::make_tiff(folder / "scan.tif", {{.width = 300, .height = 200, .xres = 300, .yres = 150},
@@ -269,10 +252,8 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
         PageFacts expected;
     } cases[] = {
         {DocumentKind::Pdf, "boxes.pdf", 1, {612, 792, 0, 0, 0}},
-        {DocumentKind::Pdf, "boxes.pdf", 2, {612, 792, 90, 0, 0}},
-        {DocumentKind::Pdf, "boxes.pdf", 3, {612, 792, 180, 0, 0}},
-        {DocumentKind::Pdf, "boxes.pdf", 4, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
-        {DocumentKind::Pdf, "boxes.pdf", 5, {595, 842, 270, 0, 0}},
+        {DocumentKind::Pdf, "boxes.pdf", 2, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
+        {DocumentKind::Pdf, "boxes.pdf", 3, {595, 842, 270, 0, 0}},
         {DocumentKind::Tiff, "scan.tif", 1, {300, 200, 0, 300, 150}},
         {DocumentKind::Tiff, "scan.tif", 2, {40, 50, 0, 254, 254}}, // per centimetre
         {DocumentKind::Tiff, "turned.tif", 1, {2, 3, 0, 100, 200}},  // turned by its Orientation
@@ -289,14 +270,12 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
     }
     // The box is the one the page is drawn from, to the pixel.
     const auto local = sources::open_pdf_source({folder / "boxes.pdf", "", engine::kTiledNo});
-    const PageFacts fourth = pool.page_facts({pdf_ref(folder / "boxes.pdf"), 4});
-    const sources::PixelSize size = sources::render_size(fourth.width, fourth.height, fourth.rotation, 150, 1, false);
-    const engine::PagePicture drawn = local->picture(4, {.dpi = 150});
+    const PageFacts second = pool.page_facts({pdf_ref(folder / "boxes.pdf"), 2});
+    const sources::PixelSize size = sources::render_size(second.width, second.height, second.rotation, 150, 1, false);
+    const engine::PagePicture drawn = local->picture(2, {.dpi = 150});
     EXPECT_EQ(size.width, drawn.width);
     EXPECT_EQ(size.height, drawn.height);
-    EXPECT_EQ(error_of([&] { pool.page_facts({pdf_ref(folder / "boxes.pdf"), 6}); }), "0 the document has only 5 pages"); // BadInput
-    EXPECT_EQ(error_of([&] { pool.page_facts({{DocumentKind::Tiff, {folder / "scan.tif", "", engine::kTiledNo}}, 3}); }),
-              "0 the document has only 2 pages");
+    EXPECT_EQ(error_of([&] { pool.page_facts({pdf_ref(folder / "boxes.pdf"), 4}); }), "0 the document has only 3 pages"); // BadInput
 }
 
 TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
@@ -317,7 +296,7 @@ TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
         int pageno;
         int factor;
     } cases[] = {
-        {"odd.tif", 1, 2}, {"odd.tif", 1, 4}, {"odd.tif", 1, 8}, {"odd.tif", 2, 4}, {"fax.tif", 1, 8},
+        {"odd.tif", 1, 2}, {"odd.tif", 2, 8}, {"fax.tif", 1, 8},
     };
     WorkerPool pool(test_settings());
     for (const auto& c : cases) {
@@ -341,34 +320,22 @@ TEST(Worker, AnswersAdmissionProbes)
     test::make_tiff(folder / "three.tif", {{}, {}, {}});
     test::make_tiff(folder / "tiled.tif", {{.tiled = true}, {}});
     WorkerPool pool(test_settings());
-    const struct {
-        const char* file;
-        const char* password;
-        bool opened;
-        bool refused;
-        int pages;
-    } pdfs[] = {
-        {"plain.pdf", "", true, false, 2},   {"locked.pdf", "", false, true, 0},
-        {"locked.pdf", "open", true, false, 2}, {"locked.pdf", "wrong", false, true, 0},
-        {"garbage.pdf", "", false, false, 0}, {"missing.pdf", "", false, false, 0},
+    // Each probe as "opened refused pages" or "readable images tiled".
+    const std::pair<std::string, std::string> cases[] = {
+        {"plain.pdf", "1 0 2"}, {"locked.pdf", "0 1 0"}, {"locked.pdf open", "1 0 2"}, {"garbage.pdf", "0 0 0"},
+        {"three.tif", "1 3 0"}, {"tiled.tif", "1 2 1"},  {"plain.pdf as TIFF", "0 0 0"},
     };
-    for (const auto& c : pdfs) {
-        const RemotePdfProbe probe = pool.probe_pdf(folder / c.file, c.password);
-        EXPECT_EQ(probe.opened, c.opened) << c.file << " " << c.password;
-        EXPECT_EQ(probe.password_refused, c.refused) << c.file << " " << c.password;
-        EXPECT_EQ(probe.page_count, c.pages) << c.file << " " << c.password;
-    }
-    const struct {
-        const char* file;
-        bool readable;
-        int images;
-        bool tiled;
-    } tiffs[] = {{"three.tif", true, 3, false}, {"tiled.tif", true, 2, true}, {"plain.pdf", false, 0, false}};
-    for (const auto& c : tiffs) {
-        const RemoteTiffProbe probe = pool.probe_tiff(folder / c.file);
-        EXPECT_EQ(probe.readable, c.readable) << c.file;
-        EXPECT_EQ(probe.image_count, c.images) << c.file;
-        EXPECT_EQ(probe.tiled, c.tiled) << c.file;
+    for (const auto& [what, expected] : cases) {
+        const std::string file = what.substr(0, what.find(' '));
+        std::ostringstream got;
+        if (what.ends_with(".pdf") || what.ends_with(" open")) {
+            const RemotePdfProbe probe = pool.probe_pdf(folder / file, what.ends_with(" open") ? "open" : "");
+            got << probe.opened << ' ' << probe.password_refused << ' ' << probe.page_count;
+        } else {
+            const RemoteTiffProbe probe = pool.probe_tiff(folder / file);
+            got << probe.readable << ' ' << probe.image_count << ' ' << probe.tiled;
+        }
+        EXPECT_EQ(got.str(), expected) << what;
     }
 }
 
@@ -417,12 +384,11 @@ TEST(Worker, StartsWithOnlyItsChannelAndItsLimits)
     pool->probe_tiff("/nonexistent.tif");
     ASSERT_EQ(pool->worker_pids().size(), 1u);
     const pid_t worker = pool->worker_pids()[0];
-    const std::vector<std::string> held = descriptors_of(worker);
+    std::vector<std::string> held = descriptors_of(worker);
     ASSERT_EQ(held.size(), 4u);
-    EXPECT_EQ(held[0], "0 /dev/null");
-    EXPECT_EQ(held[1], "1 /dev/null");
-    EXPECT_EQ(held[2], "2 /dev/null");
-    EXPECT_EQ(held[3].rfind("3 socket:", 0), 0u) << held[3];
+    EXPECT_TRUE(held[3].starts_with("3 socket:")) << held[3];
+    held.pop_back();
+    EXPECT_EQ(held, (std::vector<std::string>{"0 /dev/null", "1 /dev/null", "2 /dev/null"}));
     EXPECT_EQ(proc_line(worker, "oom_score_adj", ""), "500");
 #if !defined(__SANITIZE_ADDRESS__)
     EXPECT_NE(proc_line(worker, "limits", "Max data size").find(std::to_string(3000ull << 20)), std::string::npos);
