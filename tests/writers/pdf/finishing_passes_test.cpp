@@ -131,25 +131,6 @@ TEST(SecurityPass, NonAsciiPasswordsOpenAsReadersEncodeThem)
     }
 }
 
-// With nothing asked for, the file is rewritten unencrypted with the document information.
-TEST(SecurityPass, NoOptionsRewriteTheFileUnencryptedAndLossless)
-{
-    test::ScratchFolder folder;
-    const auto pdf = folder / "plain.pdf";
-    test::write_labelled_pdf(pdf, {"one", "two"});
-    auto snapshot = snapshot_for(-1);
-    snapshot.mpdfauthorname = "Ada Lovelace";
-    EXPECT_TRUE(encryptpdfnow(pdf, snapshot).empty());
-
-    QPDF result;
-    test::open_pdf(result, pdf);
-    EXPECT_FALSE(result.isEncrypted());
-    EXPECT_EQ(test::page_labels(result), (std::vector<std::string>{"one", "two"}));
-    EXPECT_EQ(test::info_entry(result, "/Author"), "Ada Lovelace");
-    EXPECT_NE(test::xmp_packet_of(result).find("Ada Lovelace"), std::string::npos);
-    EXPECT_EQ(folder.names(), std::vector<std::string>{"plain.pdf"});
-}
-
 // The header is the higher of the file's own version and what encryption needs; object
 // streams appear only where that version allows them and never in PDF/A-1.
 TEST(SecurityPass, VersionAndObjectStreamsFollowTheFeatures)
