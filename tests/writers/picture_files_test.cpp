@@ -451,9 +451,7 @@ TEST(ExifStamper, StampReadsBackAsExifToolsStampOfTheSameTexts)
     const engine::StampRequest cases[] = {
         {"300", "", ""}, {"50", "  Owner 2024 ", "  Ann Author "}, {"150.5", hostile, hostile},
         {"", "Owner", "Ann"}, {"72", "\u201CCurly\u201D \u2018single\u2019 \u201Alow\u201E", ""},
-        {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC",
-         "J\u00FCrgen \u00C5str\u00F6m \u5317\u4EAC"},
-        {"96", "line one\r\nline two\\", "first\nsecond\ttab"},
+        {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC", "first\nsecond\ttab"},
         {"1200", "caf\xe9 \xff", "caf\xe9 \xc3"},
         {"72.3333333", "-copyright=twice", "#not a comment"},
         {"abc", "Owner", "Ann"}, {"72,5", "Owner", ""}, {"-5", "Owner", ""},

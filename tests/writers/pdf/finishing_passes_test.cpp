@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <tuple>
 
 #include <sys/resource.h>
 
-#include <qpdf/Buffer.hh>
 #include <qpdf/QPDF.hh>
 
 #include "engine/error.h"
@@ -165,8 +165,8 @@ TEST(SecurityPass, ReportsTheConformanceThatEncryptionBreaks)
     const std::string broken = "report.pdf is encrypted and no longer conforms to ";
     const struct { int chosen_code, pdfa_part; char conformance; const char* pdfx; int enlvl;
                    std::vector<std::string> lines; } cases[] = {
-        {14, 1, 'B', "", 4, {broken + "PDF/A 1b"}}, {14, 0, 'B', "", 4, {broken + "PDF/A 1b"}},
-        {7, 2, 'U', "", 4, {broken + "PDF/A 2u"}},  {15, 0, 'B', "PDF/X-4", 4, {broken + "PDF/X-4"}},
+        {14, 0, 'B', "", 4, {broken + "PDF/A 1b"}}, {7, 2, 'U', "", 4, {broken + "PDF/A 2u"}},
+        {15, 0, 'B', "PDF/X-4", 4, {broken + "PDF/X-4"}},
         {7, 0, 'B', "PDF/X-4", 4, {broken + "PDF/X-4"}}, {18, 2, 'B', "", -1, {}},
         {7, 0, 'B', "", 4, {}},
     };
@@ -219,23 +219,14 @@ engine::OptionSnapshot merge_snapshot()
     return snapshot;
 }
 
-// Labels "<name> <page>" for a document of `pages` pages.
-std::vector<std::string> labels_of(const std::string& name, int pages)
+// Labels "<name> <page>" for a document of `pages` pages, named after its file.
+std::vector<std::string> labels_of(const fs::path& file, int pages)
 {
     std::vector<std::string> labels;
     for (int page = 1; page <= pages; ++page) {
-        labels.push_back(name + " " + std::to_string(page));
+        labels.push_back(file.stem().string() + " " + std::to_string(page));
     }
     return labels;
-}
-
-std::vector<std::string> concat(std::initializer_list<std::vector<std::string>> parts)
-{
-    std::vector<std::string> all;
-    for (const auto& part : parts) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return all;
 }
 
 // Every page of each input in order; missing inputs are passed over in silence and unreadable
@@ -249,57 +240,59 @@ TEST(MergePdfs, AppendsThePagesOfEachReadableInputInOrder)
     const fs::path a = folder / "a.pdf", b = folder / "b.pdf", c = folder / "c.pdf";
     const fs::path missing = folder / "gone.pdf", garbage = folder / "garbage.pdf",
                    text = folder / "text.pdf", truncated = folder / "truncated.pdf";
-    test::write_labelled_pdf(a, labels_of("A", 2));
-    test::write_labelled_pdf(b, labels_of("B", 3), {.version = "1.7"});
-    test::write_labelled_pdf(c, labels_of("C", 1));
+    const std::map<fs::path, int> pages = {{a, 2}, {b, 3}, {c, 1}}; // the others have one
+    for (const auto& [file, count] : pages) {
+        test::write_labelled_pdf(file, labels_of(file, count));
+    }
     test::write_garbage_pdf(garbage);
     test::write_text_file(text, "not a PDF at all\n");
     test::write_truncated_copy(b, truncated, 20);
-    const auto A = labels_of("A", 2), B = labels_of("B", 3), C = labels_of("C", 1);
     std::vector<fs::path> many;
     for (int i = 1; i <= 80; ++i) {
         many.push_back(folder / ("many" + std::to_string(i) + ".pdf"));
-        test::write_labelled_pdf(many.back(), {"many " + std::to_string(i)});
+        test::write_labelled_pdf(many.back(), labels_of(many.back(), 1));
     }
-    const struct {
-        std::vector<fs::path> inputs;
-        std::vector<std::string> labels; // empty: the merge fails
-        std::vector<fs::path> reported;
-    } cases[] = {
-        {{missing, garbage}, {}, {}},
-        {{c, a, b, c}, concat({C, A, B, C}), {c, a, b, c}},
-        {{a, missing, garbage, text, truncated, c}, concat({A, C}), {a, c}},
-        {{garbage, missing, b, a}, concat({B, A}), {b, a}},
-        {many, labels_of("many", 80), many},
+    // The inputs and those merged, whose pages the file holds; none: the merge fails.
+    const std::pair<std::vector<fs::path>, std::vector<fs::path>> cases[] = {
+        {{missing, garbage}, {}},
+        {{c, a, b, c}, {c, a, b, c}},
+        {{a, missing, garbage, text, truncated, c}, {a, c}},
+        {{garbage, missing, b, a}, {b, a}},
+        {many, many},
     };
     const auto target = folder / "Combine.PDF";
     test::write_labelled_pdf(target, {"older combined file"});
     rlimit saved{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
-    for (const auto& k : cases) {
-        SCOPED_TRACE(::testing::PrintToString(k.inputs).substr(0, 300));
+    for (const auto& [inputs, merged_inputs] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(inputs).substr(0, 300));
         const std::string before = test::file_bytes(target);
         std::vector<fs::path> reported;
         rlimit tight = saved;
         tight.rlim_cur = 48;
         ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
         try {
-            merge_pdfs(k.inputs, target, merge_snapshot(),
+            merge_pdfs(inputs, target, merge_snapshot(),
                        [&](const fs::path& p) { reported.push_back(p); });
-            EXPECT_FALSE(k.labels.empty()) << "the merge succeeded";
+            EXPECT_FALSE(merged_inputs.empty()) << "the merge succeeded";
         } catch (const engine::Error& e) {
-            EXPECT_TRUE(k.labels.empty()) << e.what();
+            EXPECT_TRUE(merged_inputs.empty()) << e.what();
             EXPECT_EQ(e.kind(), engine::ErrorKind::Output);
             EXPECT_EQ(test::file_bytes(target), before);
         }
         ::setrlimit(RLIMIT_NOFILE, &saved);
-        EXPECT_EQ(reported, k.reported);
-        if (k.labels.empty()) {
+        EXPECT_EQ(reported, merged_inputs);
+        std::vector<std::string> labels;
+        for (const auto& input : merged_inputs) {
+            const auto more = labels_of(input, pages.contains(input) ? pages.at(input) : 1);
+            labels.insert(labels.end(), more.begin(), more.end());
+        }
+        if (labels.empty()) {
             continue;
         }
         QPDF merged;
         test::open_pdf(merged, target);
-        EXPECT_EQ(test::page_labels(merged), k.labels);
+        EXPECT_EQ(test::page_labels(merged), labels);
         EXPECT_EQ(test::info_entry(merged, "/Author"), "Grace Hopper");
     }
     EXPECT_TRUE(test::temporaries_in(folder.path()).empty());
