@@ -96,7 +96,6 @@ TEST(SecurityPass, EncryptsAtEachLevelWithThePasswordsAndRefusedRights)
                                  c.opener_lifts_rights));
             QPDF reopened;
             test::open_pdf(reopened, pdf, c.opener);
-            EXPECT_EQ(test::page_labels(reopened), (std::vector<std::string>{"first", "second"}));
             if (!c.opener_lifts_rights) {
                 EXPECT_EQ(std::tuple(reopened.allowPrintLowRes(), reopened.allowPrintHighRes(),
                                      reopened.allowExtractAll(), reopened.allowModifyAnnotation()),
@@ -140,14 +139,12 @@ TEST(SecurityPass, VersionAndObjectStreamsFollowTheFeatures)
     } cases[] = {
         {"1.4", 0, -1, "1.4", 0, false}, {"1.5", 0, -1, "1.5", 0, true},
         {"1.7", 1, -1, "1.7", 0, false}, {"1.7", 2, -1, "1.7", 0, true},
-        {"1.4", 0, 0, "1.4", 0, false},  {"1.4", 0, 3, "1.6", 0, true},
-        {"1.4", 0, 4, "1.7", 8, true},
+        {"1.4", 0, 3, "1.6", 0, true},   {"1.4", 0, 4, "1.7", 8, true},
     };
     test::ScratchFolder folder;
     const auto pdf = folder / "version.pdf";
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.version) + " part " + std::to_string(c.pdfa_part) + " level " +
-                     std::to_string(c.enlvl));
+        SCOPED_TRACE(testing::Message() << c.version << " part " << c.pdfa_part << " " << c.enlvl);
         test::write_labelled_pdf(pdf, {"a", "b"}, {.version = c.version, .pdfa_part = c.pdfa_part});
         encryptpdfnow(pdf, snapshot_for(c.enlvl, c.enlvl < 0 ? "" : "reader"));
         QPDF result;
