@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
+#include "engine/batch_run.h"
 #include "engine/run_log.h"
 #include "engine/run_model.h"
 #include "settings/option_table.h"
@@ -83,7 +84,7 @@ TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
             } else {
                 const LogChanges changes = log.changes_since(seen);
                 EXPECT_EQ(changes.version == seen, changes.added.empty());
-                shown = changes.replaced ? changes.added : changes.added + shown;
+                apply({.whole = changes.replaced, .text = changes.added}, shown);
                 seen = changes.version;
                 EXPECT_EQ(shown, log.texttoadd());
             }

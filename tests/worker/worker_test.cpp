@@ -85,7 +85,6 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
     const TempFolder folder;
     write_sample_pdf(folder / "sample.pdf");
     test::write_encrypted_copy(folder / "sample.pdf", folder / "locked.pdf", test::PdfEncryption::Aes128, "open", "owner");
-    test::write_garbage_pdf(folder / "garbage.pdf");
     test::make_tiff(folder / "scan.tif",
                     {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
                      {.kind = test::TiffKind::Bilevel, .compression = 4}});
@@ -322,7 +321,7 @@ TEST(Worker, AnswersAdmissionProbes)
     WorkerPool pool(test_settings());
     // Each probe as "opened refused pages" or "readable images tiled".
     const std::pair<std::string, std::string> cases[] = {
-        {"plain.pdf", "1 0 2"}, {"locked.pdf", "0 1 0"}, {"locked.pdf open", "1 0 2"}, {"garbage.pdf", "0 0 0"},
+        {"plain.pdf", "1 0 2"}, {"locked.pdf", "0 1 0"}, {"locked.pdf open", "1 0 2"},
         {"three.tif", "1 3 0"}, {"tiled.tif", "1 2 1"},  {"plain.pdf as TIFF", "0 0 0"},
     };
     for (const auto& [what, expected] : cases) {

@@ -110,6 +110,12 @@ TEST(PictureWriters, ReplaceTheEarlierFileOnlyWithAWholeOne)
             EXPECT_EQ(file_bytes(target), before) << writer.name;
         }
     }
+    // What the JPEG library itself refuses (wider than 65,500 pixels) fails the same way.
+    const auto kept = file_bytes(folder / "kept.jpg");
+    EXPECT_THROW(write_jpeg(test::make_rgb_picture(70000, 1, [](int, int) { return kRed; }), folder / "kept.jpg",
+                            {snapshot, 1, "", ""}),
+                 engine::Error);
+    EXPECT_EQ(file_bytes(folder / "kept.jpg"), kept);
     EXPECT_EQ(folder.entries(), (std::vector<std::string>{"kept.jpg", "kept.png", "kept.tif"}));
 }
 
