@@ -12,11 +12,8 @@
 
 #include "engine/options.h"
 #include "tests/support/engine_run.h"
-#include "tests/support/image_checks.h"
 #include "tests/support/output_checks.h"
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/process.h"
-#include "tests/support/tiff_fixtures.h"
 
 namespace qf::test {
 namespace {
@@ -155,30 +152,6 @@ TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
     }
     for (const auto &[file, seal] : sources) {
         EXPECT_TRUE(seal_of(file) == seal) << file;
-    }
-}
-
-TEST(FailedWrites, AStampThatDoesNotFitLeavesTheFileWholeAndUnstamped)
-{
-    TempFolder folder;
-    make_tiff(folder / "scan.tif", {TiffPage{.width = 300, .height = 200}});
-    for (const char *format : {"JPEG", "TIFF (Single Page)"}) {
-        SCOPED_TRACE(format);
-        const std::vector<std::string> arguments{"--format", format, "--pdfauthor", "Someone Stamped", "-o",
-                                                 (folder / "out").string(), (folder / "scan.tif").string()};
-        fs::remove_all(folder / "out");
-        ASSERT_EQ(run_cli(arguments, {folder / "data"}).status, 0);
-        const std::string name = tree_of(folder / "out").front();
-        const auto stamped_size = fs::file_size(folder / "out" / name);
-        ASSERT_FALSE(exiftool_tag(folder / "out" / name, "Artist").empty()) << "the stamp is read back with ExifTool";
-
-        // The limit lets the picture be written but not its stamped copy.
-        fs::remove_all(folder / "out");
-        const auto limited = run_cli(arguments, {folder / "data", stamped_size - 1});
-        EXPECT_EQ(limited.status, 0) << limited.err;
-        EXPECT_EQ(tree_of(folder / "out"), std::vector<std::string>{name});
-        EXPECT_EQ(undecodable(folder / "out" / name), "");
-        EXPECT_LT(fs::file_size(folder / "out" / name), stamped_size);
     }
 }
 
