@@ -7,7 +7,6 @@
 #include "sources/pdf_source.h"
 #include "tests/support/engine_run.h"
 #include "tests/support/output_checks.h"
-#include "tests/support/image_checks.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_security_checks.h"
