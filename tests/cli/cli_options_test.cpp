@@ -34,7 +34,6 @@ TEST(CliOptions, EmptyValuesAreTakenOrRefusedWithAUsageMessage)
         OptionId option;   // when accepted: an option that must now be empty
     } cases[] = {
         {{"--pdftitle=Report", "--pdftitle", "", "a.tif"}, "", OptionId::pdftitle},
-        {{"--pdfpassword", "", "a.tif"}, "", OptionId::pdfpassword},
         {{"-o", " ", "a.tif"}, "-o needs a folder; leave it out, or give \"[Source Folder]\", to save beside the "
                               "first document", OptionId::savein},
         {{"a.tif", ""}, "an empty argument stands where a file or folder was expected", OptionId::savein},

@@ -43,7 +43,6 @@ TEST(NoFileLost, ARunTouchesOnlyWhatItWrites)
         const char* savein = "in/";          // under the folder, or as it stands when blank
         const char* combined_name = nullptr; // a combined run
     } cases[] = {
-        {"single-page TIFF of a one-page TIFF", "TIFF (Single Page)", {"scan.TIF"}, {}, {"in/scan 1.TIF"}},
         {"multipage PDF of a whole PDF", "PDF (Multipage)", {"memo.PDF"}, {}, {"in/memo 1.PDF"}},
         // A TIFF kept under a picture's name: the engine guards it whatever the extension.
         {"JPEG of a TIFF named .JPG", "JPEG", {"photo.JPG"}, {}, {"in/photo 1.JPG"}},
