@@ -25,15 +25,6 @@ std::string reference(int object)
     return std::to_string(object) + " 0 R";
 }
 
-std::string repeated(const std::string& text, int times)
-{
-    std::string out;
-    while (times-- > 0) {
-        out += text;
-    }
-    return out;
-}
-
 // An indirect stream object's body: "<< entries /Length N >> stream ... endstream".
 std::string stream_object(const std::string& entries, const std::string& data)
 {
@@ -156,18 +147,6 @@ void write_jbig2_pdf(const fs::path& target, std::uint32_t side)
                                       segment(0, 48, page_info) + segment(1, 38, region))});
 }
 
-void write_self_drawing_form_pdf(const fs::path& target)
-{
-    write_drawing_page_pdf(target, "F", {form_object("0 0 1 rg 10 10 100 100 re f /F Do", "/F 5 0 R")});
-}
-
-void write_mutual_forms_pdf(const fs::path& target)
-{
-    write_drawing_page_pdf(target, "A",
-                           {form_object("0 0 1 rg 10 10 100 100 re f /B Do", "/B 6 0 R"),
-                            form_object("1 0 0 rg 200 200 100 100 re f /A Do", "/A 5 0 R")});
-}
-
 void write_doubling_forms_pdf(const fs::path& target, int levels)
 {
     write_form_chain_pdf(target, levels, "/F Do /F Do", "0 0 1 rg 0 0 612 792 re f");
@@ -176,19 +155,6 @@ void write_doubling_forms_pdf(const fs::path& target, int levels)
 void write_nested_forms_pdf(const fs::path& target, int depth)
 {
     write_form_chain_pdf(target, depth, "q /F Do Q", "0 0 1 rg 0 0 100 100 re f");
-}
-
-void write_nested_saves_pdf(const fs::path& target, int depth)
-{
-    write_one_page_pdf(target, {.content = repeated("q ", depth) + "0 0 1 rg 0 0 100 100 re f " +
-                                           repeated("Q ", depth)});
-}
-
-void write_nested_arrays_pdf(const fs::path& target, int depth)
-{
-    const std::string nested = repeated("[", depth) + "1" + repeated("]", depth);
-    write_one_page_pdf(target, {.content = nested + " 0 d 0 0 1 rg 0 0 100 100 re f",
-                                .page_entries = "/Nested " + nested});
 }
 
 void write_wide_page_pdf(const fs::path& target, double width_pt)

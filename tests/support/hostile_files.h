@@ -21,18 +21,10 @@ void write_looping_page_tree_pdf(const std::filesystem::path &target);
 // data says, never looking at the reader's abort flag.
 void write_jbig2_pdf(const std::filesystem::path &target, std::uint32_t side);
 
-// A form that draws itself.
-void write_self_drawing_form_pdf(const std::filesystem::path &target);
-// Two forms that draw each other.
-void write_mutual_forms_pdf(const std::filesystem::path &target);
 // `levels` forms, each drawing the next one twice: 2^levels fills of the last.
 void write_doubling_forms_pdf(const std::filesystem::path &target, int levels);
 // A chain of `depth` forms, each drawing the next once.
 void write_nested_forms_pdf(const std::filesystem::path &target, int depth);
-// `depth` nested q ... Q around one fill.
-void write_nested_saves_pdf(const std::filesystem::path &target, int depth);
-// Arrays nested `depth` deep, in the page dictionary and as an operand in the content stream.
-void write_nested_arrays_pdf(const std::filesystem::path &target, int depth);
 // A page `width_pt` points wide, with a line of text.
 void write_wide_page_pdf(const std::filesystem::path &target, double width_pt);
 // A page showing an RGB image that claims width x height pixels and holds three bytes.

@@ -237,9 +237,4 @@ engine::PagePicture make_bilevel_picture(int width, int height,
     return picture;
 }
 
-std::string exiftool_tag(const fs::path& file, const std::string& tag)
-{
-    return run_program({"exiftool", "-b", "-" + tag, file.string()}).output;
-}
-
 } // namespace qf::test

@@ -66,8 +66,5 @@ make_rgb_picture(int width, int height,
 engine::PagePicture make_bilevel_picture(int width, int height,
                                          const std::function<bool(int x, int y)>& black);
 
-// A tag's value as ExifTool's reader gives it, byte for byte ("exiftool -b -TAG FILE"); empty
-// when the file has no such tag.
-std::string exiftool_tag(const std::filesystem::path& file, const std::string& tag);
 
 } // namespace qf::test

@@ -37,43 +37,7 @@ std::string xmp_for(const PdfDressing& dressing)
            description + "</rdf:RDF></x:xmpmeta>\n<?xpacket end=\"w\"?>";
 }
 
-// Page 1 draws kRawImage (no filter) and kJpegBytes (DCTDecode).
-void add_images(QPDF& pdf, QPDFObjectHandle page)
-{
-    const std::string image = "<< /Type /XObject /Subtype /Image /ColorSpace /DeviceGray "
-                              "/BitsPerComponent 8 ";
-    const std::string side = std::to_string(kRawImageSide);
-    auto raw = new_stream(pdf, raw_image_pixels(), image + "/Width " + side + " /Height " + side + " >>");
-    auto jpeg = new_stream(pdf, kJpegBytes, image + "/Width 4 /Height 4 /Filter /DCTDecode >>");
-    page.getKey("/Resources")
-        .replaceKey("/XObject", QPDFObjectHandle::parse(&pdf, "<< /Im0 " + raw.unparse() +
-                                                                  " /Im1 " + jpeg.unparse() + " >>"));
-    QPDFPageObjectHelper(page).addPageContents(
-        QPDFObjectHandle::newStream(
-            &pdf, "q 100 0 0 100 72 72 cm /Im0 Do Q q 50 0 0 50 300 72 cm /Im1 Do Q\n"),
-        false);
-}
-
-void add_output_intent(QPDF& pdf)
-{
-    auto profile = new_stream(pdf, kIccBytes, "<< /N 3 >>");
-    auto intent = pdf.makeIndirectObject(QPDFObjectHandle::parse(
-        &pdf, "<< /Type /OutputIntent /S /GTS_PDFA1 /OutputConditionIdentifier "
-              "(sRGB IEC61966-2.1) /DestOutputProfile " + profile.unparse() + " >>"));
-    pdf.getRoot().replaceKey("/OutputIntents",
-                             QPDFObjectHandle::parse(&pdf, "[" + intent.unparse() + "]"));
-}
-
 } // namespace
-
-std::string raw_image_pixels()
-{
-    std::string pixels;
-    for (int i = 0; i < kRawImageSide * kRawImageSide; ++i) {
-        pixels += static_cast<char>((i * 7) % 256);
-    }
-    return pixels;
-}
 
 void write_labelled_pdf(const std::filesystem::path& target, const std::vector<std::string>& labels,
                         const PdfDressing& dressing)
@@ -91,15 +55,9 @@ void write_labelled_pdf(const std::filesystem::path& target, const std::vector<s
         pdf.getRoot().replaceKey(
             "/Metadata", new_stream(pdf, xmp_for(dressing), "<< /Type /Metadata /Subtype /XML >>"));
     }
-    if (dressing.output_intent) {
-        add_output_intent(pdf);
-    }
-    if (dressing.images && !labels.empty()) {
-        add_images(pdf, pdf.getAllPages().front());
-    }
     {
         QPDFWriter writer(pdf, target.c_str());
-        writer.setCompressStreams(false); // the raw image stays uncompressed
+        writer.setCompressStreams(false);
         writer.setDecodeLevel(qpdf_dl_none);
         writer.setObjectStreamMode(qpdf_o_disable);
         writer.forcePDFVersion(dressing.version);

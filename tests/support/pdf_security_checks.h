@@ -21,18 +21,7 @@ struct PdfDressing {
     int pdfa_part = 0;           // XMP pdfaid:part and conformance as elements; 0 for none
     char pdfa_conformance = 'B';
     std::string pdfx_version;   // XMP pdfxid:GTS_PDFXVersion as an attribute; empty for none
-    bool output_intent = false; // a /GTS_PDFA1 OutputIntent with kIccBytes as its profile
-    bool images = false;        // page 1 draws kRawImage (no filter) and kJpegBytes (DCTDecode)
 };
-
-// Stand-ins with recognisable bytes: nothing decodes them as what they claim to be.
-inline const std::string kIccBytes = "fake ICC profile bytes for an OutputIntent";
-inline const std::string kJpegBytes =
-    std::string("\xFF\xD8\xFF\xE0 stands for JPEG data\xFF\xD9", 26);
-
-// The pixels of the uncompressed 8-bit gray image: kRawImageSide squared bytes, a ramp.
-inline constexpr int kRawImageSide = 32;
-std::string raw_image_pixels();
 
 // A PDF whose page N shows labels[N-1] as its only text.
 void write_labelled_pdf(const std::filesystem::path& target, const std::vector<std::string>& labels,
