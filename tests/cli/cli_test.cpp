@@ -104,13 +104,19 @@ TEST_F(Cli, UsageErrorsEndWithStatusTwo)
 {
     make_tiff(folder / "in" / "a.tif", {TiffPage{}});
     std::ofstream(folder / "bad.qfk") << "this is not xml <";
-    const std::vector<std::vector<std::string>> cases = {
-        {"--dpi", "12.5", in("a.tif")}, {"--bogus", in("a.tif")}, {}, {"--profile", (folder / "bad.qfk").string(), in("a.tif")},
+    fs::create_directories(folder / "none");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--dpi", "12.5", in("a.tif")}, ""},
+        {{"--bogus", in("a.tif")}, ""},
+        {{}, ""},
+        {{"--profile", (folder / "bad.qfk").string(), in("a.tif")}, ""},
+        {{"-o", out(), (folder / "none").string()}, "There is Nothing to Process\n"},
     };
-    for (const auto& arguments : cases) {
+    for (const auto& [arguments, message] : cases) {
         const auto result = cli(arguments);
         EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
         EXPECT_FALSE(result.err.empty()) << ::testing::PrintToString(arguments);
+        EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
     }
     EXPECT_EQ(tree_of(folder / "in"), std::vector<std::string>{"a.tif"});
 }
