@@ -2,11 +2,8 @@
 #include "tests/support/pdf_examine.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <memory>
-#include <sys/wait.h>
 
 #include <qpdf/Pl_Discard.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
@@ -152,17 +149,12 @@ PreflightVerdict run_preflight_a1b(const std::filesystem::path &pdf)
         }
         class_path += (class_path.empty() ? "" : ":") + path;
     }
-    if (std::system("java -version >/dev/null 2>&1") != 0) {
+    const CliOutcome java = run_process(
+        {"java", "-cp", class_path, "org.apache.pdfbox.preflight.Validator_A1b", pdf.string()});
+    if (java.status == 127) { // no java on PATH
         return {};
     }
-    const auto report = pdf.parent_path() / "preflight.txt";
-    const int status = std::system(("java -cp '" + class_path +
-                                    "' org.apache.pdfbox.preflight.Validator_A1b '" +
-                                    pdf.string() + "' >'" + report.string() + "' 2>&1")
-                                       .c_str());
-    std::ifstream in(report);
-    return {true, WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-            std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
+    return {true, java.status, java.output + java.err};
 }
 
 } // namespace qf::test
