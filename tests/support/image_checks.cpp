@@ -210,20 +210,4 @@ make_rgb_picture(int width, int height,
     return picture;
 }
 
-engine::PagePicture make_bilevel_picture(int width, int height,
-                                         const std::function<bool(int x, int y)>& black)
-{
-    engine::PagePicture picture{.width = width, .height = height,
-                                .format = engine::PixelFormat::Bilevel};
-    picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            if (black(x, y)) {
-                picture.pixels[picture.stride() * y + (x >> 3)] |= std::uint8_t(0x80u >> (x & 7));
-            }
-        }
-    }
-    return picture;
-}
-
 } // namespace qf::test

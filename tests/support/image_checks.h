@@ -57,12 +57,10 @@ struct TiffImage {
 };
 std::vector<TiffImage> read_tiff(const std::filesystem::path& file);
 
-// Pictures to write: colour from a function of the pixel, or bilevel from a black test.
+// A picture to write, its colour a function of the pixel.
 engine::PagePicture
 make_rgb_picture(int width, int height,
                  const std::function<std::array<std::uint8_t, 3>(int x, int y)>& colour);
-engine::PagePicture make_bilevel_picture(int width, int height,
-                                         const std::function<bool(int x, int y)>& black);
 
 
 } // namespace qf::test

@@ -122,11 +122,17 @@ engine::PagePicture decode_g4(const std::string &data, int width, int height,
 
 engine::PagePicture patterned_bilevel(int width, int height)
 {
-    return make_bilevel_picture(width, height, [&](int x, int y) {
-        const bool border = x < 3 || y < 3 || x >= width - 3 || y >= height - 3;
-        const bool band = ((x + 2 * y) / 9) % 4 == 0;
-        return border || band;
-    });
+    engine::PagePicture picture{.width = width, .height = height,
+                                .format = engine::PixelFormat::Bilevel};
+    picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const bool black = x < 3 || y < 3 || x >= width - 3 || y >= height - 3 || // border
+                               ((x + 2 * y) / 9) % 4 == 0;                            // band
+            picture.pixels[picture.stride() * y + (x >> 3)] |= std::uint8_t(black << (7 - (x & 7)));
+        }
+    }
+    return picture;
 }
 
 engine::PagePicture gradient_rgb(int width, int height)
