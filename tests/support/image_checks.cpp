@@ -179,31 +179,20 @@ std::vector<TiffImage> read_tiff(const fs::path& file)
         image.software = tiff_text(t, TIFFTAG_SOFTWARE);
         image.copyright = tiff_text(t, TIFFTAG_COPYRIGHT);
         image.document_name = tiff_text(t, TIFFTAG_DOCUMENTNAME);
+        const std::size_t row_samples = std::size_t(TIFFScanlineSize(t)) / 2;
+        if (image.bits_per_sample == 16 && image.planar_config == PLANARCONFIG_CONTIG &&
+            !TIFFIsTiled(t)) {
+            image.samples16.resize(row_samples * height);
+            for (std::uint32_t row = 0; row < height; ++row) {
+                if (TIFFReadScanline(t, &image.samples16[row_samples * row], row) < 0) {
+                    throw std::runtime_error("16-bit samples cannot be read: " + file.string());
+                }
+            }
+        }
         image.image = tiff_rgb(t, image.width, image.height);
         images.push_back(std::move(image));
     } while (TIFFReadDirectory(t));
     return images;
-}
-
-std::vector<std::uint16_t> read_tiff_samples16(const fs::path& file, int directory)
-{
-    const auto tif = open_tiff(file);
-    if (!TIFFSetDirectory(tif.get(), static_cast<tdir_t>(directory)) ||
-        tiff_short(tif.get(), TIFFTAG_BITSPERSAMPLE) != 16 ||
-        tiff_short(tif.get(), TIFFTAG_PLANARCONFIG) != PLANARCONFIG_CONTIG ||
-        TIFFIsTiled(tif.get())) {
-        throw std::runtime_error("not a contiguous 16-bit strip image: " + file.string());
-    }
-    std::uint32_t height = 0;
-    TIFFGetField(tif.get(), TIFFTAG_IMAGELENGTH, &height);
-    const std::size_t row_samples = static_cast<std::size_t>(TIFFScanlineSize(tif.get()) / 2);
-    std::vector<std::uint16_t> samples(row_samples * height);
-    for (std::uint32_t row = 0; row < height; ++row) {
-        if (TIFFReadScanline(tif.get(), samples.data() + row_samples * row, row) < 0) {
-            throw std::runtime_error("16-bit samples cannot be read: " + file.string());
-        }
-    }
-    return samples;
 }
 
 engine::PagePicture
@@ -216,22 +205,6 @@ make_rgb_picture(int width, int height,
         for (int x = 0; x < width; ++x) {
             const auto rgb = colour(x, y);
             picture.pixels.insert(picture.pixels.end(), rgb.begin(), rgb.end());
-        }
-    }
-    return picture;
-}
-
-engine::PagePicture make_bilevel_picture(int width, int height,
-                                         const std::function<bool(int x, int y)>& black)
-{
-    engine::PagePicture picture{.width = width, .height = height,
-                                .format = engine::PixelFormat::Bilevel};
-    picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            if (black(x, y)) {
-                picture.pixels[picture.stride() * y + (x >> 3)] |= std::uint8_t(0x80u >> (x & 7));
-            }
         }
     }
     return picture;

@@ -53,18 +53,14 @@ struct TiffImage {
     int resolution_unit = 0;
     std::optional<std::string> software, copyright, document_name;
     DecodedImage image; // 8-bit RGB through libtiff's RGBA reader, top row first
+    std::vector<std::uint16_t> samples16; // a contiguous 16-bit strip image's raw samples
 };
 std::vector<TiffImage> read_tiff(const std::filesystem::path& file);
 
-// The raw samples of one strip-organised, contiguous 16-bit image (directory 0-based).
-std::vector<std::uint16_t> read_tiff_samples16(const std::filesystem::path& file, int directory);
-
-// Pictures to write: colour from a function of the pixel, or bilevel from a black test.
+// A picture to write, its colour a function of the pixel.
 engine::PagePicture
 make_rgb_picture(int width, int height,
                  const std::function<std::array<std::uint8_t, 3>(int x, int y)>& colour);
-engine::PagePicture make_bilevel_picture(int width, int height,
-                                         const std::function<bool(int x, int y)>& black);
 
 
 } // namespace qf::test

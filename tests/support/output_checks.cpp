@@ -34,34 +34,23 @@ std::string undecodable(const fs::path &file, const std::string &pdf_password)
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return std::toupper(c); });
     try {
-        if (extension == ".JPG") {
-            // libjpeg only warns about a cut file, so the end marker is checked as well.
-            if (!file_bytes(file).ends_with("\xFF\xD9")) {
-                return "the JPEG data has no end";
-            }
-            return read_jpeg(file).image.width > 0 ? "" : "a JPEG of no pixels";
+        if (extension == ".JPG") { // libjpeg only warns about a cut file: check its end marker
+            return file_bytes(file).ends_with("\xFF\xD9") && read_jpeg(file).image.width > 0
+                       ? "" : "a JPEG cut short, or of no pixels";
         }
         if (extension == ".PNG") {
-            if (!file_bytes(file).ends_with(std::string("IEND\xAE\x42\x60\x82", 8))) {
-                return "the PNG has no end chunk";
-            }
-            return read_png(file).image.width > 0 ? "" : "a PNG of no pixels";
+            const bool ends = file_bytes(file).ends_with(std::string("IEND\xAE\x42\x60\x82", 8));
+            return ends && read_png(file).image.width > 0 ? "" : "a PNG cut short, or of no pixels";
         }
         if (extension == ".TIF" || extension == ".TIFF") {
             const auto images = read_tiff(file);
-            if (images.empty()) {
-                return "a TIFF of no image";
-            }
-            return std::any_of(images.begin(), images.end(),
-                               [](const auto &image) { return image.image.samples.empty(); })
-                       ? "a TIFF image without pixels"
-                       : "";
+            return !images.empty() && std::ranges::none_of(images, [](const auto &image) {
+                return image.image.samples.empty();
+            }) ? "" : "a TIFF of no image, or an image without pixels";
         }
         if (extension == ".PDF") {
-            if (pdf_page_count(file, pdf_password) <= 0) {
-                return "a PDF of no page, or none that opens";
-            }
-            return structural_problems(file, pdf_password);
+            return pdf_page_count(file, pdf_password) > 0 ? structural_problems(file, pdf_password)
+                                                          : "a PDF of no page, or none that opens";
         }
         if (extension == ".TXT") {
             return file_bytes(file).empty() ? "an empty text file" : "";

@@ -2,11 +2,8 @@
 #include "tests/support/pdf_examine.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <memory>
-#include <sys/wait.h>
 
 #include <qpdf/Pl_Discard.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
@@ -125,11 +122,17 @@ engine::PagePicture decode_g4(const std::string &data, int width, int height,
 
 engine::PagePicture patterned_bilevel(int width, int height)
 {
-    return make_bilevel_picture(width, height, [&](int x, int y) {
-        const bool border = x < 3 || y < 3 || x >= width - 3 || y >= height - 3;
-        const bool band = ((x + 2 * y) / 9) % 4 == 0;
-        return border || band;
-    });
+    engine::PagePicture picture{.width = width, .height = height,
+                                .format = engine::PixelFormat::Bilevel};
+    picture.pixels.assign(picture.stride() * static_cast<std::size_t>(height), 0);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const bool black = x < 3 || y < 3 || x >= width - 3 || y >= height - 3 || // border
+                               ((x + 2 * y) / 9) % 4 == 0;                            // band
+            picture.pixels[picture.stride() * y + (x >> 3)] |= std::uint8_t(black << (7 - (x & 7)));
+        }
+    }
+    return picture;
 }
 
 engine::PagePicture gradient_rgb(int width, int height)
@@ -152,17 +155,12 @@ PreflightVerdict run_preflight_a1b(const std::filesystem::path &pdf)
         }
         class_path += (class_path.empty() ? "" : ":") + path;
     }
-    if (std::system("java -version >/dev/null 2>&1") != 0) {
+    const CliOutcome java = run_process(
+        {"java", "-cp", class_path, "org.apache.pdfbox.preflight.Validator_A1b", pdf.string()});
+    if (java.status == 127) { // no java on PATH
         return {};
     }
-    const auto report = pdf.parent_path() / "preflight.txt";
-    const int status = std::system(("java -cp '" + class_path +
-                                    "' org.apache.pdfbox.preflight.Validator_A1b '" +
-                                    pdf.string() + "' >'" + report.string() + "' 2>&1")
-                                       .c_str());
-    std::ifstream in(report);
-    return {true, WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-            std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
+    return {true, java.status, java.output + java.err};
 }
 
 } // namespace qf::test

@@ -22,7 +22,6 @@ public:
     std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
     // The names of the folder's entries, sorted, hidden ones included.
     std::vector<std::string> entries() const;
-    std::vector<std::string> names() const { return entries(); }
 
 private:
     std::filesystem::path path_;

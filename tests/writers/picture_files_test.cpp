@@ -333,7 +333,7 @@ TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
         ASSERT_EQ(images.size(), 1u);
         EXPECT_EQ(std::tuple(images[0].bits_per_sample, images[0].photometric, images[0].compression),
                   std::tuple(16, 2, compression_after));
-        const std::vector<std::uint16_t> samples = test::read_tiff_samples16(file, 0);
+        const std::vector<std::uint16_t>& samples = images[0].samples16;
         ASSERT_EQ(samples.size(), 32u * 16u * 3u);
         for (int column = 0; column < (lossless ? 4 : 2); ++column) {
             const std::size_t at = (5u * 32u + column * 8u + 3u) * 3u;
@@ -347,10 +347,10 @@ TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
 
     test::make_tiff(folder / "pages.tif", {{}, {}, {}, {}});
     writergb48(folder / "pages.tif");
-    ASSERT_EQ(test::read_tiff(folder / "pages.tif").size(), 4u);
+    const auto pages = test::read_tiff(folder / "pages.tif");
+    ASSERT_EQ(pages.size(), 4u);
     for (int page = 0; page < 4; ++page) {
-        EXPECT_EQ(test::read_tiff_samples16(folder / "pages.tif", page).at(0),
-                  test::page_colour(page).r * 257);
+        EXPECT_EQ(pages[page].samples16.at(0), test::page_colour(page).r * 257);
     }
 }
 

@@ -188,7 +188,7 @@ TEST(SecurityPass, FailureLeavesTheFileAsItWas)
     test::write_labelled_pdf(folder / "source.pdf", {"secret page"});
     test::write_encrypted_copy(folder / "source.pdf", folder / "locked.pdf",
                                test::PdfEncryption::Aes256, "someone else", "owner");
-    const auto names_before = folder.names();
+    const auto names_before = folder.entries();
     for (const char* name : {"garbage.pdf", "locked.pdf"}) {
         SCOPED_TRACE(name);
         const std::string before = test::file_bytes(folder / name);
@@ -201,7 +201,7 @@ TEST(SecurityPass, FailureLeavesTheFileAsItWas)
         }
         EXPECT_EQ(test::file_bytes(folder / name), before);
     }
-    EXPECT_EQ(folder.names(), names_before);
+    EXPECT_EQ(folder.entries(), names_before);
 }
 
 namespace fs = std::filesystem;
