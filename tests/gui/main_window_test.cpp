@@ -147,17 +147,6 @@ TEST_F(WindowTest, RunEndsWithAllDoneAndTheLogAsShown)
     EXPECT_EQ(log(), "All Done\n" + kReportLog);
     EXPECT_EQ(find<QProgressBar>("ProgressBar1")->value(), 1);
     EXPECT_TRUE(std::filesystem::exists(output_ / "report.PDF"));
-
-    // Clear List empties what is shown; the next run shows the first run's lines below its own.
-    find<QAction>("mClearlist")->trigger();
-    EXPECT_TRUE(log().isEmpty());
-    EXPECT_EQ(find<QLabel>("noofphotos")->text(), "Number of Documents : 0");
-    load({document("report.pdf", 2)});
-    qf::test::TempFolder second_output;
-    find<QLineEdit>("savein")->setText(QString::fromStdString(second_output.path().string()) + "/");
-    run_to_the_end();
-    EXPECT_EQ(log(), "All Done\n" + kReportLog + kReportLog)
-        << "the first run's lines without its All Done";
 }
 
 TEST_F(WindowTest, StopEndsTheRunBeforeTheNextDocument)
