@@ -118,10 +118,7 @@ TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
         int expected_row;
     } cases[] = {
         {"zoomfactor", "-1", OptionId::zoomfactor, 3},
-        {"zoomfactor", "", OptionId::zoomfactor, 0},
         {"imageformat", "99", OptionId::imageformat, 5}, // the row it had
-        {"tiffcompression", "2.9", OptionId::tiffcompression, 2},
-        {"pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
     };
     for (const auto& c : cases) {
         engine::OptionValues values = default_values();
