@@ -10,7 +10,6 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QPointer>
 #include <QProgressBar>
 #include <QSettings>
 #include <QTest>
@@ -44,38 +43,25 @@ void walk(QAccessibleInterface* node, const std::function<void(QAccessibleInterf
     }
 }
 
-// Runs `action` and answers the message boxes it opens, one answer each in turn, by the button
-// of that text. Gives each box's text.
-QStringList answer_modals(const std::function<void()>& action, const QStringList& answers)
+// Runs `action` and answers the message box it opens by the button of that text; gives the
+// box's text.
+QString answer_modal(const std::function<void()>& action, const QString& answer)
 {
-    QStringList seen;
-    QPointer<QWidget> answered;
+    QString seen;
     QTimer poll;
     poll.setInterval(10);
     QObject::connect(&poll, &QTimer::timeout, [&] {
-        QWidget* modal = QApplication::activeModalWidget();
-        if (modal == nullptr || modal == answered || seen.size() == answers.size()) {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (box == nullptr || !seen.isEmpty())
             return;
-        }
-        answered = modal;
-        const QString& answer = answers[seen.size()];
-        if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-            seen << box->text();
-            for (QAbstractButton* button : box->buttons()) {
-                if (button->text() == answer) {
-                    button->click();
-                }
-            }
-        }
+        seen = box->text();
+        for (QAbstractButton* button : box->buttons())
+            if (button->text() == answer)
+                button->click();
     });
     poll.start();
     action();
     return seen;
-}
-
-QString answer_modal(const std::function<void()>& action, const QString& answer)
-{
-    return answer_modals(action, {answer}).value(0);
 }
 
 class WindowTest : public ::testing::Test {
