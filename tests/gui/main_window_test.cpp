@@ -108,12 +108,6 @@ protected:
 
     void save_in_output() { find<QLineEdit>("savein")->setText(QString::fromStdString(output_.path().string()) + "/"); }
 
-    void run_to_the_end()
-    {
-        press("start");
-        ASSERT_TRUE(QTest::qWaitFor([&] { return log().startsWith("All Done\n"); }, kRunTimeoutMs)) << log().toStdString();
-    }
-
     qf::test::TempFolder config_;
     qf::test::TempFolder input_;
     qf::test::TempFolder output_;
@@ -129,7 +123,8 @@ TEST_F(WindowTest, RunEndsWithAllDoneAndTheLogAsShown)
 {
     load({document("report.pdf", 2)});
     save_in_output();
-    run_to_the_end();
+    press("start");
+    ASSERT_TRUE(QTest::qWaitFor([&] { return log().startsWith("All Done\n"); }, kRunTimeoutMs)) << log().toStdString();
     EXPECT_EQ(log(), "All Done\n" + kReportLog);
     EXPECT_EQ(find<QProgressBar>("ProgressBar1")->value(), 1);
     EXPECT_TRUE(std::filesystem::exists(output_ / "report.PDF"));
