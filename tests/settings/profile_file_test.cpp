@@ -83,7 +83,6 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
         {R"(<option ZoomFactor="5" ignored="9"/>)", OptionId::zoomfactor, 5},
         {R"(<option colour="blue"/><option savein="/elsewhere/"/>)", OptionId::savein, std::string("")},
         {R"(<option pdfversionnumber="12"/><option showpdf="0"/>)", OptionId::pdfversionnumber, 7},
-        {R"(<option showpdf="0"/>)", OptionId::showpdf, 2},
         {R"(<option PdfPassword="in clear"/>)", OptionId::pdfpassword, std::string("in clear")},
         {R"(<QF version="   "/>)" + secret, OptionId::pdfpassword, std::string("c2VjcmV0")},
         {secret + R"(<QF VERSION="x"/>)", OptionId::pdfpassword, std::string("secret")},
@@ -93,7 +92,6 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
         {R"(<QF imageformat="2"/><QF imageformat="6.9"/>)", OptionId::imageformat, 6},
         {R"(<QF encrytpionlevel="1"/><QF encryptionlevel="2"/>)", OptionId::encryptionlevel, 2},
         {R"(<QF encrytpionlevel="4"/>)", OptionId::encryptionlevel, 3},
-        {R"(<QF combineall="true"/>)", OptionId::imageformat, 4},
         {R"(<QF combineall="true"/>)", OptionId::pdftitle, std::string("kept")},
     };
     for (const auto& c : cases) {
@@ -118,10 +116,7 @@ TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
         int expected_row;
     } cases[] = {
         {"zoomfactor", "-1", OptionId::zoomfactor, 3},
-        {"zoomfactor", "", OptionId::zoomfactor, 0},
         {"imageformat", "99", OptionId::imageformat, 5}, // the row it had
-        {"tiffcompression", "2.9", OptionId::tiffcompression, 2},
-        {"pdfversionnumber", "18", OptionId::pdfversionnumber, 7},
     };
     for (const auto& c : cases) {
         engine::OptionValues values = default_values();
