@@ -180,30 +180,6 @@ TEST(SecurityPass, ReportsTheConformanceThatEncryptionBreaks)
     }
 }
 
-// A pass that fails leaves the delivered file byte for byte as it was, and no temporary.
-TEST(SecurityPass, FailureLeavesTheFileAsItWas)
-{
-    test::ScratchFolder folder;
-    test::write_garbage_pdf(folder / "garbage.pdf");
-    test::write_labelled_pdf(folder / "source.pdf", {"secret page"});
-    test::write_encrypted_copy(folder / "source.pdf", folder / "locked.pdf",
-                               test::PdfEncryption::Aes256, "someone else", "owner");
-    const auto names_before = folder.entries();
-    for (const char* name : {"garbage.pdf", "locked.pdf"}) {
-        SCOPED_TRACE(name);
-        const std::string before = test::file_bytes(folder / name);
-        try {
-            encryptpdfnow(folder / name, snapshot_for(4, "reader"));
-            ADD_FAILURE() << "the pass succeeded";
-        } catch (const engine::Error& e) {
-            EXPECT_EQ(e.kind(), engine::ErrorKind::Output);
-            EXPECT_EQ(e.reason().find("reader"), std::string::npos) << "the password is in it";
-        }
-        EXPECT_EQ(test::file_bytes(folder / name), before);
-    }
-    EXPECT_EQ(folder.entries(), names_before);
-}
-
 namespace fs = std::filesystem;
 
 engine::OptionSnapshot merge_snapshot()
