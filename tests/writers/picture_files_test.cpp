@@ -54,14 +54,19 @@ Rgb colour_of(const PagePicture& page, int x, int y)
 // Progressive JFIF in RGB whatever the page, the run's resolution as its density.
 TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
 {
-    const struct { int thedpi, density; } cases[] = {{150, 150}, {100000, 65535}};
+    // A bilevel page (left half black) goes through the same expansion to RGB.
+    PagePicture bilevel{.width = 64, .height = 48, .format = engine::PixelFormat::Bilevel};
+    for (int y = 0; y < 48; ++y) {
+        bilevel.pixels.insert(bilevel.pixels.end(), {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0});
+    }
+    const struct { int thedpi, density; bool bilevel; } cases[] = {{150, 150, false}, {100000, 65535, true}};
     test::OutputFolder folder;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.thedpi);
         engine::OptionSnapshot snapshot;
         snapshot.mjpgquality = "90";
         snapshot.thedpi = c.thedpi;
-        const PagePicture page = quadrants();
+        const PagePicture page = c.bilevel ? bilevel : quadrants();
         write_jpeg(page, folder / "page.jpg", {snapshot, 1, "", ""});
 
         const test::JpegFile jpeg = test::read_jpeg(folder / "page.jpg");
