@@ -59,7 +59,8 @@ TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
     for (int y = 0; y < 48; ++y) {
         bilevel.pixels.insert(bilevel.pixels.end(), {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0});
     }
-    const struct { int thedpi, density; bool bilevel; } cases[] = {{150, 150, false}, {100000, 65535, true}};
+    const struct { int thedpi, density; bool bilevel; } cases[] = {
+        {150, 150, false}, {100000, 65535, true}};
     test::OutputFolder folder;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.thedpi);
