@@ -512,74 +512,65 @@ OpenedReply WorkerPool::open(const DocumentRef& document)
     return opened;
 }
 
-engine::Error WorkerPool::page_error(const WorkerFailure& failure, const std::filesystem::path& file,
-                                     int pageno) const
+void WorkerPool::run_page(const Frame& request, const std::filesystem::path& file, int pageno,
+                          const std::function<void(const Frame&, int region)>& take_reply)
 {
-    return Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
-                 failure_reason(failure, "the page"), file, pageno);
+    try {
+        run(request, [&](const Frame& reply, int region) {
+            throw_if_failed(reply, file, pageno);
+            take_reply(reply, region);
+        });
+    } catch (const WorkerFailure& failure) {
+        throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                    failure_reason(failure, "the page"), file, pageno);
+    }
 }
 
 engine::PagePicture WorkerPool::picture(const PictureCall& call)
 {
     engine::PagePicture picture;
-    try {
-        run(encode_picture(call), [&](const Frame& reply, int region) {
-            throw_if_failed(reply, call.document.document.path, call.pageno);
-            const PictureHeader header = decode_picture_ready(reply);
-            picture.width = header.width;
-            picture.height = header.height;
-            picture.format = header.format;
-            const auto take = [&](std::uint64_t offset, std::size_t size, std::uint8_t* out) {
-                if (header.in_frame) {
-                    std::memcpy(out, header.frame_bytes.data() + offset, size);
-                } else {
-                    read_region(region, offset, size, out);
-                }
-            };
-            picture.pixels.resize(header.pixel_bytes);
-            take(0, picture.pixels.size(), picture.pixels.data());
-            if (header.has_compressed) {
-                auto compressed = std::make_shared<engine::CompressedImage>();
-                compressed->black_is_1 = header.black_is_1;
-                compressed->data.resize(header.compressed_bytes);
-                take(header.pixel_bytes, compressed->data.size(), compressed->data.data());
-                picture.compressed = std::move(compressed);
-            }
-            if (header.total_bytes() > kKeptRegionBytes) {
-                release_region_tail(region, kKeptRegionBytes);
-            }
-        });
-    } catch (const WorkerFailure& failure) {
-        throw page_error(failure, call.document.document.path, call.pageno);
-    }
+    run_page(encode_picture(call), call.document.document.path, call.pageno,
+             [&](const Frame& reply, int region) {
+                 const PictureHeader header = decode_picture_ready(reply);
+                 picture.width = header.width;
+                 picture.height = header.height;
+                 picture.format = header.format;
+                 const auto take = [&](std::uint64_t offset, std::size_t size, std::uint8_t* out) {
+                     if (header.in_frame) {
+                         std::memcpy(out, header.frame_bytes.data() + offset, size);
+                     } else {
+                         read_region(region, offset, size, out);
+                     }
+                 };
+                 picture.pixels.resize(header.pixel_bytes);
+                 take(0, picture.pixels.size(), picture.pixels.data());
+                 if (header.has_compressed) {
+                     auto compressed = std::make_shared<engine::CompressedImage>();
+                     compressed->black_is_1 = header.black_is_1;
+                     compressed->data.resize(header.compressed_bytes);
+                     take(header.pixel_bytes, compressed->data.size(), compressed->data.data());
+                     picture.compressed = std::move(compressed);
+                 }
+                 if (header.total_bytes() > kKeptRegionBytes) {
+                     release_region_tail(region, kKeptRegionBytes);
+                 }
+             });
     return picture;
 }
 
 std::string WorkerPool::text(const TextCall& call)
 {
     std::string text;
-    try {
-        run(encode_text(call), [&](const Frame& reply, int) {
-            throw_if_failed(reply, call.document.document.path, call.pageno);
-            text = decode_text_ready(reply);
-        });
-    } catch (const WorkerFailure& failure) {
-        throw page_error(failure, call.document.document.path, call.pageno);
-    }
+    run_page(encode_text(call), call.document.document.path, call.pageno,
+             [&](const Frame& reply, int) { text = decode_text_ready(reply); });
     return text;
 }
 
 PageFacts WorkerPool::page_facts(const PageFactsCall& call)
 {
     PageFacts facts;
-    try {
-        run(encode_page_facts(call), [&](const Frame& reply, int) {
-            throw_if_failed(reply, call.document.document.path, call.pageno);
-            facts = decode_page_facts_ready(reply);
-        });
-    } catch (const WorkerFailure& failure) {
-        throw page_error(failure, call.document.document.path, call.pageno);
-    }
+    run_page(encode_page_facts(call), call.document.document.path, call.pageno,
+             [&](const Frame& reply, int) { facts = decode_page_facts_ready(reply); });
     return facts;
 }
 

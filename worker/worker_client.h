@@ -166,8 +166,10 @@ private:
     // a reply it cannot decode (ProtocolError) kills the worker. Throws WorkerFailure.
     void run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply);
     std::string failure_reason(const WorkerFailure& failure, const char* subject) const;
-    // The error a page request that the worker failed throws: a crash counts as damage.
-    engine::Error page_error(const WorkerFailure& failure, const std::filesystem::path& file, int pageno) const;
+    // `run` for a request about one page of `file`: a refusal in the reply throws the engine's
+    // error, and a worker that failed throws one too (a crash counts as damage).
+    void run_page(const Frame& request, const std::filesystem::path& file, int pageno,
+                  const std::function<void(const Frame&, int region)>& take_reply);
 
     WorkerSettings settings_;
     // Starts every worker from one thread that lives as long as the pool: a worker is bound
