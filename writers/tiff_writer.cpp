@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <optional>
+#include <vector>
 
 #include <tiffio.h>
 
@@ -13,11 +14,13 @@
 #include "engine/file_ops.h"
 #include "engine/text_rules.h"
 #include "engine/version.h"
+#include "writers/g4_encoder.h"
 #include "writers/picture_checks.h"
 
 namespace qf::writers {
 namespace {
 
+constexpr int kG4Code = 4;
 constexpr int kJpegCode = 7;
 constexpr std::uint32_t kJpegRowsPerStrip = 32;
 constexpr int kJpegMaxSide = 65500; // the largest side libjpeg encodes
@@ -165,6 +168,7 @@ private:
         set(TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(pixels.width));
         set(TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(pixels.height));
         set(TIFFTAG_COMPRESSION, tags.compression);
+        compression_ = tags.compression;
         set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         if (page.bilevel) {
             set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
@@ -211,13 +215,30 @@ private:
             // neither of which is used here.
             auto* data = const_cast<std::uint8_t*>(pixels.pixels.data() + stride * row);
             const auto size = static_cast<tmsize_t>(stride * rows);
-            if (TIFFWriteEncodedStrip(tif_, strip, data, size) < 0) {
+            if (compression_ == kG4Code) {
+                write_g4_strip(strip, data, stride, pixels.width, rows);
+            } else if (TIFFWriteEncodedStrip(tif_, strip, data, size) < 0) {
                 fail("the TIFF image could not be written");
             }
         }
     }
 
+    // Group 4 strips are coded here, each on its own from an all-white line as libtiff's
+    // reader expects, and handed over as they stand: several times faster than libtiff's
+    // own coder, which dominated the time of a bilevel page.
+    void write_g4_strip(std::uint32_t strip, const std::uint8_t* rows, std::size_t stride,
+                        int width, std::uint32_t row_count)
+    {
+        encode_g4_block(rows, stride, width, static_cast<int>(row_count), coded_);
+        if (TIFFWriteRawStrip(tif_, strip, coded_.data(), static_cast<tmsize_t>(coded_.size())) <
+            0) {
+            fail("the TIFF image could not be written");
+        }
+    }
+
     TIFF* tif_ = nullptr;
+    int compression_ = 1;             // of the directory being written
+    std::vector<std::uint8_t> coded_; // one Group 4 strip, reused from strip to strip
     std::filesystem::path target_;
     std::string message_;
 };

@@ -243,6 +243,51 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
     }
 }
 
+// Group 4 pages decode in libtiff to exactly their pixels, whichever mode and run codes the
+// rows call for, at any width, across strip boundaries, whatever the bits past the last column.
+TEST(TiffWriter, GroupFourPagesDecodeToExactlyTheirPixels)
+{
+    const auto edge = [](int y) { return 50 + (y % 2) * (y / 2 % 7 - 3); }; // moves -3 to +3
+    const struct {
+        const char* name;
+        int width, height;
+        std::function<bool(int x, int y)> black;
+    } cases[] = {
+        {"all white", 1, 3, [](int, int) { return false; }},
+        {"all black", 70, 3, [](int, int) { return true; }},
+        {"first and last columns", 129, 4, [](int x, int) { return x == 0 || x == 128; }},
+        {"alternating", 63, 4, [](int x, int y) { return (x + y) % 2 == 0; }},
+        {"runs past 2560", 6000, 5, [](int x, int y) { return y % 2 ? x >= 3 * y && x < 5900 : x >= 5990; }},
+        {"vertical", 100, 28, [&](int x, int y) { return x >= edge(y) && x < edge(y) + 9; }},
+        {"pass", 80, 6, [](int x, int y) { return y % 2 ? x >= 40 && x < 50 : x >= 9 && x < 15; }},
+        {"blocks", 1001, 150, [](int x, int y) { return (x / (3 + y % 4) + y / 5) % 3 == 0; }},
+        {"noise", 777, 200, [](int x, int y) { return (x * 2654435761u ^ y * 40503u) >> 29 == 0; }},
+    };
+    test::OutputFolder folder;
+    for (const auto& c : cases) {
+        PagePicture page{.width = c.width, .height = c.height, .format = engine::PixelFormat::Bilevel};
+        const std::size_t stride = page.stride();
+        page.pixels.assign(stride * c.height, 0);
+        for (int y = 0; y < c.height; ++y) {
+            for (int x = 0; x < static_cast<int>(stride * 8); ++x) {
+                if (x >= c.width || c.black(x, y)) {
+                    page.pixels[stride * y + x / 8] |= 0x80 >> (x % 8);
+                }
+            }
+        }
+        write_tiff_single(page, folder / "g4.tif", {run_snapshot(), 4, "", ""});
+        const test::TiffImage tiff = test::read_tiff(folder / "g4.tif").at(0);
+        ASSERT_EQ(std::tuple(tiff.compression, tiff.width, tiff.height), std::tuple(4, c.width, c.height));
+        int wrong = 0;
+        for (int y = 0; y < c.height; ++y) {
+            for (int x = 0; x < c.width; ++x) {
+                wrong += (tiff.image.rgb_at(x, y)[0] == 0) != c.black(x, y);
+            }
+        }
+        EXPECT_EQ(wrong, 0) << c.name;
+    }
+}
+
 // The writer's life through a run: files of the pages that could be added, in order, each with
 // its own compression and the run's texts (never the source's; an empty global copyright is an
 // empty tag), one file a document when reused, the open file finished by the next open, and
