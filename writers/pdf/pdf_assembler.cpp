@@ -18,6 +18,7 @@
 #include "engine/file_ops.h"
 #include "engine/program_location.h"
 #include "engine/work_folder.h"
+#include "writers/pdf/mapped_pdf.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/pdf_page_image.h"
@@ -51,12 +52,12 @@ void bake_widget_appearances(QPDF &pdf, QPDFAcroFormDocumentHelper &forms)
     }
 }
 
-std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::string &password)
+// `map`: parse the file mapped into memory (see MappedPdf for when that is safe).
+std::unique_ptr<MappedPdf> open_source(const std::filesystem::path &path, const std::string &password, bool map)
 {
-    auto pdf = std::make_unique<QPDF>();
-    pdf->setSuppressWarnings(true);
+    std::unique_ptr<MappedPdf> pdf;
     try {
-        pdf->processFile(path.c_str(), password.empty() ? nullptr : password.c_str());
+        pdf = std::make_unique<MappedPdf>(path, password, map);
     } catch (const QPDFExc &e) {
         if (e.getErrorCode() == qpdf_e_password) {
             throw Error(ErrorKind::Password, "the password does not open it", path);
@@ -66,12 +67,12 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
         throw Error(ErrorKind::Damaged, "the file could not be read", path);
     }
     try {
-        QPDFAcroFormDocumentHelper forms(*pdf);
+        QPDFAcroFormDocumentHelper forms(**pdf);
         if (forms.getNeedAppearances()) {
             forms.generateAppearancesIfNeeded();
-            bake_widget_appearances(*pdf, forms);
+            bake_widget_appearances(**pdf, forms);
         }
-        QPDFPageDocumentHelper(*pdf).flattenAnnotations();
+        QPDFPageDocumentHelper(**pdf).flattenAnnotations();
     } catch (const std::exception &) {
         // Annotations that cannot be flattened are left out of the copy below; the page
         // itself is still worth having.
@@ -83,8 +84,11 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
 struct OpenSource {
     std::string in_memory; // a copy made in memory, read by `pdf` until it goes
     std::unique_ptr<QPDF> pdf;
+    std::unique_ptr<MappedPdf> mapped; // or the document, when it was parsed from a file
     std::vector<QPDFPageObjectHelper> pages;
     std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
+
+    QPDF &document() const { return mapped ? **mapped : *pdf; }
 };
 
 // Opens the flattened copy a copier wrote, and removes its name at once: the open file is
@@ -93,17 +97,17 @@ std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, Flatten
                                       const std::filesystem::path &source)
 {
     auto opened = std::make_shared<OpenSource>();
-    opened->pdf = std::make_unique<QPDF>();
-    opened->pdf->setSuppressWarnings(true);
     try {
         if (copied.in_memory.empty()) {
-            opened->pdf->processFile(copy.c_str());
+            opened->mapped = std::make_unique<MappedPdf>(copy, "");
         } else {
             opened->in_memory = std::move(copied.in_memory);
+            opened->pdf = std::make_unique<QPDF>();
+            opened->pdf->setSuppressWarnings(true);
             opened->pdf->processMemoryFile(copy.c_str(), opened->in_memory.data(), opened->in_memory.size());
         }
         ::unlink(copy.c_str());
-        opened->pages = QPDFPageDocumentHelper(*opened->pdf).getAllPages();
+        opened->pages = QPDFPageDocumentHelper(opened->document()).getAllPages();
     } catch (const std::exception &) {
         ::unlink(copy.c_str());
         throw Error(ErrorKind::Damaged, "the copy of its pages could not be read", source);
@@ -156,8 +160,8 @@ class SourceCache
             return recent_;
         }
         auto source = std::make_shared<OpenSource>();
-        source->pdf = open_source(path, password);
-        source->pages = QPDFPageDocumentHelper(*source->pdf).getAllPages();
+        source->mapped = open_source(path, password, false); // a user's file, in this process
+        source->pages = QPDFPageDocumentHelper(source->document()).getAllPages();
         recent_ = source;
         return source;
     }
@@ -362,10 +366,11 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
 FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
                                    const std::filesystem::path &copy, std::string *in_memory)
 {
-    const std::unique_ptr<QPDF> pdf = open_source(source, password);
+    // Only a reader worker copies a user's file, and it may be ended by a file cut short.
+    const std::unique_ptr<MappedPdf> pdf = open_source(source, password, true);
     std::vector<QPDFPageObjectHelper> pages;
     try {
-        pages = QPDFPageDocumentHelper(*pdf).getAllPages();
+        pages = QPDFPageDocumentHelper(**pdf).getAllPages();
     } catch (const QPDFExc &e) {
         throw Error(ErrorKind::Damaged, e.getMessageDetail(), source);
     } catch (const std::exception &e) {
