@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <memory>
 
-#include <qpdf/ClosedFileInputSource.hh>
 #include <qpdf/PDFVersion.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFWriter.hh>
 
 #include "engine/error.h"
+#include "writers/pdf/mapped_pdf.h"
 #include "writers/pdf/pdf_assembler.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
@@ -21,25 +21,10 @@ namespace {
 using engine::Error;
 using engine::ErrorKind;
 
-// Keeps an input's file open for the guard's life and closes it afterwards whatever happens;
-// reads at other times (stream data while the merged file is written) reopen it briefly.
-class StayOpen {
-  public:
-    explicit StayOpen(ClosedFileInputSource& source) : source_(source) { source_.stayOpen(true); }
-    ~StayOpen() { source_.stayOpen(false); }
-    StayOpen(const StayOpen&) = delete;
-    StayOpen& operator=(const StayOpen&) = delete;
-
-  private:
-    ClosedFileInputSource& source_;
-};
-
-// One input of the merge. The QPDF object outlives the parsing because copied pages read
-// their stream data from it when the merged file is written.
-struct MergeInput {
-    std::shared_ptr<ClosedFileInputSource> source;
-    std::unique_ptr<QPDF> document;
-};
+// One input of the merge, parsed from its file mapped into memory (the inputs are parts this
+// program wrote): copied pages read their stream data from it when the merged file is written,
+// and no descriptor stays open however many inputs there are.
+using MergeInput = std::unique_ptr<MappedPdf>;
 
 // Copies every page of `input` behind the pages of `output`; when one page cannot be copied,
 // none is added. Returns the number of pages added.
@@ -60,14 +45,10 @@ std::size_t append_pages(QPDF& output, QPDF& input)
 // input, or an empty one when the file cannot be read as a PDF.
 MergeInput merge_one(const std::filesystem::path& path, QPDF* base, std::size_t& page_total)
 {
-    MergeInput input{std::make_shared<ClosedFileInputSource>(path.c_str()),
-                     std::make_unique<QPDF>()};
+    MergeInput input;
     try {
-        StayOpen open(*input.source);
-        input.document->setSuppressWarnings(true);
-        input.document->processInputSource(input.source);
-        page_total +=
-            base ? append_pages(*base, *input.document) : input.document->getAllPages().size();
+        input = std::make_unique<MappedPdf>(path, "");
+        page_total += base ? append_pages(*base, **input) : (*input)->getAllPages().size();
     } catch (const std::exception&) {
         return {};
     }
@@ -88,9 +69,9 @@ std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
         if (!std::filesystem::is_regular_file(path, ignored)) {
             continue;
         }
-        QPDF* base = opened.empty() ? nullptr : opened.front().document.get();
+        QPDF* base = opened.empty() ? nullptr : &**opened.front();
         MergeInput input = merge_one(path, base, page_total);
-        if (!input.document) {
+        if (!input) {
             continue;
         }
         opened.push_back(std::move(input));
@@ -102,10 +83,7 @@ std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
 
     // The first input is the base: its catalog, with XMP and OutputIntents, and its version
     // stay as they are.
-    QPDF& base = *opened.front().document;
-    // The base's own objects are parsed only as the writer reaches them, in many small reads:
-    // its one file stays open until the merged file is written.
-    StayOpen base_open(*opened.front().source);
+    QPDF& base = **opened.front();
     const ConformanceClaim claim = conformance_claim(base, snapshot.mpdfversionnumber);
     try {
         // Each input chose the output intent its own pages needed. The first one's stays when
