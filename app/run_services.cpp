@@ -79,7 +79,13 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
     services.write_text = writers::write_text;
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
     services.pdf_assembler = worker_pdf_assemblers(resources, readers);
-    services.merge_pdfs = writers::pdf::merge_and_secure;
+    const auto merge_ahead = std::make_shared<writers::pdf::MergeAhead>();
+    services.part_written = [merge_ahead](const fs::path& part, bool first) { merge_ahead->prepare(part, first); };
+    services.merge_pdfs = [merge_ahead](const std::vector<fs::path>& inputs, const fs::path& target,
+                                        const engine::OptionSnapshot& snapshot,
+                                        const std::function<void(const fs::path&)>& merged) {
+        return merge_ahead->merge_and_secure(inputs, target, snapshot, merged);
+    };
     services.stamper = [] { return writers::make_exif_stamper(); };
     services.writergb48 = writers::writergb48;
     return services;
