@@ -19,6 +19,50 @@
 namespace qf::app {
 namespace fs = std::filesystem;
 
+engine::PdfAssemblerFactory worker_pdf_assemblers(const fs::path& resources, std::shared_ptr<worker::WorkerPool> readers)
+{
+    // The copy request of a PDF page copy: its file, or kept in the worker (keep).
+    const auto copy_pages = [readers](const fs::path& source, const std::string& password, const fs::path& copy,
+                                      bool keep) {
+        try {
+            return readers->copy_pages(
+                {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native(), keep});
+        } catch (const engine::Error& error) {
+            if (error.reason() == worker::kStoppedReason) {
+                throw std::runtime_error(error.reason()); // the run's abort, not the document's
+            }
+            throw;
+        }
+    };
+    writers::pdf::WorkerDelivery delivery;
+    delivery.keep = [copy_pages](const fs::path& source, const std::string& password) {
+        // The copy stays in the worker: the path only satisfies the request's form.
+        worker::CopiedReply copied = copy_pages(source, password, "/", true);
+        return writers::pdf::KeptCopy{{copied.page_count, std::move(copied.uncopyable), {}},
+                                      copied.token,
+                                      static_cast<int>(copied.worker)};
+    };
+    delivery.deliver = [readers](const writers::pdf::KeptCopy& copy, const std::vector<int>& pages,
+                                 const writers::pdf::DeliveryOrder& order, const fs::path& temp) {
+        const auto delivered = readers->deliver(
+            {copy.token, pages, temp.native(), order.target.native(), order.resources.native(), order.secured,
+             order.snapshot},
+            copy.worker);
+        if (!delivered) {
+            throw writers::pdf::CopyGone("the worker that kept the copy has gone");
+        }
+        return engine::PdfClosed{delivered->reasons, delivered->lines};
+    };
+    return writers::pdf::pdf_assembler_factory(
+        resources,
+        [copy_pages](const fs::path& source, const std::string& password, const fs::path& copy) {
+            worker::CopiedReply copied = copy_pages(source, password, copy, false);
+            return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
+                                               std::move(copied.in_frame)};
+        },
+        std::move(delivery));
+}
+
 engine::RunServices make_run_services(const fs::path& resources, int jobs)
 {
     if (jobs < 1) {
@@ -34,22 +78,14 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
     services.write_tiff_single = writers::write_tiff_single;
     services.write_text = writers::write_text;
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
-    services.pdf_assembler = writers::pdf::pdf_assembler_factory(
-        resources, [readers](const fs::path& source, const std::string& password, const fs::path& copy) {
-            worker::CopiedReply copied;
-            try {
-                copied = readers->copy_pages(
-                    {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native()});
-            } catch (const engine::Error& error) {
-                if (error.reason() == worker::kStoppedReason) {
-                    throw std::runtime_error(error.reason()); // the run's abort, not the document's
-                }
-                throw;
-            }
-            return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
-                                               std::move(copied.in_frame)};
-        });
-    services.merge_pdfs = writers::pdf::merge_and_secure;
+    services.pdf_assembler = worker_pdf_assemblers(resources, readers);
+    const auto merge_ahead = std::make_shared<writers::pdf::MergeAhead>();
+    services.part_written = [merge_ahead](const fs::path& part, bool first) { merge_ahead->prepare(part, first); };
+    services.merge_pdfs = [merge_ahead](const std::vector<fs::path>& inputs, const fs::path& target,
+                                        const engine::OptionSnapshot& snapshot,
+                                        const std::function<void(const fs::path&)>& merged) {
+        return merge_ahead->merge_and_secure(inputs, target, snapshot, merged);
+    };
     services.stamper = [] { return writers::make_exif_stamper(); };
     services.writergb48 = writers::writergb48;
     return services;

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 
 #include "engine/services.h"
+#include "worker/worker_client.h"
 
 namespace qf::app {
 
@@ -13,5 +15,10 @@ namespace qf::app {
 // and the flattened copies of PDF pages for PDF output all come from them, and aborting the run
 // ends the requests under way.
 engine::RunServices make_run_services(const std::filesystem::path& resources, int jobs = 0);
+
+// The PDF output of a run whose documents `readers` reads: pages are copied from a flattened
+// copy a worker makes, and a document's own PDF is written by the worker that keeps its copy.
+engine::PdfAssemblerFactory worker_pdf_assemblers(const std::filesystem::path& resources,
+                                                  std::shared_ptr<worker::WorkerPool> readers);
 
 } // namespace qf::app

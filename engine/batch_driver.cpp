@@ -210,11 +210,14 @@ void BatchRun::walk_pages(Document& doc)
             }
         }
     } drop_pages_ahead{ahead};
+    // A PDF page copied into a PDF needs nothing prepared: handing it to the pool would cost
+    // more than the check it makes.
+    const bool inline_pages = !pool_ || (doc.ispdf && holds_pdf(snapshot_.mformat));
     int next = 1;
     for (int pageindex = 1; pageindex <= selectedcount && !aborted_; ++pageindex) {
         while (next <= selectedcount && next < pageindex + window) {
             PageWork page = page_at(doc, next++);
-            if (!pool_) {
+            if (inline_pages) {
                 prepare_page(doc, page);
                 std::promise<PageWork> ready;
                 ready.set_value(std::move(page));

@@ -4,6 +4,8 @@
 #include <system_error>
 
 #include "engine/batch_run.h"
+
+#include <utility>
 #include "engine/batch_work.h"
 #include "engine/error.h"
 #include "engine/file_ops.h"
@@ -264,6 +266,9 @@ void BatchRun::save_pdf(Document& doc, std::unique_ptr<PdfAssembler> assembler, 
     }
     if (!publish(doc)) {
         return;
+    }
+    if (!secure && services_.part_written) {
+        services_.part_written(doc.outputpath, !std::exchange(part_written_, true));
     }
     say(about(RunEventKind::Saved, &doc), outputname_ + " has been Saved");
     log_pdf_notes(doc, closed.reasons, closed.lines, written_name);

@@ -191,6 +191,7 @@ private:
     std::atomic<int> progressb_{0};  // documents finished
     std::atomic<int> failures_{0};
     int totalpage_ = 0; // pages counted into the current output
+    bool part_written_ = false; // a combined run's first part has been written
 
     // Carried from document to document, and from run to run.
     std::string outputname_;

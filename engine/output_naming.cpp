@@ -108,8 +108,12 @@ std::string free_numbered_name(const std::string& docbase, const std::string& do
 bool is_source_path(const fs::path& path, const std::vector<fs::path>& sources)
 {
     const fs::path normal = path.lexically_normal();
+    const std::string name = normal.filename().native();
     for (const auto& source : sources) {
-        if (source.lexically_normal() == normal) {
+        // Normalising leaves a path's last name as it is: a source that does not end in the
+        // same name is not the same path, and costs no normalising of its own (a run of many
+        // documents asks this for every page).
+        if (source.native().ends_with(name) && source.lexically_normal() == normal) {
             return true;
         }
     }

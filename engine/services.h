@@ -154,6 +154,9 @@ struct RunServices {
     std::function<std::unique_ptr<MultipageTiffWriter>()> multipage_tiff;
     PdfAssemblerFactory pdf_assembler;
     PdfMerger merge_pdfs;
+    // A combined run's part has been written (`first`: the run's first), so that the merge may
+    // start on it at once. May be empty.
+    std::function<void(const std::filesystem::path& part, bool first)> part_written;
     std::function<std::unique_ptr<Stamper>()> stamper;
     std::function<void(const std::filesystem::path&)> writergb48; // 16 bits a sample, in place
     // Ends at once whatever the sources are reading (the run is aborted): the requests under

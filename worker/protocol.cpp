@@ -70,6 +70,24 @@ DocumentRef read_document(PayloadReader& in)
     return ref;
 }
 
+void write_texts(PayloadWriter& out, const std::vector<std::string>& texts)
+{
+    out.u32(static_cast<std::uint32_t>(texts.size()));
+    for (const auto& text : texts) {
+        out.text(text);
+    }
+}
+
+std::vector<std::string> read_texts(PayloadReader& in)
+{
+    const std::uint32_t count = in.u32();
+    std::vector<std::string> texts;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        texts.push_back(in.text()); // each read is checked against what is left
+    }
+    return texts;
+}
+
 } // namespace
 
 PayloadWriter& PayloadWriter::u8(std::uint8_t value)
@@ -181,9 +199,9 @@ std::size_t decode_header(const std::uint8_t* header, MessageType& type)
     }
     const std::uint8_t code = header[6];
     const bool known = (code >= static_cast<std::uint8_t>(MessageType::Hello) &&
-                        code <= static_cast<std::uint8_t>(MessageType::PageFactsReady)) ||
+                        code <= static_cast<std::uint8_t>(MessageType::Delivered)) ||
                        (code >= static_cast<std::uint8_t>(MessageType::Open) &&
-                        code <= static_cast<std::uint8_t>(MessageType::PageFacts));
+                        code <= static_cast<std::uint8_t>(MessageType::Deliver));
     if (!known) {
         throw ProtocolError("unknown message type " + std::to_string(code));
     }
@@ -234,7 +252,7 @@ Frame encode_copy_pages(const CopyCall& call)
 {
     PayloadWriter out;
     write_document(out, call.document);
-    out.text(call.target);
+    out.text(call.target).u8(call.keep);
     return std::move(out).frame(MessageType::CopyPages);
 }
 
@@ -312,7 +330,7 @@ Frame encode_pages_copied(const CopiedReply& reply)
     for (const int pageno : reply.uncopyable) {
         out.i32(pageno);
     }
-    out.text(reply.in_frame);
+    out.text(reply.in_frame).u64(reply.token).u32(reply.worker);
     return std::move(out).frame(MessageType::PagesCopied);
 }
 
@@ -393,6 +411,7 @@ CopyCall decode_copy_pages(const Frame& frame)
     CopyCall call;
     call.document = read_document(in);
     call.target = in.text();
+    call.keep = in.flag();
     in.finish();
     if (call.target.empty() || call.target.front() != '/') {
         throw ProtocolError("the copy's target is not an absolute path");
@@ -549,6 +568,8 @@ CopiedReply decode_pages_copied(const Frame& frame)
         reply.uncopyable.push_back(pageno);
     }
     reply.in_frame = in.text();
+    reply.token = in.u64();
+    reply.worker = in.u32();
     in.finish();
     return reply;
 }
@@ -577,6 +598,82 @@ PageFacts decode_page_facts_ready(const Frame& frame)
         throw ProtocolError("resolution out of range");
     }
     return facts;
+}
+
+Frame encode_deliver(const DeliverCall& call)
+{
+    PayloadWriter out;
+    out.u64(call.token).u32(static_cast<std::uint32_t>(call.pages.size()));
+    for (const int pageno : call.pages) {
+        out.i32(pageno);
+    }
+    const engine::OptionSnapshot& s = call.snapshot;
+    out.text(call.temp)
+        .text(call.target)
+        .text(call.resources)
+        .u8(call.secured)
+        .text(s.mpdftitle)
+        .text(s.mpdfauthorname)
+        .text(s.msubject)
+        .i32(s.mpdfversionnumber)
+        .i32(s.enlvl)
+        .text(s.mpdfpassword)
+        .text(s.mpdffullpassword)
+        .u8(s.mallowcopy)
+        .u8(s.mallowprinting)
+        .u8(s.mallowannotation);
+    return std::move(out).frame(MessageType::Deliver);
+}
+
+DeliverCall decode_deliver(const Frame& frame)
+{
+    expect(frame, MessageType::Deliver);
+    PayloadReader in(frame.payload);
+    DeliverCall call;
+    call.token = in.u64();
+    const std::uint32_t count = positive(in.u32(), kMaxPageNumber, "page count");
+    for (std::uint32_t i = 0; i < count; ++i) {
+        call.pages.push_back(positive(in.u32(), kMaxPageNumber, "page number"));
+    }
+    call.temp = in.text();
+    call.target = in.text();
+    call.resources = in.text();
+    call.secured = in.flag();
+    engine::OptionSnapshot& s = call.snapshot;
+    s.mpdftitle = in.text();
+    s.mpdfauthorname = in.text();
+    s.msubject = in.text();
+    s.mpdfversionnumber = in.i32();
+    s.enlvl = in.i32();
+    s.mpdfpassword = in.text();
+    s.mpdffullpassword = in.text();
+    s.mallowcopy = in.flag();
+    s.mallowprinting = in.flag();
+    s.mallowannotation = in.flag();
+    in.finish();
+    if (call.temp.empty() || call.temp.front() != '/') {
+        throw ProtocolError("the delivered file is not an absolute path");
+    }
+    return call;
+}
+
+Frame encode_delivered(const DeliveredReply& reply)
+{
+    PayloadWriter out;
+    write_texts(out, reply.reasons);
+    write_texts(out, reply.lines);
+    return std::move(out).frame(MessageType::Delivered);
+}
+
+DeliveredReply decode_delivered(const Frame& frame)
+{
+    expect(frame, MessageType::Delivered);
+    PayloadReader in(frame.payload);
+    DeliveredReply reply;
+    reply.reasons = read_texts(in);
+    reply.lines = read_texts(in);
+    in.finish();
+    return reply;
 }
 
 } // namespace qf::worker

@@ -20,7 +20,7 @@
 // picture request carries a shared-memory region beside it, which the reply fills (channel.h).
 namespace qf::worker {
 
-inline constexpr std::uint16_t kProtocolVersion = 3;
+inline constexpr std::uint16_t kProtocolVersion = 4;
 inline constexpr std::size_t kFrameHeaderBytes = 12;
 // The size of a worker's picture region: room for the largest picture and its compressed data.
 inline constexpr std::uint64_t kPictureRegionBytes = std::uint64_t{2} << 30;
@@ -38,6 +38,7 @@ enum class MessageType : std::uint8_t {
     Failed,        // an error kind and the reader's reason
     PagesCopied,   // the page count of the flattened copy written
     PageFactsReady, // a page's size and turn
+    Delivered,     // a delivered PDF written: its conformance reasons and security lines
     // client -> worker
     Open = 64,
     Picture,
@@ -46,6 +47,7 @@ enum class MessageType : std::uint8_t {
     ProbeTiff,
     CopyPages,
     PageFacts,
+    Deliver,
 };
 
 // A frame that breaks the protocol: wrong version, unknown type, a field past the end.
@@ -147,6 +149,8 @@ struct PageFacts {
 struct CopyCall {
     DocumentRef document;
     std::string target;
+    // The worker keeps the copy in memory for a DeliverCall instead of writing it to target.
+    bool keep = false;
 };
 
 // The page count of the copy, and the pages that could not be copied (1-based, ascending).
@@ -155,7 +159,31 @@ struct CopiedReply {
     std::vector<int> uncopyable;
     // The copy itself, when a file size limit kept it from its file; empty otherwise.
     std::string in_frame;
+    std::uint64_t token = 0;  // a kept copy's number in its worker; 0 when not kept
+    std::uint32_t worker = 0; // the process id of the worker that keeps it
 };
+
+// A document's PDF written from the copy its worker keeps (CopyCall with keep): the chosen
+// pages, document information, conformance and security, in one write to `temp`.
+struct DeliverCall {
+    std::uint64_t token = 0;
+    std::vector<int> pages; // of the copy, 1-based, in the file's order
+    std::string temp;       // the file written, absolute
+    std::string target;     // the file as delivered, as the lines name it
+    std::string resources;  // the folder of the ICC profiles' icc/
+    bool secured = false;   // as delivered, rather than as a part to be merged
+    // Only what the write reads travels: title, author, subject, version or conformance,
+    // encryption level, passwords and permissions.
+    engine::OptionSnapshot snapshot;
+};
+
+struct DeliveredReply {
+    std::vector<std::string> reasons; // what keeps the file from conforming
+    std::vector<std::string> lines;   // the security pass's lines
+};
+
+// The reason a worker gives for a DeliverCall whose copy it no longer keeps.
+inline constexpr const char* kCopyNotKept = "the copy is no longer kept";
 
 struct OpenedReply {
     int page_count = 0;
@@ -210,6 +238,7 @@ Frame encode_probe_pdf(const std::string& path, const std::string& password);
 Frame encode_probe_tiff(const std::string& path);
 Frame encode_copy_pages(const CopyCall& call);
 Frame encode_page_facts(const PageFactsCall& call);
+Frame encode_deliver(const DeliverCall& call);
 
 Frame encode_hello(std::uint32_t pid);
 Frame encode_opened(const OpenedReply& reply);
@@ -220,6 +249,7 @@ Frame encode_tiff_probed(const TiffProbeReply& reply);
 Frame encode_failed(const FailedReply& reply);
 Frame encode_pages_copied(const CopiedReply& reply);
 Frame encode_page_facts_ready(const PageFacts& facts);
+Frame encode_delivered(const DeliveredReply& reply);
 
 // Each decoder reads the whole payload of its type and throws ProtocolError on anything out
 // of range (a negative size, a page number below 1, an unknown enum value).
@@ -230,6 +260,7 @@ std::pair<std::string, std::string> decode_probe_pdf(const Frame& frame); // pat
 std::string decode_probe_tiff(const Frame& frame);
 CopyCall decode_copy_pages(const Frame& frame);
 PageFactsCall decode_page_facts(const Frame& frame);
+DeliverCall decode_deliver(const Frame& frame);
 
 std::uint32_t decode_hello(const Frame& frame);
 OpenedReply decode_opened(const Frame& frame);
@@ -242,6 +273,7 @@ CopiedReply decode_pages_copied(const Frame& frame);
 // Sides above 0 and at most kMaxPageSide, a rotation of 0, 90, 180 or 270, resolutions of 0
 // up to kMaxResolution; anything else (a NaN included) is a ProtocolError.
 PageFacts decode_page_facts_ready(const Frame& frame);
+DeliveredReply decode_delivered(const Frame& frame);
 inline constexpr double kMaxPageSide = 1e9;
 inline constexpr double kMaxResolution = 1e7;
 

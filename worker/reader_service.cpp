@@ -7,13 +7,16 @@
 #include <cerrno>
 #include <new>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <system_error>
+#include <thread>
 
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFExc.hh>
 #include <tiffio.h>
 
 #include "engine/error.h"
+#include "engine/file_ops.h"
 #include "sources/pdf_mupdf.h"
 #include "sources/pdf_source.h"
 #include "sources/tiff_source.h"
@@ -28,6 +31,8 @@ using engine::ErrorKind;
 
 // Open documents kept between requests; the least recently used goes first.
 constexpr std::size_t kKeptDocuments = 4;
+// Copies kept for deliveries: the document being written and the next one.
+constexpr std::size_t kHeldCopies = 2;
 
 // What tells one file on disk from another that has taken its name or been rewritten.
 struct FileIdentity {
@@ -245,6 +250,15 @@ Frame ReaderService::copy_pages(const CopyCall& call)
     }
     const auto& document = call.document.document;
     writers::pdf::FlattenedCopy copied;
+    if (call.keep) {
+        HeldCopy held{++tokens_, writers::pdf::hold_flattened_copy(document.path, document.password, copied)};
+        if (held_.size() >= kHeldCopies) {
+            held_.erase(held_.begin());
+        }
+        held_.push_back(std::move(held));
+        return encode_pages_copied({copied.page_count, copied.uncopyable, {}, tokens_,
+                                    static_cast<std::uint32_t>(::getpid())});
+    }
     try {
         copied = writers::pdf::write_flattened_copy(document.path, document.password, call.target);
     } catch (const Error& error) {
@@ -262,6 +276,38 @@ Frame ReaderService::copy_pages(const CopyCall& call)
         copied.in_memory = std::move(in_memory);
     }
     return encode_pages_copied({copied.page_count, copied.uncopyable, std::move(copied.in_memory)});
+}
+
+Frame ReaderService::deliver(const DeliverCall& call)
+{
+    const auto kept = std::find_if(held_.begin(), held_.end(),
+                                   [&](const HeldCopy& held) { return held.token == call.token; });
+    if (kept == held_.end()) {
+        return encode_failed({ErrorKind::Output, kCopyNotKept});
+    }
+    writers::pdf::HeldCopyPtr copy = std::move(kept->copy); // used up by the write
+    held_.erase(kept);
+    // Freeing a large document's objects takes as long as a good part of its write: it is
+    // done beside the reply rather than before it.
+    struct FreeAside {
+        writers::pdf::HeldCopyPtr& copy;
+        ~FreeAside() { std::thread([spent = std::move(copy)]() mutable { spent.reset(); }).detach(); }
+    } free_aside{copy};
+    const writers::pdf::DeliveryOrder order{call.snapshot, call.target, call.resources, call.secured};
+    engine::PdfClosed closed;
+    errno = 0;
+    try {
+        closed = writers::pdf::deliver_held_copy(*copy, call.pages, order, call.temp);
+    } catch (const Error& error) {
+        const std::string storage = engine::storage_failure(errno);
+        throw Error(ErrorKind::Output, storage.empty() ? error.reason() : storage, call.temp);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        const std::string storage = engine::storage_failure(errno);
+        throw Error(ErrorKind::Output, storage.empty() ? error.what() : storage, call.temp);
+    }
+    return encode_delivered({std::move(closed.reasons), std::move(closed.lines)});
 }
 
 Frame ReaderService::page_facts(const PageFactsCall& call)
@@ -298,6 +344,8 @@ Frame ReaderService::answer(const Frame& request, int region)
             return copy_pages(decode_copy_pages(request));
         case MessageType::PageFacts:
             return page_facts(decode_page_facts(request));
+        case MessageType::Deliver:
+            return deliver(decode_deliver(request));
         default:
             throw ProtocolError("not a request");
         }
@@ -305,6 +353,7 @@ Frame ReaderService::answer(const Frame& request, int region)
         return encode_failed({error.kind(), error.reason()});
     } catch (const std::bad_alloc&) {
         documents_.clear();
+        held_.clear();
         return encode_failed({ErrorKind::Unsupported,
                               std::string(page_request ? "the page" : "the document") +
                                   " needs more memory than the limit of " +

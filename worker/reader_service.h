@@ -9,6 +9,7 @@
 
 #include "worker/channel.h"
 #include "worker/protocol.h"
+#include "writers/pdf/pdf_assembler.h"
 
 // The worker's side of the channel: reads untrusted documents on request and answers with
 // what it read. Documents stay open between requests, as long as the file on disk is the one
@@ -40,6 +41,16 @@ private:
     Frame text(const TextCall& call);
     Frame copy_pages(const CopyCall& call);
     Frame page_facts(const PageFactsCall& call);
+    Frame deliver(const DeliverCall& call);
+
+    // Flattened copies kept for a delivery, oldest first; a copy never delivered (its
+    // document abandoned) goes when newer ones push it out.
+    struct HeldCopy {
+        std::uint64_t token = 0;
+        writers::pdf::HeldCopyPtr copy;
+    };
+    std::vector<HeldCopy> held_;
+    std::uint64_t tokens_ = 0;
 
     std::size_t memory_limit_mb_;
     std::uint64_t uses_ = 0;

@@ -298,30 +298,54 @@ WorkerFailure WorkerProcess::bury(std::chrono::milliseconds grace)
 // Holds one slot of the pool while a request runs.
 class WorkerPool::Lease {
 public:
-    explicit Lease(WorkerPool& pool) : pool_(pool)
+    // `worker`: the slot of that worker process only; gone() when no slot has it.
+    explicit Lease(WorkerPool& pool, pid_t worker = 0, bool abortable = true) : pool_(pool)
     {
         std::unique_lock lock(pool_.mutex_);
         const std::uint64_t aborts = pool_.aborts_;
-        pool_.slot_freed_.wait(lock, [this, aborts] {
-            return pool_.aborts_ != aborts || std::any_of(pool_.slots_.begin(), pool_.slots_.end(),
-                                                          [](const Slot& slot) { return !slot.busy; });
+        const auto holder = [this, worker] {
+            return std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
+                                [worker](const Slot& slot) { return slot.pid == worker; });
+        };
+        pool_.slot_freed_.wait(lock, [&] {
+            if (pool_.aborts_ != aborts) {
+                return true;
+            }
+            if (worker > 0) {
+                const auto slot = holder();
+                return slot == pool_.slots_.end() || !slot->busy;
+            }
+            return std::any_of(pool_.slots_.begin(), pool_.slots_.end(),
+                               [](const Slot& slot) { return !slot.busy; });
         });
         if (pool_.aborts_ != aborts) {
             throw WorkerFailure(Cause::Aborted, "aborted while waiting for a slot");
         }
-        // A slot whose worker is running first, so that workers are started only as needed.
-        auto free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
-                                 [](const Slot& slot) { return !slot.busy && slot.pid > 0; });
-        if (free == pool_.slots_.end()) {
+        auto free = pool_.slots_.end();
+        if (worker > 0) {
+            free = holder();
+            if (free == pool_.slots_.end()) {
+                return; // gone()
+            }
+        } else {
+            // A slot whose worker is running first, so that workers are started only as needed.
             free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
-                                [](const Slot& slot) { return !slot.busy; });
+                                [](const Slot& slot) { return !slot.busy && slot.pid > 0; });
+            if (free == pool_.slots_.end()) {
+                free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
+                                    [](const Slot& slot) { return !slot.busy; });
+            }
         }
         free->busy = true;
         free->aborted = false;
+        free->abortable = abortable;
         slot_ = &*free;
     }
     ~Lease()
     {
+        if (slot_ == nullptr) {
+            return;
+        }
         if (aborted()) {
             slot_->process.reset(); // killed already: reaped now rather than by the next request
         }
@@ -338,6 +362,7 @@ public:
     Lease& operator=(const Lease&) = delete;
 
     Slot& slot() { return *slot_; }
+    bool gone() const { return slot_ == nullptr; }
 
     // Lets abort_requests() reach the slot's worker while the request runs.
     void started(const WorkerProcess& process)
@@ -429,8 +454,20 @@ WorkerPool::~WorkerPool() = default;
 
 void WorkerPool::run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply)
 {
-    Lease lease(*this);
+    run(request, take_reply, RunRules{});
+}
+
+bool WorkerPool::run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply,
+                     const RunRules& rules)
+{
+    Lease lease(*this, rules.worker, rules.abortable);
+    if (lease.gone()) {
+        return false;
+    }
     Slot& slot = lease.slot();
+    if (rules.worker > 0 && (!slot.process || slot.process->dead() || slot.process->pid() != rules.worker)) {
+        return false;
+    }
     if (!slot.process || slot.process->dead()) {
         slot.process.reset();
         slot.process = launcher_->start(settings_);
@@ -438,7 +475,7 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
     lease.started(*slot.process);
     Frame reply;
     try {
-        reply = slot.process->call(request, Clock::now() + settings_.time_limit + kGrace);
+        reply = slot.process->call(request, Clock::now() + settings_.time_limit * rules.limit_factor + kGrace);
     } catch (const WorkerFailure&) {
         if (lease.aborted()) {
             throw WorkerFailure(Cause::Aborted, "aborted");
@@ -462,6 +499,7 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
     if (retire) {
         slot.process.reset();
     }
+    return true;
 }
 
 std::string WorkerPool::failure_reason(const WorkerFailure& failure, const char* subject) const
@@ -589,6 +627,38 @@ CopiedReply WorkerPool::copy_pages(const CopyCall& call)
     return copied;
 }
 
+std::optional<DeliveredReply> WorkerPool::deliver(const DeliverCall& call, pid_t worker)
+{
+    std::optional<DeliveredReply> delivered;
+    bool kept = true;
+    try {
+        const bool ran = run(
+            encode_deliver(call),
+            [&](const Frame& reply, int) {
+                if (reply.type == MessageType::Failed) {
+                    const FailedReply failed = decode_failed(reply);
+                    if (failed.reason == kCopyNotKept) {
+                        kept = false;
+                        return;
+                    }
+                    throw Error(ErrorKind::Output, failed.reason, call.temp);
+                }
+                delivered = decode_delivered(reply);
+            },
+            RunRules{worker, false, 10});
+        if (!ran || !kept) {
+            return std::nullopt;
+        }
+    } catch (const WorkerFailure& failure) {
+        if (failure.cause == Cause::Crashed || failure.cause == Cause::OutOfMemory ||
+            failure.cause == Cause::Malformed) {
+            return std::nullopt; // the copy went with the worker
+        }
+        throw Error(ErrorKind::Output, failure_reason(failure, "the document"), call.temp);
+    }
+    return delivered;
+}
+
 RemotePdfProbe WorkerPool::probe_pdf(const std::filesystem::path& path, const std::string& password)
 {
     RemotePdfProbe probe;
@@ -638,7 +708,7 @@ void WorkerPool::abort_requests()
         const std::lock_guard lock(mutex_);
         ++aborts_;
         for (Slot& slot : slots_) {
-            if (slot.busy) {
+            if (slot.busy && slot.abortable) {
                 slot.aborted = true;
                 Lease::kill_slot(slot);
             }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <sys/types.h>
@@ -135,8 +136,14 @@ public:
     std::string text(const TextCall& call);
     // The page's size and turn (PageFacts), without drawing it. Throws as picture().
     PageFacts page_facts(const PageFactsCall& call);
-    // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall). Throws as open().
+    // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall), or keeps them in
+    // the worker for deliver(). Throws as open().
     CopiedReply copy_pages(const CopyCall& call);
+    // Has the worker that keeps the copy `call.token` (copied.worker) write the document's
+    // PDF. Neither Stop nor abort_requests() ends it, and it may take ten times a page's time
+    // limit. Empty when that worker has gone or no longer keeps the copy. Throws
+    // engine::Error(Output) naming call.temp.
+    std::optional<DeliveredReply> deliver(const DeliverCall& call, pid_t worker);
 
     // The admission probes; they never throw for the file's sake.
     RemotePdfProbe probe_pdf(const std::filesystem::path& path, const std::string& password);
@@ -159,12 +166,22 @@ private:
         UniqueFd pidfd;                         // guarded by mutex_: the worker's, during a request
         bool busy = false;                      // guarded by mutex_
         bool aborted = false;                   // guarded by mutex_
+        bool abortable = true;                  // guarded by mutex_
     };
 
     // Runs one request on a free slot's worker, starting one when the slot has none, and hands
     // the reply and the worker's picture region to `take_reply` while the slot is still held:
     // a reply it cannot decode (ProtocolError) kills the worker. Throws WorkerFailure.
     void run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply);
+    // How a request is run: on any worker, or on the one of process id `worker` only (false
+    // is returned when it has gone); ended by abort_requests() or not; its time limit.
+    struct RunRules {
+        pid_t worker = 0;
+        bool abortable = true;
+        int limit_factor = 1;
+    };
+    bool run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply,
+             const RunRules& rules);
     std::string failure_reason(const WorkerFailure& failure, const char* subject) const;
     // `run` for a request about one page of `file`: a refusal in the reply throws the engine's
     // error, and a worker that failed throws one too (a crash counts as damage).

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "writers/pdf/pdf_assembler.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <utility>
 #include <unistd.h>
 #include <vector>
 
@@ -18,6 +21,7 @@
 #include "engine/file_ops.h"
 #include "engine/program_location.h"
 #include "engine/work_folder.h"
+#include "writers/pdf/mapped_pdf.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
 #include "writers/pdf/pdf_page_image.h"
@@ -51,12 +55,12 @@ void bake_widget_appearances(QPDF &pdf, QPDFAcroFormDocumentHelper &forms)
     }
 }
 
-std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::string &password)
+// `map`: parse the file mapped into memory (see MappedPdf for when that is safe).
+std::unique_ptr<MappedPdf> open_source(const std::filesystem::path &path, const std::string &password, bool map)
 {
-    auto pdf = std::make_unique<QPDF>();
-    pdf->setSuppressWarnings(true);
+    std::unique_ptr<MappedPdf> pdf;
     try {
-        pdf->processFile(path.c_str(), password.empty() ? nullptr : password.c_str());
+        pdf = std::make_unique<MappedPdf>(path, password, map);
     } catch (const QPDFExc &e) {
         if (e.getErrorCode() == qpdf_e_password) {
             throw Error(ErrorKind::Password, "the password does not open it", path);
@@ -66,12 +70,12 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
         throw Error(ErrorKind::Damaged, "the file could not be read", path);
     }
     try {
-        QPDFAcroFormDocumentHelper forms(*pdf);
+        QPDFAcroFormDocumentHelper forms(**pdf);
         if (forms.getNeedAppearances()) {
             forms.generateAppearancesIfNeeded();
-            bake_widget_appearances(*pdf, forms);
+            bake_widget_appearances(**pdf, forms);
         }
-        QPDFPageDocumentHelper(*pdf).flattenAnnotations();
+        QPDFPageDocumentHelper(**pdf).flattenAnnotations();
     } catch (const std::exception &) {
         // Annotations that cannot be flattened are left out of the copy below; the page
         // itself is still worth having.
@@ -83,8 +87,11 @@ std::unique_ptr<QPDF> open_source(const std::filesystem::path &path, const std::
 struct OpenSource {
     std::string in_memory; // a copy made in memory, read by `pdf` until it goes
     std::unique_ptr<QPDF> pdf;
+    std::unique_ptr<MappedPdf> mapped; // or the document, when it was parsed from a file
     std::vector<QPDFPageObjectHelper> pages;
     std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
+
+    QPDF &document() const { return mapped ? **mapped : *pdf; }
 };
 
 // Opens the flattened copy a copier wrote, and removes its name at once: the open file is
@@ -93,17 +100,17 @@ std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, Flatten
                                       const std::filesystem::path &source)
 {
     auto opened = std::make_shared<OpenSource>();
-    opened->pdf = std::make_unique<QPDF>();
-    opened->pdf->setSuppressWarnings(true);
     try {
         if (copied.in_memory.empty()) {
-            opened->pdf->processFile(copy.c_str());
+            opened->mapped = std::make_unique<MappedPdf>(copy, "");
         } else {
             opened->in_memory = std::move(copied.in_memory);
+            opened->pdf = std::make_unique<QPDF>();
+            opened->pdf->setSuppressWarnings(true);
             opened->pdf->processMemoryFile(copy.c_str(), opened->in_memory.data(), opened->in_memory.size());
         }
         ::unlink(copy.c_str());
-        opened->pages = QPDFPageDocumentHelper(*opened->pdf).getAllPages();
+        opened->pages = QPDFPageDocumentHelper(opened->document()).getAllPages();
     } catch (const std::exception &) {
         ::unlink(copy.c_str());
         throw Error(ErrorKind::Damaged, "the copy of its pages could not be read", source);
@@ -113,6 +120,70 @@ std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, Flatten
     }
     opened->uncopyable.insert(copied.uncopyable.begin(), copied.uncopyable.end());
     return opened;
+}
+
+// Copies every page of `pdf` (flattened by open_source) into `flat`, an empty document, as
+// pages of a one-level tree; a page that cannot be copied stands as an empty page.
+FlattenedCopy build_flat(QPDF &pdf, const std::filesystem::path &source, QPDF &flat)
+{
+    std::vector<QPDFPageObjectHelper> pages;
+    try {
+        pages = QPDFPageDocumentHelper(pdf).getAllPages();
+    } catch (const QPDFExc &e) {
+        throw Error(ErrorKind::Damaged, e.getMessageDetail(), source);
+    } catch (const std::exception &e) {
+        throw Error(ErrorKind::Damaged, e.what(), source);
+    }
+    flat.emptyPDF();
+    flat.setSuppressWarnings(true);
+    FlattenedCopy copied;
+    copied.page_count = static_cast<int>(pages.size());
+    for (std::size_t index = 0; index < pages.size(); ++index) {
+        QPDFObjectHandle page = pages[index].getObjectHandle();
+        for (const char *key : kKeysLeftBehind) {
+            page.removeKey(key); // on the source in memory; the file is never written
+        }
+        try {
+            flat.addPage(page, false);
+        } catch (const std::exception &) {
+            copied.uncopyable.push_back(static_cast<int>(index) + 1);
+            flat.addPage(flat.makeIndirectObject(
+                             QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 1 1] >>")),
+                         false);
+        }
+    }
+    if (pages.empty()) {
+        throw Error(ErrorKind::Damaged, "the document has no pages", source);
+    }
+    return copied;
+}
+
+// Writes `pdf` to `temp` as its output is delivered: document information, conformance and,
+// when the order says so, what the security pass would make of it, in the one write.
+engine::PdfClosed write_delivered(QPDF &pdf, const std::vector<bool> &image_pages,
+                                  const std::string &minimum_version, const DeliveryOrder &order,
+                                  const std::filesystem::path &temp)
+{
+    engine::PdfClosed closed;
+    applydocinfo(pdf, order.snapshot);
+    ConformanceRequest request;
+    request.code = order.snapshot.mpdfversionnumber;
+    request.icc_folder = order.resources / "icc";
+    request.image_pages = image_pages;
+    request.minimum_version = minimum_version;
+    request.fallback_title = order.target.stem().string();
+    const ConformanceResult result = applyconformance(pdf, request);
+    closed.reasons = result.reasons;
+    std::function<void(QPDFWriter &)> configure = [&](QPDFWriter &writer) {
+        configure_writer(writer, result);
+    };
+    if (order.secured) {
+        SecuredWrite pass = prepare_secured_write(pdf, order.snapshot, order.target, result.version);
+        closed.lines = std::move(pass.lines);
+        configure = std::move(pass.configure);
+    }
+    write_pdf_file(pdf, temp, configure);
+    return closed;
 }
 
 // Sources opened for the assemblers of one factory. Each "PDF (Single Page)" file has an
@@ -156,8 +227,8 @@ class SourceCache
             return recent_;
         }
         auto source = std::make_shared<OpenSource>();
-        source->pdf = open_source(path, password);
-        source->pages = QPDFPageDocumentHelper(*source->pdf).getAllPages();
+        source->mapped = open_source(path, password, false); // a user's file, in this process
+        source->pages = QPDFPageDocumentHelper(source->document()).getAllPages();
         recent_ = source;
         return source;
     }
@@ -208,10 +279,17 @@ class QpdfAssembler : public engine::PdfAssembler
 {
   public:
     QpdfAssembler(std::filesystem::path target, const engine::OptionSnapshot &snapshot,
-                  std::filesystem::path resources, std::shared_ptr<SourceCache> cache)
+                  std::filesystem::path resources, std::shared_ptr<SourceCache> cache,
+                  std::shared_ptr<const WorkerDelivery> delivery = nullptr)
         : target_(std::move(target)), snapshot_(snapshot), resources_(std::move(resources)),
           cache_(std::move(cache))
     {
+        // A document's own file holds the pages of one source, which the worker that keeps
+        // its flattened copy writes out itself; a one-page file shares its source with the
+        // next ones, as copied here.
+        if (delivery && snapshot_.mformat == engine::OutputFormat::PdfMultipage) {
+            delivery_ = std::move(delivery);
+        }
         output_.emptyPDF();
         output_.setSuppressWarnings(true);
         // Info and XMP objects are made while the document is empty, where a new object is
@@ -222,29 +300,22 @@ class QpdfAssembler : public engine::PdfAssembler
     void add_pdf_page(const std::filesystem::path &source, const std::string &password,
                       int pageno) override
     {
-        const OpenSource &opened = source_document(source, password);
-        const auto &pages = opened.pages;
-        if (pageno < 1 || static_cast<std::size_t>(pageno) > pages.size()) {
-            throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
-                        source, pageno);
+        if (delivery_ && image_pages_.empty() && !kept_) {
+            keep(source, password);
         }
-        if (opened.uncopyable.count(pageno) > 0) {
-            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
+        if (kept_ && source == kept_source_ && password == kept_password_) {
+            check_page(kept_->facts.page_count, kept_->facts.uncopyable, source, pageno);
+            kept_pages_.push_back(pageno);
+            image_pages_.push_back(false);
+            return;
         }
-        QPDFObjectHandle page = pages[static_cast<std::size_t>(pageno - 1)].getObjectHandle();
-        for (const char *key : kKeysLeftBehind) {
-            page.removeKey(key); // on the copy in memory; the source file is never written
-        }
-        try {
-            output_.addPage(page, false);
-        } catch (const std::exception &) {
-            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
-        }
-        image_pages_.push_back(false);
+        fall_back();
+        copy_page(source, password, pageno);
     }
 
     void add_image_page(const engine::PagePicture &picture, double pagescale) override
     {
+        fall_back();
         if (!spool_) {
             spool_ = std::make_shared<ImageSpool>(target_);
         }
@@ -262,6 +333,67 @@ class QpdfAssembler : public engine::PdfAssembler
     engine::PdfClosed close_secured() override { return finish(true); }
 
   private:
+    template <typename Pages>
+    static void check_page(int page_count, const Pages &uncopyable, const std::filesystem::path &source,
+                           int pageno)
+    {
+        if (pageno < 1 || pageno > page_count) {
+            throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
+                        source, pageno);
+        }
+        if (std::find(uncopyable.begin(), uncopyable.end(), pageno) != uncopyable.end()) {
+            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
+        }
+    }
+
+    // Has the worker flatten `source` and keep the copy. A copy that failed for the
+    // document's sake fails its later pages with the same error, without copying again.
+    void keep(const std::filesystem::path &source, const std::string &password)
+    {
+        if (keep_failure_) {
+            throw *keep_failure_;
+        }
+        try {
+            kept_ = delivery_->keep(source, password);
+        } catch (const Error &error) {
+            keep_failure_ = error;
+            throw;
+        }
+        kept_source_ = source;
+        kept_password_ = password;
+    }
+
+    // Copies the pages taken so far from the worker's kept copy into this process's document
+    // instead, from a copy of the file's own; later pages are copied here too.
+    void fall_back()
+    {
+        if (!kept_) {
+            return;
+        }
+        kept_.reset();
+        delivery_.reset();
+        image_pages_.clear();
+        for (const int pageno : std::exchange(kept_pages_, {})) {
+            copy_page(kept_source_, kept_password_, pageno);
+        }
+    }
+
+    void copy_page(const std::filesystem::path &source, const std::string &password, int pageno)
+    {
+        const OpenSource &opened = source_document(source, password);
+        check_page(static_cast<int>(opened.pages.size()), opened.uncopyable, source, pageno);
+        QPDFObjectHandle page = opened.pages[static_cast<std::size_t>(pageno - 1)].getObjectHandle();
+        for (const char *key : kKeysLeftBehind) {
+            page.removeKey(key); // on the copy in memory; the source file is never written
+        }
+        try {
+            output_.addPage(page, false);
+        } catch (const std::exception &) {
+            throw Error(ErrorKind::Damaged, "the page could not be copied", source, pageno);
+        }
+        image_pages_.push_back(false);
+    }
+
     // Writes the file once: as it stands, or `secured` with what the security pass would make
     // of it, in the same write.
     engine::PdfClosed finish(bool secured)
@@ -270,27 +402,15 @@ class QpdfAssembler : public engine::PdfAssembler
             release();
             throw Error(ErrorKind::Output, "no page could be converted", target_);
         }
+        const DeliveryOrder order{snapshot_, target_, resources_, secured};
         engine::PdfClosed closed;
         try {
-            applydocinfo(output_, snapshot_);
-            ConformanceRequest request;
-            request.code = snapshot_.mpdfversionnumber;
-            request.icc_folder = resources_ / "icc";
-            request.image_pages = image_pages_;
-            request.minimum_version = minimum_version_;
-            request.fallback_title = target_.stem().string();
-            const ConformanceResult result = applyconformance(output_, request);
-            closed.reasons = result.reasons;
-            std::function<void(QPDFWriter &)> configure = [&](QPDFWriter &writer) {
-                configure_writer(writer, result);
-            };
-            if (secured) {
-                SecuredWrite pass = prepare_secured_write(output_, snapshot_, target_, result.version);
-                closed.lines = std::move(pass.lines);
-                configure = std::move(pass.configure);
+            if (kept_ && deliver(order, closed)) {
+                release();
+                return closed;
             }
             engine::write_atomically(target_, [&](const std::filesystem::path &temp) {
-                write_pdf_file(output_, temp, configure);
+                closed = write_delivered(output_, image_pages_, minimum_version_, order, temp);
             });
         } catch (...) {
             release();
@@ -298,6 +418,31 @@ class QpdfAssembler : public engine::PdfAssembler
         }
         release();
         return closed;
+    }
+
+    // Has the worker that keeps the copy write the file. False when that worker has gone: the
+    // pages have then been copied here instead.
+    bool deliver(const DeliveryOrder &order, engine::PdfClosed &closed)
+    {
+        bool gone = false;
+        try {
+            engine::write_atomically(target_, [&](const std::filesystem::path &temp) {
+                try {
+                    closed = delivery_->deliver(*kept_, kept_pages_, order, temp);
+                } catch (const CopyGone &) {
+                    gone = true;
+                    errno = 0; // not a storage failure
+                    throw Error(ErrorKind::Output, "the kept copy has gone", temp);
+                }
+            });
+        } catch (const Error &) {
+            if (!gone) {
+                throw;
+            }
+            fall_back();
+            return false;
+        }
+        return true;
     }
 
     const OpenSource &source_document(const std::filesystem::path &path, const std::string &password)
@@ -314,6 +459,7 @@ class QpdfAssembler : public engine::PdfAssembler
     {
         spool_.reset();
         sources_.clear();
+        kept_.reset();
     }
 
     std::filesystem::path target_;
@@ -326,6 +472,14 @@ class QpdfAssembler : public engine::PdfAssembler
     std::shared_ptr<ImageSpool> spool_;
     std::vector<bool> image_pages_; // by page: a picture page made here
     std::string minimum_version_ = "1.0";
+    // Delivery by the worker: while kept_ is set, the pages taken so far are kept_pages_ of
+    // the worker's copy of kept_source_, and output_ has none of them.
+    std::shared_ptr<const WorkerDelivery> delivery_;
+    std::optional<KeptCopy> kept_;
+    std::optional<Error> keep_failure_;
+    std::filesystem::path kept_source_;
+    std::string kept_password_;
+    std::vector<int> kept_pages_;
 };
 
 } // namespace
@@ -362,37 +516,10 @@ std::unique_ptr<engine::PdfAssembler> make_pdf_assembler(const std::filesystem::
 FlattenedCopy write_flattened_copy(const std::filesystem::path &source, const std::string &password,
                                    const std::filesystem::path &copy, std::string *in_memory)
 {
-    const std::unique_ptr<QPDF> pdf = open_source(source, password);
-    std::vector<QPDFPageObjectHelper> pages;
-    try {
-        pages = QPDFPageDocumentHelper(*pdf).getAllPages();
-    } catch (const QPDFExc &e) {
-        throw Error(ErrorKind::Damaged, e.getMessageDetail(), source);
-    } catch (const std::exception &e) {
-        throw Error(ErrorKind::Damaged, e.what(), source);
-    }
+    // Only a reader worker copies a user's file, and it may be ended by a file cut short.
+    const std::unique_ptr<MappedPdf> pdf = open_source(source, password, true);
     QPDF flat;
-    flat.emptyPDF();
-    flat.setSuppressWarnings(true);
-    FlattenedCopy copied;
-    copied.page_count = static_cast<int>(pages.size());
-    for (std::size_t index = 0; index < pages.size(); ++index) {
-        QPDFObjectHandle page = pages[index].getObjectHandle();
-        for (const char *key : kKeysLeftBehind) {
-            page.removeKey(key); // on the source in memory; the file is never written
-        }
-        try {
-            flat.addPage(page, false);
-        } catch (const std::exception &) {
-            copied.uncopyable.push_back(static_cast<int>(index) + 1);
-            flat.addPage(flat.makeIndirectObject(
-                             QPDFObjectHandle::parse("<< /Type /Page /MediaBox [0 0 1 1] >>")),
-                         false);
-        }
-    }
-    if (pages.empty()) {
-        throw Error(ErrorKind::Damaged, "the document has no pages", source);
-    }
+    FlattenedCopy copied = build_flat(**pdf, source, flat);
     const auto configure = [](QPDFWriter &writer) {
         writer.setDecodeLevel(qpdf_dl_none);
         writer.setCompressStreams(false);
@@ -420,6 +547,17 @@ engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resource
     };
 }
 
+engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier,
+                                                  WorkerDelivery delivery)
+{
+    return [resources = std::move(resources), cache = std::make_shared<SourceCache>(std::move(copier)),
+            delivery = std::make_shared<const WorkerDelivery>(std::move(delivery))](
+               const std::filesystem::path &target, const engine::OptionSnapshot &snapshot) {
+        return std::unique_ptr<engine::PdfAssembler>(
+            std::make_unique<QpdfAssembler>(target, snapshot, resources, cache, delivery));
+    };
+}
+
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources)
 {
     return [resources = std::move(resources), cache = std::make_shared<SourceCache>()](
@@ -427,6 +565,62 @@ engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resource
         return std::unique_ptr<engine::PdfAssembler>(
             std::make_unique<QpdfAssembler>(target, snapshot, resources, cache));
     };
+}
+
+class HeldCopy
+{
+  public:
+    std::unique_ptr<MappedPdf> source; // the flattened source the copy's pages read from
+    QPDF flat;
+};
+
+void HeldCopyDeleter::operator()(HeldCopy *copy) const
+{
+    delete copy;
+}
+
+HeldCopyPtr hold_flattened_copy(const std::filesystem::path &source, const std::string &password,
+                                FlattenedCopy &facts)
+{
+    HeldCopyPtr held(new HeldCopy);
+    held->source = open_source(source, password, true);
+    facts = build_flat(**held->source, source, held->flat);
+    return held;
+}
+
+engine::PdfClosed deliver_held_copy(HeldCopy &copy, const std::vector<int> &pages, const DeliveryOrder &order,
+                                    const std::filesystem::path &temp)
+{
+    QPDF &pdf = copy.flat;
+    const std::vector<QPDFObjectHandle> all = pdf.getAllPages();
+    bool in_order = pages.size() == all.size();
+    for (std::size_t index = 0; in_order && index < pages.size(); ++index) {
+        in_order = pages[index] == static_cast<int>(index) + 1;
+    }
+    if (!in_order) {
+        // The page tree is one level deep: its kids are replaced by the chosen pages, a page
+        // chosen again by a copy of its dictionary, as adding it to a document twice gives.
+        QPDFObjectHandle tree = pdf.getRoot().getKey("/Pages");
+        QPDFObjectHandle kids = QPDFObjectHandle::newArray();
+        std::set<std::size_t> taken;
+        for (const int pageno : pages) {
+            if (pageno < 1 || static_cast<std::size_t>(pageno) > all.size()) {
+                throw Error(ErrorKind::BadInput, "the document has no page " + std::to_string(pageno),
+                            order.target, pageno);
+            }
+            const std::size_t index = static_cast<std::size_t>(pageno - 1);
+            QPDFObjectHandle page = all[index];
+            if (!taken.insert(index).second) {
+                page = pdf.makeIndirectObject(page.shallowCopy());
+            }
+            page.replaceKey("/Parent", tree);
+            kids.appendItem(page);
+        }
+        tree.replaceKey("/Kids", kids);
+        tree.replaceKey("/Count", QPDFObjectHandle::newInteger(static_cast<long long>(pages.size())));
+        pdf.updateAllPagesCache();
+    }
+    return write_delivered(pdf, std::vector<bool>(pages.size(), false), "1.0", order, temp);
 }
 
 } // namespace qf::writers::pdf

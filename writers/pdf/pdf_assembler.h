@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -65,5 +67,60 @@ using PageCopier = std::function<FlattenedCopy(const std::filesystem::path &sour
 // this program wrote; the folder goes as soon as the copy is open. A source whose copy failed fails its later pages with the same reason
 // until the file changes.
 engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier);
+
+// A flattened copy that a reader worker keeps in memory, so that the same worker can write a
+// document's output from it at once (deliver), without writing the copy and parsing it again.
+struct KeptCopy {
+    FlattenedCopy facts;
+    std::uint64_t token = 0; // the copy's number in its worker
+    int worker = 0;          // the process id of the worker that keeps it
+};
+
+// What the write of a delivered PDF needs besides its pages.
+struct DeliveryOrder {
+    engine::OptionSnapshot snapshot;
+    std::filesystem::path target;    // the file as delivered, as lines name it
+    std::filesystem::path resources; // holds icc/
+    bool secured = false;            // close_secured() rather than close()
+};
+
+// Thrown by a delivery when the worker that kept the copy has gone or let it go.
+class CopyGone : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Output written by the reader worker that keeps the document's flattened copy. `keep` makes
+// the copy (throws as PageCopier does); `deliver` writes the chosen pages of it (1-based, in
+// order) to `temp` as the order asks, returning what close_secured() returns; it throws
+// Error(Output), or CopyGone, after which the pages are copied here from a new copy.
+struct WorkerDelivery {
+    std::function<KeptCopy(const std::filesystem::path &source, const std::string &password)> keep;
+    std::function<engine::PdfClosed(const KeptCopy &copy, const std::vector<int> &pages,
+                                    const DeliveryOrder &order, const std::filesystem::path &temp)>
+        deliver;
+};
+
+// As pdf_assembler_factory(resources, copier), except that a document's own PDF (PDF
+// (Multipage), and the parts of a combined file) is written by the worker through `delivery`.
+engine::PdfAssemblerFactory pdf_assembler_factory(std::filesystem::path resources, PageCopier copier,
+                                                  WorkerDelivery delivery);
+
+// The worker's side of a delivery: a source's flattened copy kept in memory.
+class HeldCopy;
+struct HeldCopyDeleter {
+    void operator()(HeldCopy *copy) const;
+};
+using HeldCopyPtr = std::unique_ptr<HeldCopy, HeldCopyDeleter>;
+
+// Flattens `source` as write_flattened_copy does and keeps the copy. `facts` receives its
+// page count and the pages that could not be copied. Throws as write_flattened_copy does.
+HeldCopyPtr hold_flattened_copy(const std::filesystem::path &source, const std::string &password,
+                                FlattenedCopy &facts);
+
+// Writes `pages` of the held copy to `temp` as close() or close_secured() of an assembler
+// given the same pages would write them. The copy is used up. Throws Error.
+engine::PdfClosed deliver_held_copy(HeldCopy &copy, const std::vector<int> &pages, const DeliveryOrder &order,
+                                    const std::filesystem::path &temp);
 
 } // namespace qf::writers::pdf

@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <memory>
 
-#include <qpdf/ClosedFileInputSource.hh>
 #include <qpdf/PDFVersion.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFWriter.hh>
 
 #include "engine/error.h"
+#include "writers/pdf/mapped_pdf.h"
 #include "writers/pdf/pdf_assembler.h"
 #include "writers/pdf/pdf_conformance.h"
 #include "writers/pdf/pdf_metadata.h"
@@ -21,25 +21,10 @@ namespace {
 using engine::Error;
 using engine::ErrorKind;
 
-// Keeps an input's file open for the guard's life and closes it afterwards whatever happens;
-// reads at other times (stream data while the merged file is written) reopen it briefly.
-class StayOpen {
-  public:
-    explicit StayOpen(ClosedFileInputSource& source) : source_(source) { source_.stayOpen(true); }
-    ~StayOpen() { source_.stayOpen(false); }
-    StayOpen(const StayOpen&) = delete;
-    StayOpen& operator=(const StayOpen&) = delete;
-
-  private:
-    ClosedFileInputSource& source_;
-};
-
-// One input of the merge. The QPDF object outlives the parsing because copied pages read
-// their stream data from it when the merged file is written.
-struct MergeInput {
-    std::shared_ptr<ClosedFileInputSource> source;
-    std::unique_ptr<QPDF> document;
-};
+// One input of the merge, parsed from its file mapped into memory (the inputs are parts this
+// program wrote): copied pages read their stream data from it when the merged file is written,
+// and no descriptor stays open however many inputs there are.
+using MergeInput = std::unique_ptr<MappedPdf>;
 
 // Copies every page of `input` behind the pages of `output`; when one page cannot be copied,
 // none is added. Returns the number of pages added.
@@ -60,19 +45,19 @@ std::size_t append_pages(QPDF& output, QPDF& input)
 // input, or an empty one when the file cannot be read as a PDF.
 MergeInput merge_one(const std::filesystem::path& path, QPDF* base, std::size_t& page_total)
 {
-    MergeInput input{std::make_shared<ClosedFileInputSource>(path.c_str()),
-                     std::make_unique<QPDF>()};
+    MergeInput input;
     try {
-        StayOpen open(*input.source);
-        input.document->setSuppressWarnings(true);
-        input.document->processInputSource(input.source);
-        page_total +=
-            base ? append_pages(*base, *input.document) : input.document->getAllPages().size();
+        input = std::make_unique<MappedPdf>(path, "");
+        page_total += base ? append_pages(*base, **input) : (*input)->getAllPages().size();
     } catch (const std::exception&) {
         return {};
     }
     return input;
 }
+
+std::vector<std::string> write_merged(std::vector<MergeInput>& opened, std::size_t page_total,
+                                      const std::filesystem::path& target,
+                                      const engine::OptionSnapshot& snapshot, bool secured);
 
 // Merges `inputs` into `target`; `secured`, the write is the security pass's as well.
 std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
@@ -88,24 +73,29 @@ std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
         if (!std::filesystem::is_regular_file(path, ignored)) {
             continue;
         }
-        QPDF* base = opened.empty() ? nullptr : opened.front().document.get();
+        QPDF* base = opened.empty() ? nullptr : &**opened.front();
         MergeInput input = merge_one(path, base, page_total);
-        if (!input.document) {
+        if (!input) {
             continue;
         }
         opened.push_back(std::move(input));
         merged(path);
     }
+    return write_merged(opened, page_total, target, snapshot, secured);
+}
+
+// Writes the inputs merged into the first one to `target`.
+std::vector<std::string> write_merged(std::vector<MergeInput>& opened, std::size_t page_total,
+                                      const std::filesystem::path& target,
+                                      const engine::OptionSnapshot& snapshot, bool secured)
+{
     if (opened.empty() || page_total == 0) {
         throw Error(ErrorKind::Output, "no document could be merged", target);
     }
 
     // The first input is the base: its catalog, with XMP and OutputIntents, and its version
     // stay as they are.
-    QPDF& base = *opened.front().document;
-    // The base's own objects are parsed only as the writer reaches them, in many small reads:
-    // its one file stays open until the merged file is written.
-    StayOpen base_open(*opened.front().source);
+    QPDF& base = **opened.front();
     const ConformanceClaim claim = conformance_claim(base, snapshot.mpdfversionnumber);
     try {
         // Each input chose the output intent its own pages needed. The first one's stays when
@@ -161,6 +151,113 @@ std::vector<std::string> merge_and_secure(
     const std::function<void(const std::filesystem::path&)>& merged)
 {
     return merge(inputs, target, snapshot, merged, true);
+}
+
+struct MergeAhead::Prepared {
+    std::filesystem::path path;
+    FileStamp stamp;
+    MergeInput input; // empty when the part could not be read
+    std::size_t pages = 0;
+};
+
+MergeAhead::FileStamp MergeAhead::stamp_of(const std::filesystem::path& path)
+{
+    std::error_code error;
+    FileStamp stamp;
+    if (std::filesystem::is_regular_file(path, error)) {
+        stamp.size = std::filesystem::file_size(path, error);
+        stamp.time = std::filesystem::last_write_time(path, error);
+    }
+    return stamp;
+}
+
+MergeAhead::MergeAhead() : thread_([this] { work(); }) {}
+
+MergeAhead::~MergeAhead()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+void MergeAhead::prepare(const std::filesystem::path& part, bool first)
+{
+    std::unique_lock lock(mutex_);
+    if (first) {
+        // An earlier run's parts: dropped once the thread has let go of them.
+        queue_.clear();
+        changed_.wait(lock, [this] { return !busy_; });
+        prepared_.clear();
+    }
+    queue_.push_back(part);
+    changed_.notify_all();
+}
+
+void MergeAhead::work()
+{
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        changed_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+        if (stopping_) {
+            return;
+        }
+        auto prepared = std::make_unique<Prepared>();
+        prepared->path = queue_.front();
+        queue_.pop_front();
+        QPDF* base = nullptr;
+        for (const auto& earlier : prepared_) {
+            if (earlier->input) {
+                base = &**earlier->input;
+                break;
+            }
+        }
+        busy_ = true;
+        lock.unlock();
+        prepared->stamp = stamp_of(prepared->path);
+        if (prepared->stamp.size > 0) {
+            prepared->input = merge_one(prepared->path, base, prepared->pages);
+        }
+        lock.lock();
+        busy_ = false;
+        prepared_.push_back(std::move(prepared));
+        changed_.notify_all();
+    }
+}
+
+std::vector<std::string> MergeAhead::merge_and_secure(
+    const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target,
+    const engine::OptionSnapshot& snapshot,
+    const std::function<void(const std::filesystem::path&)>& merged)
+{
+    std::vector<std::unique_ptr<Prepared>> prepared;
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return queue_.empty() && !busy_; });
+        prepared.swap(prepared_);
+    }
+    // What was merged ahead stands only for these very inputs, unchanged since.
+    bool fits = prepared.size() == inputs.size();
+    for (std::size_t index = 0; fits && index < inputs.size(); ++index) {
+        fits = prepared[index]->path == inputs[index] && prepared[index]->stamp.size > 0 &&
+               prepared[index]->stamp == stamp_of(inputs[index]);
+    }
+    if (!fits) {
+        prepared.clear();
+        return merge(inputs, target, snapshot, merged, true);
+    }
+    std::vector<MergeInput> opened;
+    std::size_t page_total = 0;
+    for (auto& part : prepared) {
+        if (part->input) {
+            opened.push_back(std::move(part->input));
+            page_total += part->pages;
+            merged(part->path);
+        }
+    }
+    return write_merged(opened, page_total, target, snapshot, true);
 }
 
 } // namespace qf::writers::pdf

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/run_model.h"
@@ -18,9 +23,9 @@ namespace qf::writers::pdf {
 // their own (the profiles of the default resources folder). No security pass
 // happens here. A missing input is passed over in silence; one that cannot be read is passed
 // over too. `merged` is called with each input once its pages are in.
-// Input files are opened one at a time and closed between reads, so any number of inputs
-// stays within the open-file limit; page data is read from them only when the file is
-// written, so the inputs must stay in place until this returns.
+// Input files are parsed from a mapping of each, so any number of inputs stays within the
+// open-file limit; page data is read from them only when the file is written, so the inputs
+// must stay in place until this returns.
 // The file appears under `target` only when complete. Throws engine::Error(ErrorKind::Output)
 // when nothing could be merged or the file could not be written; an earlier file at `target`
 // then stays as it was.
@@ -34,5 +39,45 @@ std::vector<std::string> merge_and_secure(
     const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target,
     const engine::OptionSnapshot& snapshot,
     const std::function<void(const std::filesystem::path&)>& merged);
+
+// A combined run's merge done as its parts are written, on a thread of its own, so that only
+// the write is left for the end: each part is parsed and its pages are copied behind the
+// first part's while the next document is converted.
+class MergeAhead {
+public:
+    MergeAhead();
+    ~MergeAhead();
+    MergeAhead(const MergeAhead&) = delete;
+    MergeAhead& operator=(const MergeAhead&) = delete;
+
+    // A part has been written; `first`, it is the first of a run, and whatever was merged
+    // ahead before is dropped.
+    void prepare(const std::filesystem::path& part, bool first);
+
+    // merge_and_secure(), using what was merged ahead when `inputs` are the parts prepared, in
+    // that order, unchanged since; merging them anew otherwise.
+    std::vector<std::string> merge_and_secure(
+        const std::vector<std::filesystem::path>& inputs, const std::filesystem::path& target,
+        const engine::OptionSnapshot& snapshot,
+        const std::function<void(const std::filesystem::path&)>& merged);
+
+private:
+    struct FileStamp {
+        std::uintmax_t size = 0; // 0 for a file that is not there
+        std::filesystem::file_time_type time{};
+        bool operator==(const FileStamp&) const = default;
+    };
+    struct Prepared;
+    static FileStamp stamp_of(const std::filesystem::path& path);
+    void work();
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<std::filesystem::path> queue_;         // parts not yet merged ahead
+    std::vector<std::unique_ptr<Prepared>> prepared_; // in the order of the parts
+    bool busy_ = false;                               // the thread holds a part
+    bool stopping_ = false;
+    std::thread thread_; // last: started once the rest is ready
+};
 
 } // namespace qf::writers::pdf

@@ -6,6 +6,7 @@
 #include <set>
 
 #include <qpdf/JSON.hh>
+#include <qpdf/QPDFPageDocumentHelper.hh>
 
 #include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_fixtures.h"
@@ -167,6 +168,47 @@ TEST(OnePass, SecuringInTheWriteGivesWhatTheSeparatePassGives)
         // The cipher, revision and permissions; the encryption dictionary's salts are random.
         EXPECT_EQ(run_qpdf({"--show-encryption", one_pass.string()}),
                   run_qpdf({"--show-encryption", old_way.string()}));
+    }
+}
+
+// The pages of the file, each page's content as drawn.
+std::vector<std::string> page_contents(const fs::path &pdf)
+{
+    QPDF document;
+    document.processFile(pdf.c_str(), kOwner);
+    std::vector<std::string> contents;
+    for (auto &page : QPDFPageDocumentHelper(document).getAllPages()) {
+        contents.push_back(test::page_content(page));
+    }
+    return contents;
+}
+
+// A combined run's parts merged as they are written give the pages a merge at the end gives,
+// and a part replaced after it was merged ahead is merged anew.
+TEST(OnePass, MergingAheadGivesWhatMergingAtTheEndGives)
+{
+    test::TempFolder folder;
+    const fs::path source = folder / "source.pdf";
+    test::write_numbered_pdf(source, 3);
+    const auto snapshot = snapshot_for(Output::Combined, 7);
+    const std::vector<fs::path> parts{folder / "a.pdf", folder / "b.pdf"};
+    MergeAhead ahead;
+    for (const bool replaced : {false, true}) {
+        SCOPED_TRACE(replaced ? "a part replaced" : "the parts as written");
+        for (const auto &part : parts) {
+            assemble(part, source, Output::Combined, snapshot)->close();
+            ahead.prepare(part, part == parts.front());
+        }
+        if (replaced) {
+            test::write_numbered_pdf(folder / "other.pdf", 1);
+            fs::rename(folder / "other.pdf", parts.back());
+        }
+        std::vector<fs::path> told;
+        ahead.merge_and_secure(parts, folder / "ahead.pdf", snapshot, [&](const fs::path &part) { told.push_back(part); });
+        merge_and_secure(parts, folder / "end.pdf", snapshot, [](const fs::path &) {});
+        EXPECT_EQ(told, parts);
+        EXPECT_EQ(page_contents(folder / "ahead.pdf"), page_contents(folder / "end.pdf"));
+        EXPECT_EQ(page_contents(folder / "ahead.pdf").size(), replaced ? 5u : 8u);
     }
 }
 
