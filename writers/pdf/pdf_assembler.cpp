@@ -70,6 +70,12 @@ std::unique_ptr<MappedPdf> open_source(const std::filesystem::path &path, const 
         throw Error(ErrorKind::Damaged, "the file could not be read", path);
     }
     try {
+        // Only annotations are flattened (form fields are widget annotations): a document
+        // without any is spared the helpers' walk over every page and its form.
+        const auto &pages = (*pdf)->getAllPages();
+        if (std::none_of(pages.begin(), pages.end(), [](QPDFObjectHandle page) { return page.hasKey("/Annots"); })) {
+            return pdf;
+        }
         QPDFAcroFormDocumentHelper forms(**pdf);
         if (forms.getNeedAppearances()) {
             forms.generateAppearancesIfNeeded();
