@@ -314,6 +314,23 @@ TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
     }
 }
 
+// A multipage file that grows past the 4 GiB a TIFF can address is refused in libtiff's own
+// words, and nothing of it is left. (The open file is grown sparsely to get there at once.)
+TEST(MultipageTiff, AFilePastFourGibIsRefusedWithTheLibrarysReason)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    MultipageTiff writer;
+    writer.open(folder / "huge.tif", {snapshot, 1, "", ""});
+    writer.add_page(flat(kRed), {snapshot, 1, "", ""});
+    ASSERT_EQ(folder.entries().size(), 1u);
+    fs::resize_file(folder / folder.entries()[0], std::uintmax_t{1} << 32);
+    EXPECT_EQ(reason_of([&] { writer.add_page(flat(kRed), {snapshot, 1, "", ""}); }),
+              "TIFFAppendToStrip: Maximum TIFF file size exceeded");
+    EXPECT_NE(reason_of([&] { writer.close(); }), "");
+    EXPECT_EQ(folder.entries(), std::vector<std::string>{});
+}
+
 // Deep colour rewrites every image of a file as 16-bit RGB, keeping lossless compressions and
 // turning the others into LZW; the first two columns, black and white, survive every code.
 TEST(DeepColour, EveryImageBecomesSixteenBitRgb)
