@@ -56,11 +56,7 @@ TEST(Snapshot, ResolutionHasAFloorOf72)
 // newest line first. The listener hears every line once, in order.
 TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
 {
-    const struct {
-        const char* title;
-        std::vector<std::string> steps;
-        std::string log;
-    } cases[] = {
+    const struct { const char* title; std::vector<std::string> steps; std::string log; } cases[] = {
         {"lines over several ticks", {"+one", "tick", "+two", "+three", "tick", "tick"}, "three\ntwo\none\n"},
         {"a replacement between ticks", {"+one", "tick", "+two", "=No Text Found", "+three", "tick"},
          "three\nNo Text Found"},

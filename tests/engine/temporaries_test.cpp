@@ -15,10 +15,7 @@ namespace fs = std::filesystem;
 TEST(Temporaries, AnAbruptEndRemovesEveryOneUnderWay)
 {
     // Many pages written ahead at once and many outputs claimed: far more than a handful.
-    const struct {
-        int files;
-        int folders;
-    } cases[] = {{1, 0}, {0, 1}, {150, 0}, {40, 90}};
+    const struct { int files; int folders; } cases[] = {{1, 0}, {0, 1}, {150, 0}, {40, 90}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.files) + " files, " + std::to_string(c.folders) + " folders");
         test::TempFolder folder;

@@ -200,10 +200,7 @@ TEST_F(DocumentList, FromAndToPopupsRewritePageRangesOrRefuseWithAMessage)
 
 TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
 {
-    struct Case {
-        std::vector<fs::path> dropped;
-        std::vector<std::string> rows;
-    };
+    struct Case { std::vector<fs::path> dropped; std::vector<std::string> rows; };
     const Case cases[] = {
         {{folder / "in" / "sub", folder / "in" / "b.pdf", folder / "in" / "notes.txt"}, {"b.pdf 3 1-3 tiled~no"}},
         {{folder / "in" / "sub", folder / "in" / "notes.txt"}, {}},

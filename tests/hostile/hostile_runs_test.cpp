@@ -156,10 +156,7 @@ TEST_F(HostileRuns, ReadersThatCrashHangOrLoopFailOnlyTheirPage)
     const std::string stopped = "the reader stopped (|" + slow;
     // Each document's failure in PNG, TEXT and PDF (Multipage) output, or its alternatives
     // separated by "|"; empty: it converts.
-    const struct {
-        const char *name;
-        std::string fails[3];
-    } cases[] = {
+    const struct { const char *name; std::string fails[3]; } cases[] = {
         {"loop.pdf", {"unreadable page: cycle in page tree", "unreadable page: cycle in page tree",
                       "Loop detected in /Pages structure (getAllPages)"}},
         {"deep.pdf", {stopped, "", stopped}},

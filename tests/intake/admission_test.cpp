@@ -34,10 +34,7 @@ public:
         return answer;
     }
 
-    struct Question {
-        std::string text;
-        std::string file_name;
-    };
+    struct Question { std::string text; std::string file_name; };
     std::vector<Question> asked;
 
 private:

@@ -54,10 +54,7 @@ TEST(RangeEditing, PopupOffersEveryPage)
 
 TEST(RangeEditing, EditedRangesAreNormalisedAndFromToKept)
 {
-    const struct {
-        const char* typed;
-        const char* kept;
-    } cases[] = {
+    const struct { const char* typed; const char* kept; } cases[] = {
         {"abc", "1"}, {"5-99", "5-12"}, {"4-4", "4"}, {"9-2,3", "9-2,3"},
     };
     for (const auto& c : cases) {

@@ -84,13 +84,7 @@ TEST(PreviewRequests, EnlargedViewAndOtherFiles)
 
 TEST(PreviewRequests, PopupAfterSelection)
 {
-    const struct {
-        const char* pages;
-        const char* tag;
-        bool exists;
-        int rows;
-        bool enabled;
-    } cases[] = {
+    const struct { const char* pages; const char* tag; bool exists; int rows; bool enabled; } cases[] = {
         {"1", "tiled~no", true, 1, false},  {"12", "tiled~no", true, 12, true},
         {"3", "tiled~yes", true, 1, false}, {"12", "tiled~no", false, 0, false},
         {"x", "tiled~no", true, 1, false},

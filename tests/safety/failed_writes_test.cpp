@@ -21,10 +21,7 @@ using engine::OptionId;
 
 enum class Fault { ThroughAFile, Vanishes, FileSizeLimit };
 
-struct OutputKind {
-    const char *format;
-    bool combine;
-};
+struct OutputKind { const char *format; bool combine; };
 
 // The one table of destinations that cannot take the outputs, for every kind of output: a
 // folder that cannot be made (its path goes through a file, which stops even root), a folder

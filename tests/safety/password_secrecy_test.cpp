@@ -124,10 +124,7 @@ TEST_F(PasswordSecrecy, NeitherTheProcessNorItsCrashShowsThePassword)
         encrypted.push_back((folder / "in" / ("locked" + std::to_string(n) + ".pdf")).string());
         fs::copy_file(locked, encrypted.back());
     }
-    const struct {
-        std::vector<std::string> passwords;
-        const std::vector<std::string> &inputs;
-    } cases[] = {
+    const struct { std::vector<std::string> passwords; const std::vector<std::string> &inputs; } cases[] = {
         {{}, plain},
         // Each password given as a separate argument and as one joined by "=".
         {{"--password", kUnlock, "--pdfpassword=" + kOutputOpen, "--pdffullpassword", kOutputMaster,

@@ -71,11 +71,7 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
 {
     TempFolder folder;
     const std::string secret = R"(<QF pdfpassword="c2VjcmV0"/>)";
-    const struct {
-        std::string entries;
-        OptionId id;
-        engine::OptionValue expected;
-    } cases[] = {
+    const struct { std::string entries; OptionId id; engine::OptionValue expected; } cases[] = {
         {R"(<option IMAGEFORMAT="3"/>)", OptionId::imageformat, 3},
         {R"(<option CombineAll="TRUE"/>)", OptionId::combineall, true},
         {R"(<option allowprint="yes"/>)", OptionId::allowprint, false}, // only "true" checks a box
@@ -109,12 +105,7 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
 // A stored popup row outside the popup's rows falls back when the preferences are read.
 TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
 {
-    const struct {
-        const char* key;
-        const char* stored;
-        OptionId id;
-        int expected_row;
-    } cases[] = {
+    const struct { const char* key; const char* stored; OptionId id; int expected_row; } cases[] = {
         {"zoomfactor", "-1", OptionId::zoomfactor, 3},
         {"imageformat", "99", OptionId::imageformat, 5}, // the row it had
     };
@@ -182,10 +173,7 @@ TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
 // writers leave: line breaks, blanks, missing padding, text after the padding.
 TEST(Base64, LenientDecoding)
 {
-    const struct {
-        const char* text;
-        const char* decoded;
-    } cases[] = {
+    const struct { const char* text; const char* decoded; } cases[] = {
         {" Zm9v\r\nYmE ", "fooba"}, {"Zg", "f"}, {"Zg==Zm9v", "f"}, {"//4/Pg==", "\xFF\xFE?>"},
         {"not base64!", "\x9e\x8b\x5b\x6a\xc7\xba"},
     };

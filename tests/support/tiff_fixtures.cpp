@@ -25,9 +25,7 @@ TiffPtr create_tiff(const fs::path& path)
 
 // Bits per sample, samples per pixel and photometric interpretation of each kind, in the
 // order of TiffKind.
-struct KindLayout {
-    std::uint16_t bits, samples, photometric;
-};
+struct KindLayout { std::uint16_t bits, samples, photometric; };
 constexpr KindLayout kLayouts[] = {{8, 3, PHOTOMETRIC_RGB},
                                    {1, 1, PHOTOMETRIC_MINISWHITE},
                                    {1, 1, PHOTOMETRIC_MINISBLACK},

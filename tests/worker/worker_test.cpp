@@ -121,10 +121,7 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
 }
 
 // What a failed request says, and whether the worker that failed it survived.
-struct Outcome {
-    std::string reason;
-    bool replaced = false;
-};
+struct Outcome { std::string reason; bool replaced = false; };
 
 Outcome convert_first_page(WorkerPool& pool, const DocumentRef& ref, int dpi = 150)
 {
@@ -194,12 +191,7 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
     test::make_raw_tiff(folder / "turned.tif",
                         {{.width = 3, .height = 2, .orientation = 6, .xres = 200, .yres = 100,
                           .data = std::vector<std::uint8_t>(6, 128)}});
-    const struct {
-        DocumentKind kind;
-        const char* file;
-        int pageno;
-        PageFacts expected;
-    } cases[] = {
+    const struct { DocumentKind kind; const char* file; int pageno; PageFacts expected; } cases[] = {
         {DocumentKind::Pdf, "boxes.pdf", 2, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
         {DocumentKind::Pdf, "boxes.pdf", 3, {595, 842, 270, 0, 0}},
         {DocumentKind::Tiff, "scan.tif", 1, {300, 200, 0, 300, 150}},
@@ -232,11 +224,7 @@ TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
                                              {.width = 67, .height = 45, .data = grey}});
     test::make_tiff(folder / "fax.tif", {{.width = 203, .height = 97, .kind = test::TiffKind::Bilevel,
                                           .compression = 4}});
-    const struct {
-        const char* file;
-        int pageno;
-        int factor;
-    } cases[] = {
+    const struct { const char* file; int pageno; int factor; } cases[] = {
         {"odd.tif", 1, 2}, {"odd.tif", 2, 8}, {"fax.tif", 1, 8},
     };
     WorkerPool pool(test_settings());
@@ -304,10 +292,7 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
     extra.payload.push_back(0);
     PictureCall three_times;
     three_times.reduce_factor = 3;
-    const struct {
-        const char* what;
-        std::function<void()> decode;
-    } cases[] = {
+    const struct { const char* what; std::function<void()> decode; } cases[] = {
         {"truncated", [&] { decode_opened(truncated); }},
         {"bytes left over", [&] { decode_pdf_probed(extra); }},
         {"wrong type", [&] { decode_opened(encode_text_ready("x")); }},
