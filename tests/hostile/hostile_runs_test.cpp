@@ -101,12 +101,6 @@ TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
          [&](const fs::path &f) { write_encrypted_copy(folder / "plain.pdf", f, PdfEncryption::Aes256, "user", "owner"); },
          1, "", "locked.pdf could not be opened: the document needs a password"},
         {"gone.tif", [](const fs::path &) {}, 1, "", "gone.tif cannot be processed as it could have been moved or deleted"},
-        {"cut.tif",
-         [](const fs::path &f) {
-             make_tiff(f, {TiffPage{.width = 300, .height = 300, .compression = 1}, TiffPage{}});
-             fs::resize_file(f, fs::file_size(f) / 2);
-         },
-         2, "", "cut.tif could not be "},
         // libtiff writes each directory after its image: the last directory ends the file.
         {"end.tif", [&](const fs::path &f) { write_truncated_copy(folder / "three.tif", f, fs::file_size(folder / "three.tif") - 20); },
          3, "", "end.tif page 3 could not be converted: ", {"end Page 001.PNG", "end Page 002.PNG"}},
