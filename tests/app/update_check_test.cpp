@@ -89,13 +89,10 @@ TEST(UpdateCheck, FetchKeepsOnlyAWholeVersionText)
     const OneReplyServer plain_http(reply("200 OK", "9.9.9")); // where a redirect must not lead
     std::string gone_url = OneReplyServer().url;
     std::atomic<bool> cancelled{true};
-    const struct {
-        const char* what;
-        std::string response; // "-": no server at all
-        std::string text;
-        std::chrono::milliseconds wait = 5s;
-        const std::atomic<bool>* cancel = nullptr;
-    } cases[] = {
+    // response: "-" for no server at all
+    const struct { const char* what; std::string response; std::string text;
+                   std::chrono::milliseconds wait = 5s; const std::atomic<bool>* cancel = nullptr;
+                   } cases[] = {
         {"version", reply("200 OK", " 2.0.2\r\n"), "2.0.2"},
         {"read to 64 bytes", reply("200 OK", std::string(100, '9')), std::string(64, '9')},
         {"error page", reply("404 Not Found", "Not Found"), ""},

@@ -34,11 +34,8 @@ TEST(CheckRange, ClampsAndShortens)
 // (only its ends are compared).
 TEST(Expansion, FollowsTheTextInOrderAndJudgesTheWholeByItsEnds)
 {
-    const struct {
-        const char* text; // Page Ranges; "from-to" of the popups when prefixed by '#'
-        std::vector<int> expected;
-        bool whole;
-    } cases[] = {
+    // text: Page Ranges; "from-to" of the popups when prefixed by '#'
+    const struct { const char* text; std::vector<int> expected; bool whole; } cases[] = {
         {"3-3", {3}, false},
         {"3,3", {3, 3}, false},
         {"1-3,2", {1, 2, 3, 2}, false},

@@ -37,10 +37,8 @@ TEST(Snapshot, CodesAndCopyRules)
 
 TEST(Snapshot, ResolutionHasAFloorOf72)
 {
-    const struct {
-        const char* text;
-        int dpi;
-    } cases[] = {{"71", 72}, {"0", 72}, {"abc", 72}, {"72", 72}, {"300", 300}, {"150.9", 150}, {"", 72}};
+    const struct { const char* text; int dpi;
+                   } cases[] = {{"71", 72}, {"0", 72}, {"abc", 72}, {"72", 72}, {"300", 300}, {"150.9", 150}, {"", 72}};
     for (const auto& c : cases) {
         OptionValues values = settings::default_values();
         values.set(OptionId::DotsPerInch, std::string(c.text));

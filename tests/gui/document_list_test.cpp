@@ -231,11 +231,10 @@ TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
 {
     const fs::path locked = folder / "<img src=x>.pdf";
     write_encrypted_copy(folder / "in" / "b.pdf", locked, PdfEncryption::Aes128, "pw", "owner");
-    struct Case {
-        const char* name;
-        std::vector<std::pair<const char*, bool>> answers; // typed, then OK (true) or Return
-        const char* password; // of the row; nullptr: no row
-    };
+    // answers: typed, then OK (true) or Return
+    // password: of the row; nullptr: no row
+    struct Case { const char* name; std::vector<std::pair<const char*, bool>> answers; const char* password;
+                  };
     const Case cases[] = {
         {"OK with the password", {{"pw", true}}, "pw"},
         {"Return cancels, typed text or not", {{"pw", false}}, nullptr},

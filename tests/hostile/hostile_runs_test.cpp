@@ -85,14 +85,12 @@ TEST_F(HostileRuns, BadDocumentsEachGetTheirLineAndTheRunGoesOn)
 {
     write_numbered_pdf(folder / "plain.pdf", 2);
     make_tiff(folder / "three.tif", std::vector<TiffPage>(3, TiffPage{.width = 40, .height = 30}));
-    const struct {
-        const char *name;
-        std::function<void(const fs::path &)> make;
-        int pages;                   // as the row claims
-        std::string ranges;          // the row's selection; empty for all
-        std::string line;            // the failure line, or its start when it ends in a space
-        std::vector<const char *> saved; // outputs of the pages that are whole
-    } cases[] = {
+    // pages: as the row claims
+    // ranges: the row's selection; empty for all
+    // line: the failure line, or its start when it ends in a space
+    // saved: outputs of the pages that are whole
+    const struct { const char *name; std::function<void(const fs::path &)> make; int pages;
+                   std::string ranges; std::string line; std::vector<const char *> saved; } cases[] = {
         {"empty.pdf", [](const fs::path &f) { write_text_file(f, ""); }, 1, "", "empty.pdf could not be opened: "},
         {"notes.tif", [](const fs::path &f) { write_text_file(f, std::string("II*\0 no", 8)); }, 1, "",
          "notes.tif could not be opened: "},

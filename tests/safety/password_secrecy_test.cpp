@@ -68,12 +68,10 @@ protected:
 TEST_F(PasswordSecrecy, NoRunLeavesAPasswordAnywhere)
 {
     const std::string scan = (folder / "in" / "scan.tif").string();
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        const char *line; // on standard error
-        bool locked;      // the outputs open only with the profile's password
-    } cases[] = {
+    // line: on standard error
+    // locked: the outputs open only with the profile's password
+    const struct { std::vector<std::string> arguments; int status; const char *line; bool locked;
+                   } cases[] = {
         {{"--format", "JPEG", "--password", kUnlock}, 0, ""},
         {{"--format", "TIFF (Single Page)", "--password=" + kWrong, "--password=" + kUnlock}, 0, ""},
         {{"--format", "TEXT", "--password-file", (folder / "keys" / "passwords.txt").string()}, 0, ""},

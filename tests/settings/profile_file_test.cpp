@@ -123,11 +123,8 @@ TEST(ProfileFile, BrokenProfilesChangeNothing)
 {
     TempFolder folder;
     std::filesystem::create_directories(folder / "a folder.qfk");
-    const struct {
-        const char* file;
-        const char* content; // nullptr: not written
-        const char* message;
-    } cases[] = {
+    // content: nullptr when not written
+    const struct { const char* file; const char* content; const char* message; } cases[] = {
         {"cut.qfk", "<QUIREFOLDSETTINGS><QF imageformat=\"3\"/><QF", "The settings file cut.qfk is not an XML file"},
         {"empty.qfk", "", "The settings file empty.qfk holds no settings"},
         {"bare.qfk", "<R><QF imageformat=\"3\"/><QF/><QF zoomfactor=\"5\"/></R>",

@@ -74,6 +74,7 @@ void write_page(TIFF* tif, const TiffPage& page, int index)
     TIFFSetField(tif, TIFFTAG_IMAGELENGTH, std::uint32_t(page.height));
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tif, TIFFTAG_COMPRESSION, page.compression);
+    TIFFSetField(tif, TIFFTAG_FILLORDER, page.fill_order);
     TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, layout.bits);
     TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samples);
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, layout.photometric);

@@ -73,14 +73,9 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
     test::make_tiff(folder / "scan.tif",
                     {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
                      {.kind = test::TiffKind::Bilevel, .compression = 4}});
-    const struct {
-        DocumentKind kind;
-        const char* file;
-        const char* password;
-        int pageno; // 0: only open the document
-        engine::RenderRequest request;
-        bool fails;
-    } cases[] = {
+    // pageno: 0 to only open the document
+    const struct { DocumentKind kind; const char* file; const char* password; int pageno;
+                   engine::RenderRequest request; bool fails; } cases[] = {
         {DocumentKind::Pdf, "sample.pdf", "", 1, {.dpi = 150}, false},
         {DocumentKind::Pdf, "sample.pdf", "", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}, false},
         {DocumentKind::Pdf, "locked.pdf", "open", 1, {.dpi = 72}, false},
@@ -143,13 +138,9 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
     write_sample_pdf(folder / "good.pdf");
     test::write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
     test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
-    const struct {
-        const char* file;
-        int dpi;
-        std::size_t data_limit_mb; // 0: the default
-        const char* reason;
-        bool replaced;
-    } cases[] = {
+    // data_limit_mb: 0 for the default
+    const struct { const char* file; int dpi; std::size_t data_limit_mb; const char* reason; bool replaced;
+                   } cases[] = {
         {"bomb.pdf", 900, 0, "the page needs more memory than the limit of 64 MB", false},
 #if !defined(__SANITIZE_ADDRESS__)
         // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.

@@ -91,11 +91,8 @@ TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
 // the earlier file whole, with no temporary beside it.
 TEST(PictureWriters, ReplaceTheEarlierFileOnlyWithAWholeOne)
 {
-    const struct {
-        engine::PictureFileWriter write;
-        const char* name;
-        int (*width)(const std::filesystem::path&);
-    } writers[] = {
+    const struct { engine::PictureFileWriter write; const char* name;
+                   int (*width)(const std::filesystem::path&); } writers[] = {
         {write_jpeg, "kept.jpg", [](const std::filesystem::path& file) { return test::read_jpeg(file).image.width; }},
         {write_png, "kept.png", [](const std::filesystem::path& file) { return test::read_png(file).image.width; }},
         {write_tiff_single, "kept.tif", [](const std::filesystem::path& file) { return test::read_tiff(file).at(0).width; }},
@@ -199,11 +196,9 @@ void expect_near(const Rgb& actual, const Rgb& expected, int tolerance)
 // document name are the file's unless blank, when the run's are.
 TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
 {
-    const struct {
-        int row, code, compression; // row of the popup; -1: `code` as it stands
-        bool bilevel;
-        const char* source_text = ""; // the source's copyright and document name
-    } cases[] = {
+    // row: of the popup; -1 takes `code` as it stands
+    // source_text: the source's copyright and document name
+    const struct { int row, code, compression; bool bilevel; const char* source_text = ""; } cases[] = {
         {0, 0, 1, false, "  Source (c) "}, {1, 0, 32773, false, " \t"}, {2, 0, 5, false},
         {3, 0, 3, true},   {4, 0, 4, true},   {5, 0, 7, false},   {6, 0, 8, false},  {7, 0, 2, true},
         {-1, 6, 1, false},
@@ -251,10 +246,9 @@ TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
 // JPEG), "c" close, "e" a close that must fail.
 TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
 {
-    const struct {
-        std::vector<std::string> steps;
-        std::vector<std::pair<std::string, std::size_t>> files; // name and page count
-    } cases[] = {
+    // files: name and page count
+    const struct { std::vector<std::string> steps; std::vector<std::pair<std::string, std::size_t>> files;
+                   } cases[] = {
         {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
         {{"o none.tif", "x", "e"}, {}},
         {{"o abandoned.tif", "+"}, {}},
