@@ -44,6 +44,7 @@ TEST(Temporaries, ThoseOfAKilledProcessAreRecognisedAndOnlyThose)
     ASSERT_EQ(::pipe(named), 0);
     const pid_t live = ::fork();
     if (live == 0) {
+        std::signal(SIGHUP, SIG_DFL); // whatever the test was started with
         const std::string name = sibling_temp_name(folder / "other.JPG").filename().string();
         (void)!::write(named[1], name.data(), name.size());
         ::pause();
@@ -67,6 +68,7 @@ TEST(Temporaries, ThoseOfAKilledProcessAreRecognisedAndOnlyThose)
     const mode_t mask = ::umask(022); // an output is made as any new file is
     ::umask(mask);
     EXPECT_EQ(static_cast<mode_t>(fs::status(mine).permissions()), 0666 & ~mask);
+    ::usleep(200000); // time enough to end, had the sweep signalled it
     EXPECT_EQ(::waitpid(live, nullptr, WNOHANG), 0) << "the run under way was signalled";
     ::kill(live, SIGKILL);
     ::waitpid(live, nullptr, 0);
