@@ -223,7 +223,8 @@ def main():
                 stillborn += 1
                 continue
             status, out = run(test_cmd, os.path.join(tree, "build"), args.limit)
-            failed = re.findall(r"^\s*\d+ - (\S+)", out, re.M)
+            # the tests that failed, not those listed as skipped or not run
+            failed = re.findall(r"^\s*\d+ - (\S+) \((?!Skipped|Not Run|Disabled)", out, re.M)
             if status == 0:
                 verdict, by = "SURVIVED", ""
                 survived += 1

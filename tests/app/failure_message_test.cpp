@@ -22,10 +22,7 @@ std::exception_ptr thrown(E e)
 TEST(FailureMessage, SaysWhatHappenedInPlainWords)
 {
     namespace fs = std::filesystem;
-    const struct {
-        std::exception_ptr failure;
-        const char* message;
-    } cases[] = {
+    const struct { std::exception_ptr failure; const char* message; } cases[] = {
         {thrown(std::logic_error("basic_string: construction from null is not valid")),
          "an unexpected internal error occurred"},
         {thrown(std::bad_alloc()), "there is not enough memory"},

@@ -28,11 +28,9 @@ std::string parse(const std::vector<std::string>& arguments, CliRequest& request
 
 TEST(CliOptions, EmptyValuesAreTakenOrRefusedWithAUsageMessage)
 {
-    const struct {
-        std::vector<std::string> arguments;
-        std::string usage; // empty: accepted
-        OptionId option;   // when accepted: an option that must now be empty
-    } cases[] = {
+    // usage: empty when accepted
+    // option: when accepted: an option that must now be empty
+    const struct { std::vector<std::string> arguments; std::string usage; OptionId option; } cases[] = {
         {{"--pdftitle=Report", "--pdftitle", "", "a.tif"}, "", OptionId::pdftitle},
         {{"-o", " ", "a.tif"}, "-o needs a folder; leave it out, or give \"[Source Folder]\", to save beside the "
                               "first document", OptionId::savein},
@@ -55,11 +53,8 @@ TEST(CliOptions, EmptyValuesAreTakenOrRefusedWithAUsageMessage)
 
 TEST(CliOptions, PagesAndUsePageRangesFollowTheirOrder)
 {
-    const struct {
-        std::vector<std::string> arguments;
-        bool use_ranges;
-        const char* pages; // nullptr: no --pages
-    } cases[] = {
+    // pages: nullptr for no --pages
+    const struct { std::vector<std::string> arguments; bool use_ranges; const char* pages; } cases[] = {
         {{"--pages", "2-3"}, true, "2-3"},
         {{"--pages", "2-3", "--no-usepageranges"}, false, "2-3"},
         {{"--no-usepageranges", "--pages=2-3"}, true, "2-3"},

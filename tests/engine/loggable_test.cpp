@@ -8,11 +8,7 @@ namespace {
 
 TEST(Loggable, KeepsUtf8AndMarksEverythingElse)
 {
-    const struct
-    {
-        std::string text;
-        std::string shown;
-    } cases[] = {
+    const struct { std::string text; std::string shown; } cases[] = {
         {"report.pdf page 2", "report.pdf page 2"},
         {"r\xC3\xA9sum\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x93\x84",
          "r\xC3\xA9sum\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x93\x84"},

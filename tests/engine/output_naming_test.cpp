@@ -14,20 +14,15 @@ namespace fs = std::filesystem;
 // documents), "out" (the chosen output folder) and "work" (a combined run's scratch).
 TEST(OutputNaming, NamesAndPathsFollowFormatSelectionAndDestination)
 {
-    const struct {
-        const char* doc; // in "src"; "other/NAME" for a document whose folder is not the first's
-        const char* pages;
-        const char* format;
-        int pageno, first, last;
-        bool whole;
-        const char* path; // expected, under the folder
-        bool single = false;
-        const char* savein = nullptr; // nullptr: "out/"
-        bool onefolder = false;
-        bool combine = false;
-        std::vector<const char*> existing = {}; // files already in "out"
-        const char* previous = "";              // the name the selection's first page got
-    } cases[] = {
+    // doc: in "src"; "other/NAME" for a document whose folder is not the first's
+    // path: expected, under the folder
+    // savein: nullptr for "out/"
+    // existing: files already in "out"
+    // previous: the name the selection's first page got
+    const struct { const char* doc; const char* pages; const char* format; int pageno, first, last;
+                   bool whole; const char* path; bool single = false; const char* savein = nullptr;
+                   bool onefolder = false; bool combine = false; std::vector<const char*> existing = {};
+                   const char* previous = ""; } cases[] = {
         {"report.pdf", "12", kJpeg, 7, 7, 7, false, "out/report Page 007.JPG"},
         {"report.pdf", "12", kPng, 12, 1, 12, true, "out/report Page 012.PNG"},
         {"report.pdf", "12", kTiffSinglePage, 3, 3, 4, false, "out/report Page 003.TIF", true},

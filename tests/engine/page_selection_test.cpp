@@ -19,11 +19,7 @@ DocumentRow row_of(const char* pages, const char* from, const char* to, const ch
 
 TEST(CheckRange, ClampsAndShortens)
 {
-    const struct {
-        const char* text;
-        const char* pages;
-        const char* expected;
-    } cases[] = {
+    const struct { const char* text; const char* pages; const char* expected; } cases[] = {
         {"0", "12", "1"},          {"5-99", "12", "5-12"},   {"x", "12", "1"},          {"-7", "12", "1-7"},
         {"7-", "12", "7-12"},      {"4-4", "12", "4"},       {"9-2", "12", "9-2"},      {"", "12", "1"},
         {"1,", "12", "1,1"},       {" 3 - 5 ", "12", "3-5"}, {"1-3,8,12-8", "12", "1-3,8,12-8"},
@@ -38,11 +34,8 @@ TEST(CheckRange, ClampsAndShortens)
 // (only its ends are compared).
 TEST(Expansion, FollowsTheTextInOrderAndJudgesTheWholeByItsEnds)
 {
-    const struct {
-        const char* text; // Page Ranges; "from-to" of the popups when prefixed by '#'
-        std::vector<int> expected;
-        bool whole;
-    } cases[] = {
+    // text: Page Ranges; "from-to" of the popups when prefixed by '#'
+    const struct { const char* text; std::vector<int> expected; bool whole; } cases[] = {
         {"3-3", {3}, false},
         {"3,3", {3, 3}, false},
         {"1-3,2", {1, 2, 3, 2}, false},

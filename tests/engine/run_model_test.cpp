@@ -37,10 +37,8 @@ TEST(Snapshot, CodesAndCopyRules)
 
 TEST(Snapshot, ResolutionHasAFloorOf72)
 {
-    const struct {
-        const char* text;
-        int dpi;
-    } cases[] = {{"71", 72}, {"0", 72}, {"abc", 72}, {"72", 72}, {"300", 300}, {"150.9", 150}, {"", 72}};
+    const struct { const char* text; int dpi;
+                   } cases[] = {{"71", 72}, {"0", 72}, {"abc", 72}, {"72", 72}, {"300", 300}, {"150.9", 150}, {"", 72}};
     for (const auto& c : cases) {
         OptionValues values = settings::default_values();
         values.set(OptionId::DotsPerInch, std::string(c.text));
@@ -56,11 +54,7 @@ TEST(Snapshot, ResolutionHasAFloorOf72)
 // newest line first. The listener hears every line once, in order.
 TEST(RunLog, ChangesSinceATickRebuildTheWholeLog)
 {
-    const struct {
-        const char* title;
-        std::vector<std::string> steps;
-        std::string log;
-    } cases[] = {
+    const struct { const char* title; std::vector<std::string> steps; std::string log; } cases[] = {
         {"lines over several ticks", {"+one", "tick", "+two", "+three", "tick", "tick"}, "three\ntwo\none\n"},
         {"a replacement between ticks", {"+one", "tick", "+two", "=No Text Found", "+three", "tick"},
          "three\nNo Text Found"},

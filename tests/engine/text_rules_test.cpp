@@ -8,10 +8,7 @@ namespace {
 
 TEST(Val, ReadsTheLeadingNumberOnly)
 {
-    const struct {
-        const char* text;
-        double expected;
-    } cases[] = {
+    const struct { const char* text; double expected; } cases[] = {
         {"  72dpi", 72}, {"abc", 0}, {"", 0}, {"-7", -7}, {"1e3x", 1000}, {"12-8", 12}, {".5", 0.5}, {"- 3", 0},
     };
     for (const auto& c : cases) {
@@ -34,11 +31,7 @@ TEST(IsNumeric, WantsTheWholeTextToBeANumber)
 
 TEST(Zeropad, PadsToTheWidthAndNeverCuts)
 {
-    const struct {
-        const char* text;
-        int width;
-        const char* expected;
-    } cases[] = {
+    const struct { const char* text; int width; const char* expected; } cases[] = {
         {"7", 3, "007"}, {"12", 3, "012"}, {"1234", 3, "1234"}, {"5", 1, "5"},
     };
     for (const auto& c : cases) {
@@ -48,10 +41,7 @@ TEST(Zeropad, PadsToTheWidthAndNeverCuts)
 
 TEST(Santitext, ReplacesQuotesInOrder)
 {
-    const struct {
-        const char* text;
-        const char* expected;
-    } cases[] = {
+    const struct { const char* text; const char* expected; } cases[] = {
         {"say \"hi\"", "say \\\"hi\\\""},
         {"\u201Cquoted\u201D", "\\\"quoted\\\""},
         {"\u2018it\u2019s\u201A", "'it's'"},

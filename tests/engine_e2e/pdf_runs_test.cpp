@@ -98,22 +98,24 @@ TEST_F(PdfRuns, G4ScansPassIntoThePdfCompressedAndShowTheSamePixels)
 {
     const auto scan = folder / "scan.tif";
     make_tiff(scan, {TiffPage{.width = 160, .height = 120, .kind = TiffKind::Bilevel, .compression = 4, .xres = 72, .yres = 72},
-                     TiffPage{.width = 160, .height = 120, .kind = TiffKind::BilevelMinIsBlack, .compression = 4}});
+                     TiffPage{.width = 160, .height = 120, .kind = TiffKind::BilevelMinIsBlack, .compression = 4},
+                     TiffPage{.width = 160, .height = 120, .kind = TiffKind::Bilevel, .compression = 4, .fill_order = 2}});
     harness.run(options_for(out(), "PDF (Multipage)"), {admitted_row(scan)});
     QPDF written;
     open_pdf(written, out() / "scan.PDF");
     const auto pages = QPDFPageDocumentHelper(written).getAllPages();
-    ASSERT_EQ(pages.size(), 2u);
+    ASSERT_EQ(pages.size(), 3u);
     for (const auto& page : pages) {
         auto images = page_images(page);
         ASSERT_EQ(images.size(), 1u);
         EXPECT_EQ(images[0].getDict().getKey("/Filter").getName(), "/CCITTFaxDecode");
     }
-    // Both polarities show the black square black.
+    // Both polarities and both bit orders show the same picture, the black square black.
     auto drawn = sources::open_pdf_source({out() / "scan.PDF", "", engine::kTiledNo});
-    for (int page = 1; page <= 2; ++page) {
-        const auto picture = drawn->picture(page, {.dpi = 72, .zoom = 1});
-        EXPECT_LT(picture.pixels[picture.stride() * 30 + 3 * 40], 60) << page;
+    const auto first = drawn->picture(1, {.dpi = 72, .zoom = 1});
+    EXPECT_LT(first.pixels[first.stride() * 30 + 3 * 40], 60);
+    for (int page = 2; page <= 3; ++page) {
+        EXPECT_EQ(drawn->picture(page, {.dpi = 72, .zoom = 1}).pixels, first.pixels) << page;
     }
 }
 

@@ -40,18 +40,12 @@ TEST_F(TiffRuns, OutputsFollowTheSelectionAndTheKind)
     make_tiff(folder / "single.tif", {TiffPage{}});
     make_tiff(folder / "tiled.tiff", {TiffPage{.tiled = true}, TiffPage{.width = 32, .height = 32, .tiled = true}});
     make_tiff(folder / "b.tif", {TiffPage{.width = 20, .height = 10}});
-    const struct {
-        const char *format;
-        std::vector<const char *> documents;
-        const char *ranges; // empty: every page
-        const char *combined;
-        std::vector<std::string> written;
-        const char *last_line;
-        const char *picture; // one of `written`, its image `index`: width and lower right pixel
-        std::size_t index;
-        int width;
-        std::array<std::uint8_t, 3> corner;
-    } cases[] = {
+    // ranges: empty for every page
+    // picture: one of `written`, its image `index`: width and lower right pixel
+    const struct { const char *format; std::vector<const char *> documents; const char *ranges;
+                   const char *combined; std::vector<std::string> written; const char *last_line;
+                   const char *picture; std::size_t index; int width; std::array<std::uint8_t, 3> corner;
+                   } cases[] = {
         {"PNG", {"book.tif"}, "4,2", "", {"book Page 002.PNG", "book Page 004.PNG"}, "book Page 002.PNG has been Saved",
          "book Page 004.PNG", 0, 64, {230, 200, 20}},
         {"TIFF (Multipage)", {"book.tif"}, "2,3,2", "", {"book Page 002 to 002.TIF"}, "Close TIFF",
@@ -94,12 +88,8 @@ TEST_F(TiffRuns, AnUnexpectedErrorFailsItsDocumentAndTheRunGoesOn)
     make_tiff(second, {TiffPage{}});
     struct NotAStdException {};
     // Where a library throws something of its own, and the line its document then gets.
-    const struct {
-        const char* title;
-        bool opening; // else writing
-        void (*raise)();
-        const char* line;
-    } cases[] = {
+    // opening: else writing
+    const struct { const char* title; bool opening; void (*raise)(); const char* line; } cases[] = {
         {"out of memory while opening", true, [] { throw std::bad_alloc(); },
          "first.tif could not be opened: not enough memory"},
         {"a type of its own while opening", true, [] { throw NotAStdException(); },

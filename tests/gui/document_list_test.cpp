@@ -200,10 +200,7 @@ TEST_F(DocumentList, FromAndToPopupsRewritePageRangesOrRefuseWithAMessage)
 
 TEST_F(Loading, DroppedFilesLoadAfterTheDropAndADroppedFolderDoesNothing)
 {
-    struct Case {
-        std::vector<fs::path> dropped;
-        std::vector<std::string> rows;
-    };
+    struct Case { std::vector<fs::path> dropped; std::vector<std::string> rows; };
     const Case cases[] = {
         {{folder / "in" / "sub", folder / "in" / "b.pdf", folder / "in" / "notes.txt"}, {"b.pdf 3 1-3 tiled~no"}},
         {{folder / "in" / "sub", folder / "in" / "notes.txt"}, {}},
@@ -234,11 +231,10 @@ TEST_F(Loading, ThePasswordQuestionTriesOnlyOnOkAndAsksUntilOpenedOrCancelled)
 {
     const fs::path locked = folder / "<img src=x>.pdf";
     write_encrypted_copy(folder / "in" / "b.pdf", locked, PdfEncryption::Aes128, "pw", "owner");
-    struct Case {
-        const char* name;
-        std::vector<std::pair<const char*, bool>> answers; // typed, then OK (true) or Return
-        const char* password; // of the row; nullptr: no row
-    };
+    // answers: typed, then OK (true) or Return
+    // password: of the row; nullptr: no row
+    struct Case { const char* name; std::vector<std::pair<const char*, bool>> answers; const char* password;
+                  };
     const Case cases[] = {
         {"OK with the password", {{"pw", true}}, "pw"},
         {"Return cancels, typed text or not", {{"pw", false}}, nullptr},

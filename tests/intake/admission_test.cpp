@@ -34,10 +34,7 @@ public:
         return answer;
     }
 
-    struct Question {
-        std::string text;
-        std::string file_name;
-    };
+    struct Question { std::string text; std::string file_name; };
     std::vector<Question> asked;
 
 private:
@@ -70,14 +67,10 @@ TEST(Admission, EachFileIsListedWithItsRowOrDroppedWithTheReason)
     };
     const auto bytes = [](std::string text) { return [=](const fs::path& f) { test::write_text_file(f, text); }; };
     const auto nothing = [](const fs::path&) {};
-    const struct {
-        const char* name;
-        std::function<void(const fs::path&)> make;
-        const char* reason; // empty: admitted
-        const char* pages = "";
-        const char* ranges = "";
-        const char* tag = "tiled~no";
-    } cases[] = {
+    // reason: empty when admitted
+    const struct { const char* name; std::function<void(const fs::path&)> make; const char* reason;
+                   const char* pages = ""; const char* ranges = ""; const char* tag = "tiled~no";
+                   } cases[] = {
         {"one.pdf", pdf(1), "", "1", "1"},
         {"twelve.pdf", pdf(12), "", "12", "1-12"},
         {"three.tif", tiff(3), "", "3", "1-3"},
@@ -134,13 +127,9 @@ TEST(Admission, PasswordAnswersAndUnreadablePdfs)
     test::write_text_file(folder / "damaged.pdf", "%PDF-1.4\nthis is no PDF body at all\n");
     test::write_text_file(folder / "empty.pdf", "");
     const auto pw = [](const char* text) { return PromptAnswer::try_password(text); };
-    const struct {
-        const char* name;
-        std::deque<PromptAnswer> answers;
-        bool ask_for_unreadable;
-        std::size_t asks;
-        const char* outcome; // "row PAGES PASSWORD", or the start of the reason
-    } cases[] = {
+    // outcome: "row PAGES PASSWORD", or the start of the reason
+    const struct { const char* name; std::deque<PromptAnswer> answers; bool ask_for_unreadable;
+                   std::size_t asks; const char* outcome; } cases[] = {
         {"locked.pdf", {pw("wrong"), pw(""), pw("right horse")}, true, 3, "row 3 right horse"},
         {"owner-only.pdf", {}, true, 0, "row 2 "},
         {"locked.pdf", {}, true, 1, "could not be opened without a password"},

@@ -16,17 +16,10 @@ engine::ListRow row_of(const char* pages, const char* from, const char* to, cons
 
 TEST(RangeEditing, PopupChoiceRefusesCrossedValuesAndRewritesRanges)
 {
-    const struct {
-        const char* pages;
-        const char* from;
-        const char* to;
-        int column;
-        int chosen;
-        const char* message; // empty: accepted
-        const char* from_after;
-        const char* to_after;
-        const char* ranges_after;
-    } cases[] = {
+    // message: empty when accepted
+    const struct { const char* pages; const char* from; const char* to; int column; int chosen;
+                   const char* message; const char* from_after; const char* to_after;
+                   const char* ranges_after; } cases[] = {
         {"12", "5", "9", 3, 3, "The To Page value cannot be smaller than the From Page value", "5", "9", "2,4"},
         {"12", "5", "9", 2, 12, "The To Page value cannot be larger than the From Page value", "5", "9", "2,4"},
         {"12", "5", "9", 2, 9, "", "9", "9", "9-9"},
@@ -54,10 +47,7 @@ TEST(RangeEditing, PopupOffersEveryPage)
 
 TEST(RangeEditing, EditedRangesAreNormalisedAndFromToKept)
 {
-    const struct {
-        const char* typed;
-        const char* kept;
-    } cases[] = {
+    const struct { const char* typed; const char* kept; } cases[] = {
         {"abc", "1"}, {"5-99", "5-12"}, {"4-4", "4"}, {"9-2,3", "9-2,3"},
     };
     for (const auto& c : cases) {

@@ -21,17 +21,10 @@ constexpr PaneSize kPane{324, 400};
 TEST(PreviewRequests, SizesByDocumentPageAndEvent)
 {
     using E = PictureEvent;
-    const struct {
-        const char* what;
-        const char* name;
-        const char* tag;
-        FirstPage first;
-        E event;
-        int page;
-        int pageno, width, height; // PDF: page and box
-        int index, factor;         // TIFF: image and reduction
-        bool tiled_image;
-    } cases[] = {
+    // pageno, width, height: for a PDF, its page and box
+    // index, factor: for a TIFF, its image and reduction
+    const struct { const char* what; const char* name; const char* tag; FirstPage first; E event; int page;
+                   int pageno, width, height; int index, factor; bool tiled_image; } cases[] = {
         {"portrait selected", "a.pdf", "tiled~no", {612, 792, 0}, E::Selection, 1, 1, 1296, 1600, 0, 1, false},
         {"portrait page 3", "a.pdf", "tiled~no", {612, 792, 0}, E::PageChange, 3, 3, 648, 800, 0, 1, false},
         // Selection takes no account of rotation; a page change turns the box; a resize does not.
@@ -84,13 +77,7 @@ TEST(PreviewRequests, EnlargedViewAndOtherFiles)
 
 TEST(PreviewRequests, PopupAfterSelection)
 {
-    const struct {
-        const char* pages;
-        const char* tag;
-        bool exists;
-        int rows;
-        bool enabled;
-    } cases[] = {
+    const struct { const char* pages; const char* tag; bool exists; int rows; bool enabled; } cases[] = {
         {"1", "tiled~no", true, 1, false},  {"12", "tiled~no", true, 12, true},
         {"3", "tiled~yes", true, 1, false}, {"12", "tiled~no", false, 0, false},
         {"x", "tiled~no", true, 1, false},

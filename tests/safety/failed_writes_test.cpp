@@ -21,10 +21,7 @@ using engine::OptionId;
 
 enum class Fault { ThroughAFile, Vanishes, FileSizeLimit };
 
-struct OutputKind {
-    const char *format;
-    bool combine;
-};
+struct OutputKind { const char *format; bool combine; };
 
 // The one table of destinations that cannot take the outputs, for every kind of output: a
 // folder that cannot be made (its path goes through a file, which stops even root), a folder
@@ -49,11 +46,8 @@ TEST(FailedWrites, AnUnwritableDestinationIsReportedAndTheRunGoesOn)
         {"PDF (Single Page)", false}, {"PDF (Multipage)", false}, {"TEXT", false},
         {"TIFF (Multipage)", true}, {"PDF (Multipage)", true},
     };
-    const struct {
-        const char *title;
-        Fault fault;
-        std::string reason; // the end of each failure line
-    } cases[] = {
+    // reason: the end of each failure line
+    const struct { const char *title; Fault fault; std::string reason; } cases[] = {
         {"folder through a file", Fault::ThroughAFile, " could not be saved: Not a directory"},
         {"folder vanishes", Fault::Vanishes, ""},
         {"file size limit", Fault::FileSizeLimit, " could not be saved: File too large"},

@@ -33,16 +33,13 @@ void make_source(const fs::path& file)
 TEST(NoFileLost, ARunTouchesOnlyWhatItWrites)
 {
     const char* work = "home/org.quirefold.extract"; // a file there: no work folder can be made
-    const struct {
-        const char* title;
-        const char* format;
-        std::vector<const char*> sources;
-        std::vector<const char*> earlier; // files there before
-        std::vector<const char*> added;   // what the run adds; none: it stops with one line
-        const char* line = "";
-        const char* savein = "in/";          // under the folder, or as it stands when blank
-        const char* combined_name = nullptr; // a combined run
-    } cases[] = {
+    // earlier: files there before
+    // added: what the run adds; none: it stops with one line
+    // savein: under the folder, or as it stands when blank
+    // combined_name: a combined run
+    const struct { const char* title; const char* format; std::vector<const char*> sources;
+                   std::vector<const char*> earlier; std::vector<const char*> added; const char* line = "";
+                   const char* savein = "in/"; const char* combined_name = nullptr; } cases[] = {
         {"multipage PDF of a whole PDF", "PDF (Multipage)", {"memo.PDF"}, {}, {"in/memo 1.PDF"}},
         // A TIFF kept under a picture's name: the engine guards it whatever the extension.
         {"JPEG of a TIFF named .JPG", "JPEG", {"photo.JPG"}, {}, {"in/photo 1.JPG"}},

@@ -2,6 +2,7 @@
 // Passwords never show: not in the log, messages, standard output or error, file names,
 // scratch files, stamped tags, output bytes, the command line other users can read, nor a core
 // dump.
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -67,12 +68,10 @@ protected:
 TEST_F(PasswordSecrecy, NoRunLeavesAPasswordAnywhere)
 {
     const std::string scan = (folder / "in" / "scan.tif").string();
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        const char *line; // on standard error
-        bool locked;      // the outputs open only with the profile's password
-    } cases[] = {
+    // line: on standard error
+    // locked: the outputs open only with the profile's password
+    const struct { std::vector<std::string> arguments; int status; const char *line; bool locked;
+                   } cases[] = {
         {{"--format", "JPEG", "--password", kUnlock}, 0, ""},
         {{"--format", "TIFF (Single Page)", "--password=" + kWrong, "--password=" + kUnlock}, 0, ""},
         {{"--format", "TEXT", "--password-file", (folder / "keys" / "passwords.txt").string()}, 0, ""},
@@ -100,18 +99,6 @@ TEST_F(PasswordSecrecy, NoRunLeavesAPasswordAnywhere)
     }
 }
 
-// Files named like core dumps ("core", "core.PID") in `folder`.
-std::vector<fs::path> core_files(const fs::path &folder)
-{
-    std::vector<fs::path> cores;
-    for (const auto &entry : fs::directory_iterator(folder)) {
-        if (entry.path().filename().string().starts_with("core")) {
-            cores.push_back(entry.path());
-        }
-    }
-    return cores;
-}
-
 // While a run works, its command line as other users read it holds no password; crashed, it
 // leaves no core dump to hold one, where a run without a password leaves its core if the
 // system keeps them.
@@ -124,16 +111,18 @@ TEST_F(PasswordSecrecy, NeitherTheProcessNorItsCrashShowsThePassword)
         encrypted.push_back((folder / "in" / ("locked" + std::to_string(n) + ".pdf")).string());
         fs::copy_file(locked, encrypted.back());
     }
-    const struct {
-        std::vector<std::string> passwords;
-        const std::vector<std::string> &inputs;
-    } cases[] = {
+    const struct { std::vector<std::string> passwords; const std::vector<std::string> &inputs; } cases[] = {
         {{}, plain},
         // Each password given as a separate argument and as one joined by "=".
         {{"--password", kUnlock, "--pdfpassword=" + kOutputOpen, "--pdffullpassword", kOutputMaster,
           "--password=" + kWrong, "--pdffullpassword=" + kOutputMaster, "--pdfpassword", kOutputOpen}, encrypted},
     };
     bool system_keeps_cores = false;
+    const auto cores = [](const fs::path &folder) { // files named "core" or "core.PID"
+        return std::count_if(fs::directory_iterator(folder), {}, [](const fs::directory_entry &entry) {
+            return entry.path().filename().string().starts_with("core");
+        });
+    };
     for (const auto &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.passwords));
         std::vector<std::string> arguments{"--format", "PNG", "--dpi", "100", "--jobs", "1", "-o", (folder / "out").string()};
@@ -150,9 +139,9 @@ TEST_F(PasswordSecrecy, NeitherTheProcessNorItsCrashShowsThePassword)
         EXPECT_EQ(child.finish(), 128 + SIGABRT);
         EXPECT_EQ(processes_left(data_home, 3s), std::vector<pid_t>{});
         if (c.passwords.empty()) {
-            system_keeps_cores = !core_files(crash).empty();
+            system_keeps_cores = cores(crash) > 0;
         } else if (system_keeps_cores) {
-            EXPECT_EQ(core_files(crash), std::vector<fs::path>{}) << "a run holding a password leaves no core dump";
+            EXPECT_EQ(cores(crash), 0) << "a run holding a password leaves no core dump";
         }
     }
 }

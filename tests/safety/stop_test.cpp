@@ -44,14 +44,10 @@ TEST(StopARun, WhatWasSavedStaysWholeAndNothingHalfMadeIsDelivered)
         write_numbered_pdf(folder / ("doc" + std::to_string(n) + ".pdf"), 3);
         rows.push_back(admitted_row(folder / ("doc" + std::to_string(n) + ".pdf")));
     }
-    const struct {
-        const char *format;
-        bool combine;
-        bool abort;
-        const char *at; // the line, or "page 2 of doc2.pdf"; empty: before the run starts
-        std::vector<std::string> names;
-        int pages; // of the combined file
-    } cases[] = {
+    // at: the line, or "page 2 of doc2.pdf"; empty for before the run starts
+    // pages: of the combined file
+    const struct { const char *format; bool combine; bool abort; const char *at;
+                   std::vector<std::string> names; int pages; } cases[] = {
         {"PDF (Multipage)", true, false, "", {}, 0},
         {"PDF (Multipage)", true, false, "Page 2 is being Processed ", {"Combine.PDF"}, 3},
         {"PDF (Multipage)", true, false, "doc4.pdf is being Processed", {"Combine.PDF"}, 12},
@@ -118,12 +114,8 @@ TEST(InterruptTheCommandLine, OnceTwiceOrKilledLeavesWholeFilesAndNoReader)
         inputs.push_back((folder / ("slow" + std::to_string(n) + ".tif")).string());
         make_tiff(inputs.back(), std::vector<TiffPage>(12, TiffPage{.width = 1700, .height = 2200}));
     }
-    const struct {
-        int signals;
-        int status;
-        const char *said; // on standard error
-        std::vector<std::string> names;
-    } cases[] = {
+    // said: on standard error
+    const struct { int signals; int status; const char *said; std::vector<std::string> names; } cases[] = {
         {1, 3, "Stopping after the document under way", {"Combine.PDF"}},
         {2, 2, "Stopped at once", {}},
         {0, 128 + SIGKILL, "", {}}, // killed: the next run clears the scratch it could not

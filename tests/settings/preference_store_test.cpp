@@ -10,15 +10,6 @@ namespace {
 
 using engine::OptionId;
 
-TEST(Preferences, EmptyStoreKeepsEveryDefault)
-{
-    MemoryPreferenceStore store;
-    engine::OptionValues values = default_values();
-    loadsettings(store, values);
-    EXPECT_TRUE(values == default_values());
-    EXPECT_EQ(values.row(OptionId::zoomfactor), 2); // the built-in default, not the fallback row
-}
-
 TEST(Preferences, SaveThenLoadRestoresAllButTheDocumentName)
 {
     MemoryPreferenceStore store;
@@ -40,6 +31,7 @@ TEST(Preferences, SaveThenLoadRestoresAllButTheDocumentName)
     EXPECT_FALSE(store.contains("tiffdocumentname"));
 }
 
+// A value of the wrong kind is as good as none: the option keeps its default.
 TEST(Preferences, ValuesOfTheWrongKindCountAsAbsent)
 {
     MemoryPreferenceStore store;

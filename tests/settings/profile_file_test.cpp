@@ -71,11 +71,7 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
 {
     TempFolder folder;
     const std::string secret = R"(<QF pdfpassword="c2VjcmV0"/>)";
-    const struct {
-        std::string entries;
-        OptionId id;
-        engine::OptionValue expected;
-    } cases[] = {
+    const struct { std::string entries; OptionId id; engine::OptionValue expected; } cases[] = {
         {R"(<option IMAGEFORMAT="3"/>)", OptionId::imageformat, 3},
         {R"(<option CombineAll="TRUE"/>)", OptionId::combineall, true},
         {R"(<option allowprint="yes"/>)", OptionId::allowprint, false}, // only "true" checks a box
@@ -109,12 +105,7 @@ TEST(ProfileFile, EachEntrySetsItsOptionOrFallsBack)
 // A stored popup row outside the popup's rows falls back when the preferences are read.
 TEST(Preferences, StoredRowsOutsideThePopupsFallBack)
 {
-    const struct {
-        const char* key;
-        const char* stored;
-        OptionId id;
-        int expected_row;
-    } cases[] = {
+    const struct { const char* key; const char* stored; OptionId id; int expected_row; } cases[] = {
         {"zoomfactor", "-1", OptionId::zoomfactor, 3},
         {"imageformat", "99", OptionId::imageformat, 5}, // the row it had
     };
@@ -132,11 +123,8 @@ TEST(ProfileFile, BrokenProfilesChangeNothing)
 {
     TempFolder folder;
     std::filesystem::create_directories(folder / "a folder.qfk");
-    const struct {
-        const char* file;
-        const char* content; // nullptr: not written
-        const char* message;
-    } cases[] = {
+    // content: nullptr when not written
+    const struct { const char* file; const char* content; const char* message; } cases[] = {
         {"cut.qfk", "<QUIREFOLDSETTINGS><QF imageformat=\"3\"/><QF", "The settings file cut.qfk is not an XML file"},
         {"empty.qfk", "", "The settings file empty.qfk holds no settings"},
         {"bare.qfk", "<R><QF imageformat=\"3\"/><QF/><QF zoomfactor=\"5\"/></R>",
@@ -182,10 +170,7 @@ TEST(ProfileFile, FailedSaveLeavesNoFileAndSaysSo)
 // writers leave: line breaks, blanks, missing padding, text after the padding.
 TEST(Base64, LenientDecoding)
 {
-    const struct {
-        const char* text;
-        const char* decoded;
-    } cases[] = {
+    const struct { const char* text; const char* decoded; } cases[] = {
         {" Zm9v\r\nYmE ", "fooba"}, {"Zg", "f"}, {"Zg==Zm9v", "f"}, {"//4/Pg==", "\xFF\xFE?>"},
         {"not base64!", "\x9e\x8b\x5b\x6a\xc7\xba"},
     };

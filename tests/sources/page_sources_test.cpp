@@ -314,13 +314,11 @@ TEST(TiffSource, PagesReadAsViewersShowThemInEveryOrientation)
 TEST(TiffSource, EveryPixelFormBecomesEightBitRgbOverWhite)
 {
     const std::uint64_t full = 65535;
-    const struct {
-        const char* name;
-        test::RawTiffImage image; // one row as stored
-        std::vector<int> grey;    // expected value of each pixel shown: red, green and blue alike
-        const char* shown;        // or the letters expected, or the refusal
-        PixelFormat format = PixelFormat::Rgb8;
-    } cases[] = {
+    // image: one row as stored
+    // grey: expected value of each pixel shown: red, green and blue alike
+    // shown: or the letters expected, or the refusal
+    const struct { const char* name; test::RawTiffImage image; std::vector<int> grey; const char* shown;
+                   PixelFormat format = PixelFormat::Rgb8; } cases[] = {
         {"white and green map", {.width = 3, .bits_per_sample = 1, .photometric = 3,
                                  .colour_map = {65535, 0, 65535, 65535, 65535, 0}, .data = test::pack_samples({0, 1, 1}, 3, 1)},
          {}, "WGG"},

@@ -58,12 +58,9 @@ void write_raw_pdf(const fs::path& target, const std::vector<std::string>& objec
     write_bytes(target, file);
 }
 
-struct RawPage {
-    std::string media_box = "[0 0 612 792]";
-    std::string resources = "<< >>";
-    std::string content;
-    std::string page_entries; // more entries of the page dictionary
-};
+// page_entries: more entries of the page dictionary
+struct RawPage { std::string media_box = "[0 0 612 792]"; std::string resources = "<< >>";
+                 std::string content; std::string page_entries; };
 
 // One page: objects 1 to 4 are the catalog, the page tree, the page and its content stream;
 // extra_objects become objects 5, 6, ...

@@ -27,10 +27,7 @@ FilePtr open_for_reading(const fs::path& file)
     return handle;
 }
 
-struct JpegReadFailure {
-    jpeg_error_mgr manager;
-    std::jmp_buf jump;
-};
+struct JpegReadFailure { jpeg_error_mgr manager; std::jmp_buf jump; };
 
 // Only plain C data in this frame, so that the long jump out of libjpeg skips no destructor.
 bool decode_jpeg(std::FILE* file, JpegFile& result)
@@ -142,9 +139,6 @@ PngFile read_png(const fs::path& file)
         throw std::runtime_error("not a PNG: " + file.string());
     }
     PngFile result;
-    result.bit_depth = header.bit_depth;
-    result.color_type = header.color_type;
-    result.interlaced = header.interlace_method != 0;
     std::size_t size = 0;
     if (spng_decoded_image_size(decoder.get(), SPNG_FMT_RGB8, &size) != 0) {
         throw std::runtime_error("PNG size unknown: " + file.string());
@@ -153,8 +147,6 @@ PngFile read_png(const fs::path& file)
     if (spng_decode_image(decoder.get(), result.image.samples.data(), size, SPNG_FMT_RGB8, 0)) {
         throw std::runtime_error("PNG pixels cannot be decoded: " + file.string());
     }
-    spng_phys phys{};
-    result.has_phys = spng_get_phys(decoder.get(), &phys) == 0;
     return result;
 }
 

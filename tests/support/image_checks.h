@@ -37,10 +37,6 @@ JpegFile read_jpeg(const std::filesystem::path& file);
 
 struct PngFile {
     DecodedImage image; // 8-bit RGB whatever the file holds
-    int bit_depth = 0;
-    int color_type = 0; // the IHDR value: 2 truecolour, 6 truecolour with alpha, ...
-    bool interlaced = false;
-    bool has_phys = false; // a pHYs (physical pixel size) chunk is present
 };
 PngFile read_png(const std::filesystem::path& file);
 

@@ -25,9 +25,7 @@ TiffPtr create_tiff(const fs::path& path)
 
 // Bits per sample, samples per pixel and photometric interpretation of each kind, in the
 // order of TiffKind.
-struct KindLayout {
-    std::uint16_t bits, samples, photometric;
-};
+struct KindLayout { std::uint16_t bits, samples, photometric; };
 constexpr KindLayout kLayouts[] = {{8, 3, PHOTOMETRIC_RGB},
                                    {1, 1, PHOTOMETRIC_MINISWHITE},
                                    {1, 1, PHOTOMETRIC_MINISBLACK},
@@ -76,6 +74,7 @@ void write_page(TIFF* tif, const TiffPage& page, int index)
     TIFFSetField(tif, TIFFTAG_IMAGELENGTH, std::uint32_t(page.height));
     TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tif, TIFFTAG_COMPRESSION, page.compression);
+    TIFFSetField(tif, TIFFTAG_FILLORDER, page.fill_order);
     TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, layout.bits);
     TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samples);
     TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, layout.photometric);

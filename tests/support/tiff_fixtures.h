@@ -28,6 +28,7 @@ struct TiffPage {
     int width = 64, height = 48;
     TiffKind kind = TiffKind::Rgb;
     std::uint16_t compression = 5; // LZW; 4 for CCITT G4 on bilevel pages
+    std::uint16_t fill_order = 1;  // 2: each byte's bits stored least significant first
     bool tiled = false;            // 16 by 16 tiles
     float xres = 0, yres = 0;      // 0: no resolution tags
     std::uint16_t resolution_unit = 2; // inch

@@ -73,14 +73,9 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
     test::make_tiff(folder / "scan.tif",
                     {{.kind = test::TiffKind::Rgb, .xres = 300, .yres = 300, .copyright = "(c) Scan"},
                      {.kind = test::TiffKind::Bilevel, .compression = 4}});
-    const struct {
-        DocumentKind kind;
-        const char* file;
-        const char* password;
-        int pageno; // 0: only open the document
-        engine::RenderRequest request;
-        bool fails;
-    } cases[] = {
+    // pageno: 0 to only open the document
+    const struct { DocumentKind kind; const char* file; const char* password; int pageno;
+                   engine::RenderRequest request; bool fails; } cases[] = {
         {DocumentKind::Pdf, "sample.pdf", "", 1, {.dpi = 150}, false},
         {DocumentKind::Pdf, "sample.pdf", "", 2, {.dpi = 72, .zoom = 3, .jpeg_order = true}, false},
         {DocumentKind::Pdf, "locked.pdf", "open", 1, {.dpi = 72}, false},
@@ -121,10 +116,7 @@ TEST(Worker, ReadsAndFailsAsTheProcessItselfDoes)
 }
 
 // What a failed request says, and whether the worker that failed it survived.
-struct Outcome {
-    std::string reason;
-    bool replaced = false;
-};
+struct Outcome { std::string reason; bool replaced = false; };
 
 Outcome convert_first_page(WorkerPool& pool, const DocumentRef& ref, int dpi = 150)
 {
@@ -146,13 +138,9 @@ TEST(Worker, HostileDocumentFailsOnlyItsOwnRequest)
     write_sample_pdf(folder / "good.pdf");
     test::write_image_bomb_pdf(folder / "bomb.pdf", 60000, 60000);
     test::write_tiff_header_only(folder / "huge.tif", 16000, 16000);
-    const struct {
-        const char* file;
-        int dpi;
-        std::size_t data_limit_mb; // 0: the default
-        const char* reason;
-        bool replaced;
-    } cases[] = {
+    // data_limit_mb: 0 for the default
+    const struct { const char* file; int dpi; std::size_t data_limit_mb; const char* reason; bool replaced;
+                   } cases[] = {
         {"bomb.pdf", 900, 0, "the page needs more memory than the limit of 64 MB", false},
 #if !defined(__SANITIZE_ADDRESS__)
         // A gigabyte of pixels for the TIFF reader, which the PDF reader's ceiling does not see.
@@ -194,12 +182,7 @@ TEST(Worker, TellsPageSizesAndTurnsWithoutDrawing)
     test::make_raw_tiff(folder / "turned.tif",
                         {{.width = 3, .height = 2, .orientation = 6, .xres = 200, .yres = 100,
                           .data = std::vector<std::uint8_t>(6, 128)}});
-    const struct {
-        DocumentKind kind;
-        const char* file;
-        int pageno;
-        PageFacts expected;
-    } cases[] = {
+    const struct { DocumentKind kind; const char* file; int pageno; PageFacts expected; } cases[] = {
         {DocumentKind::Pdf, "boxes.pdf", 2, {490, 260, 270, 0, 0}}, // the CropBox within the MediaBox
         {DocumentKind::Pdf, "boxes.pdf", 3, {595, 842, 270, 0, 0}},
         {DocumentKind::Tiff, "scan.tif", 1, {300, 200, 0, 300, 150}},
@@ -232,11 +215,7 @@ TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
                                              {.width = 67, .height = 45, .data = grey}});
     test::make_tiff(folder / "fax.tif", {{.width = 203, .height = 97, .kind = test::TiffKind::Bilevel,
                                           .compression = 4}});
-    const struct {
-        const char* file;
-        int pageno;
-        int factor;
-    } cases[] = {
+    const struct { const char* file; int pageno; int factor; } cases[] = {
         {"odd.tif", 1, 2}, {"odd.tif", 2, 8}, {"fax.tif", 1, 8},
     };
     WorkerPool pool(test_settings());
@@ -304,10 +283,7 @@ TEST(WorkerProtocol, RefusesMalformedReplies)
     extra.payload.push_back(0);
     PictureCall three_times;
     three_times.reduce_factor = 3;
-    const struct {
-        const char* what;
-        std::function<void()> decode;
-    } cases[] = {
+    const struct { const char* what; std::function<void()> decode; } cases[] = {
         {"truncated", [&] { decode_opened(truncated); }},
         {"bytes left over", [&] { decode_pdf_probed(extra); }},
         {"wrong type", [&] { decode_opened(encode_text_ready("x")); }},

@@ -91,11 +91,8 @@ TEST(JpegWriter, WritesProgressiveRgbWithTheRunsResolution)
 // the earlier file whole, with no temporary beside it.
 TEST(PictureWriters, ReplaceTheEarlierFileOnlyWithAWholeOne)
 {
-    const struct {
-        engine::PictureFileWriter write;
-        const char* name;
-        int (*width)(const std::filesystem::path&);
-    } writers[] = {
+    const struct { engine::PictureFileWriter write; const char* name;
+                   int (*width)(const std::filesystem::path&); } writers[] = {
         {write_jpeg, "kept.jpg", [](const std::filesystem::path& file) { return test::read_jpeg(file).image.width; }},
         {write_png, "kept.png", [](const std::filesystem::path& file) { return test::read_png(file).image.width; }},
         {write_tiff_single, "kept.tif", [](const std::filesystem::path& file) { return test::read_tiff(file).at(0).width; }},
@@ -199,11 +196,9 @@ void expect_near(const Rgb& actual, const Rgb& expected, int tolerance)
 // document name are the file's unless blank, when the run's are.
 TEST(TiffWriter, EveryCompressionCodeGivesAReadableFileOfItsForm)
 {
-    const struct {
-        int row, code, compression; // row of the popup; -1: `code` as it stands
-        bool bilevel;
-        const char* source_text = ""; // the source's copyright and document name
-    } cases[] = {
+    // row: of the popup; -1 takes `code` as it stands
+    // source_text: the source's copyright and document name
+    const struct { int row, code, compression; bool bilevel; const char* source_text = ""; } cases[] = {
         {0, 0, 1, false, "  Source (c) "}, {1, 0, 32773, false, " \t"}, {2, 0, 5, false},
         {3, 0, 3, true},   {4, 0, 4, true},   {5, 0, 7, false},   {6, 0, 8, false},  {7, 0, 2, true},
         {-1, 6, 1, false},
@@ -296,10 +291,9 @@ TEST(TiffWriter, GroupFourPagesDecodeToExactlyTheirPixels)
 // JPEG), "c" close, "e" a close that must fail.
 TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
 {
-    const struct {
-        std::vector<std::string> steps;
-        std::vector<std::pair<std::string, std::size_t>> files; // name and page count
-    } cases[] = {
+    // files: name and page count
+    const struct { std::vector<std::string> steps; std::vector<std::pair<std::string, std::size_t>> files;
+                   } cases[] = {
         {{"o mixed.tif", "+", "x", "x", "+", "c"}, {{"mixed.tif", 2}}},
         {{"o none.tif", "x", "e"}, {}},
         {{"o abandoned.tif", "+"}, {}},
@@ -357,6 +351,23 @@ TEST(MultipageTiff, EveryFileHoldsThePagesThatWereAddedOrIsNotThere)
         }
         EXPECT_EQ(folder.entries(), names);
     }
+}
+
+// A multipage file that grows past the 4 GiB a TIFF can address is refused in libtiff's own
+// words, and nothing of it is left. (The open file is grown sparsely to get there at once.)
+TEST(MultipageTiff, AFilePastFourGibIsRefusedWithTheLibrarysReason)
+{
+    test::OutputFolder folder;
+    const engine::OptionSnapshot snapshot = run_snapshot();
+    MultipageTiff writer;
+    writer.open(folder / "huge.tif", {snapshot, 1, "", ""});
+    writer.add_page(flat(kRed), {snapshot, 1, "", ""});
+    ASSERT_EQ(folder.entries().size(), 1u);
+    fs::resize_file(folder / folder.entries()[0], std::uintmax_t{1} << 32);
+    EXPECT_EQ(reason_of([&] { writer.add_page(flat(kRed), {snapshot, 1, "", ""}); }),
+              "TIFFAppendToStrip: Maximum TIFF file size exceeded");
+    EXPECT_NE(reason_of([&] { writer.close(); }), "");
+    EXPECT_EQ(folder.entries(), std::vector<std::string>{});
 }
 
 // Deep colour rewrites every image of a file as 16-bit RGB, keeping lossless compressions and

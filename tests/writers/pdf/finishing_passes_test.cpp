@@ -32,9 +32,7 @@ const struct { int enlvl; const char* row; int revision, version; QPDF::encrypti
     {3, "128 Bit AES", 4, 4, QPDF::e_aes, 128}, {4, "256 Bit AES", 6, 5, QPDF::e_aesv3, 256},
 };
 
-struct Rights {
-    bool copy, print, annotate;
-};
+struct Rights { bool copy, print, annotate; };
 // Each right refused alone, then all of them.
 const Rights kRights[] = {{true, true, true},  {false, true, true},  {true, false, true},
                           {true, true, false}, {false, false, false}};

@@ -8,6 +8,7 @@
 #include <qpdf/JSON.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
 
+#include "settings/base64.h"
 #include "tests/support/pdf_examine.h"
 #include "tests/support/pdf_fixtures.h"
 #include "tests/support/process.h"
@@ -23,25 +24,6 @@ namespace fs = std::filesystem;
 
 const char *const kOwner = "owner-secret";
 
-// Stream data as qpdf's JSON gives it (Base64), decoded.
-std::string base64_decoded(const std::string &text)
-{
-    static const std::string digits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string bytes;
-    unsigned bits = 0;
-    int count = 0;
-    for (const char c : text) {
-        if (const auto digit = digits.find(c); digit != std::string::npos) { // not padding
-            bits = (bits << 6) | static_cast<unsigned>(digit);
-            if ((count += 6) >= 8) {
-                bytes += static_cast<char>((bits >> (count -= 8)) & 0xFF);
-            }
-        }
-    }
-    return bytes;
-}
-
 // `value` without the dictionary entries whose keys are in `left_out`, at any depth, stream
 // data decoded and the XMP packet's random document and instance ids left out.
 JSON normalised(const JSON &value, const std::set<std::string> &left_out)
@@ -53,7 +35,7 @@ JSON normalised(const JSON &value, const std::set<std::string> &left_out)
             if (key == "data" && item.getString(data)) {
                 static const std::regex uuid("uuid:[0-9a-f-]+");
                 kept.addDictionaryMember(key, JSON::makeString(std::regex_replace(
-                                                  base64_decoded(data), uuid, "uuid:")));
+                                                  settings::decode_base64(data), uuid, "uuid:")));
             } else if (left_out.count(key) == 0) {
                 kept.addDictionaryMember(key, normalised(item, left_out));
             }
