@@ -376,20 +376,55 @@ TEST(Conformance, EachCodeGivesItsVersionAndStandard)
     }
 }
 
+// One page showing text in a subset font and in a Type 3 font whose glyph shows text in a font
+// of the Type 3 font's own resources, none embedded; a gray image that asks for interpolation
+// and an RGB inline image.
+void write_fonts_and_images_pdf(const fs::path &target)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    const auto font = [&](const std::string &name) {
+        return pdf.makeIndirectObject(QPDFObjectHandle::parse(
+            "<< /Type /Font /Subtype /Type1 /BaseFont /" + name + " >>")).unparse();
+    };
+    auto glyph = test::new_stream(pdf, "500 0 d0 BT /F2 10 Tf (x) Tj ET", "<< >>");
+    auto type3 = pdf.makeIndirectObject(QPDFObjectHandle::parse(&pdf,
+        "<< /Type /Font /Subtype /Type3 /FontBBox [0 0 500 500] /FontMatrix [0.001 0 0 0.001 0 0] "
+        "/CharProcs << /a " + glyph.unparse() + " >> /Encoding << /Differences [97 /a] >> "
+        "/FirstChar 97 /LastChar 97 /Widths [500] "
+        "/Resources << /Font << /F2 " + font("Courier") + " >> >> >>"));
+    auto image = test::new_stream(pdf, "\x20\x80\xc0\xff",
+        "<< /Type /XObject /Subtype /Image /Width 2 /Height 2 /ColorSpace /DeviceGray "
+        "/BitsPerComponent 8 /Interpolate true >>");
+    QPDFObjectHandle page = QPDFObjectHandle::parse(&pdf,
+        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << /Font << /F1 " +
+        font("ABCDEF+Helvetica") + " /F3 " + type3.unparse() + " >> /XObject << /Im1 " +
+        image.unparse() + " >> >> >>");
+    page.replaceKey("/Contents", pdf.newStream("BT /F1 10 Tf (Hi) Tj /F3 10 Tf (a) Tj ET "
+        "20 0 0 20 0 0 cm /Im1 Do BI /W 1 /H 1 /CS /RGB /BPC 8 ID \xff\x10\x10 EI\n"));
+    pdf.addPage(pdf.makeIndirectObject(page), false);
+    QPDFWriter(pdf, target.c_str()).write();
+}
+
+// Each reason once, at the first page that shows it; the file is written regardless, with the
+// output intent its pages' colours need (components; 0: none) and no image interpolated.
 TEST(Conformance, ReportsWhatKeepsCopiedPagesFromConforming)
 {
     const std::string font = "page 1 uses the font Helvetica which is not embedded",
                       untagged = "page 1 has no tagged structure",
                       transparency = "page 1 uses transparency, which PDF/A-1 does not allow";
-    const struct { int code; const char *source; std::vector<std::string> reasons; } cases[] = {
-        {7, "numbered.pdf", {}},           {14, "numbered.pdf", {font}},
-        {15, "numbered.pdf", {font}},      {14, "translucent.pdf", {transparency}},
-        {16, "translucent.pdf", {transparency, untagged}},
-        {18, "translucent.pdf", {}},
+    const struct { int code; const char *source; std::vector<std::string> reasons; int intent;
+    } cases[] = {
+        {7, "numbered.pdf", {}, 0},              {14, "numbered.pdf", {font}, 1},
+        {15, "numbered.pdf", {font}, 4},         {14, "translucent.pdf", {transparency}, 3},
+        {16, "translucent.pdf", {transparency, untagged}, 3},
+        {18, "translucent.pdf", {}, 3},
+        {14, "fonts.pdf", {font, "page 1 uses the font Courier which is not embedded"}, 3},
     };
     test::TempFolder folder;
     test::write_numbered_pdf(folder / "numbered.pdf", 3);
     write_painted_pdf(folder / "translucent.pdf", {"1 0 0 rg"}, "<< /Type /ExtGState /ca 0.5 >>");
+    write_fonts_and_images_pdf(folder / "fonts.pdf");
     for (const auto &c : cases) {
         SCOPED_TRACE(std::to_string(c.code) + " " + c.source);
         const auto target = folder / "out.pdf";
@@ -397,9 +432,16 @@ TEST(Conformance, ReportsWhatKeepsCopiedPagesFromConforming)
         for (int pageno = 1; pageno <= 3; ++pageno) {
             assembler->add_pdf_page(folder / c.source, "", c.source[0] == 'n' ? pageno : 1);
         }
-        // Each reason once, at the first page that shows it; the file is written regardless.
         EXPECT_EQ(assembler->close(), c.reasons);
-        EXPECT_EQ(test::pdf_page_count(target), 3);
+        QPDF pdf;
+        test::open_pdf(pdf, target);
+        EXPECT_EQ(pdf.getAllPages().size(), 3u);
+        QPDFObjectHandle intents = pdf.getRoot().getKey("/OutputIntents");
+        EXPECT_EQ(intents.isArray() ? intents.getArrayItem(0).getKey("/DestOutputProfile").getDict()
+                                          .getKey("/N").getIntValue() : 0, c.intent);
+        for (auto &object : pdf.getAllObjects()) {
+            EXPECT_FALSE(object.isStream() && object.getDict().hasKey("/Interpolate"));
+        }
     }
 }
 
