@@ -252,6 +252,7 @@ TEST(TiffWriter, GroupFourPagesDecodeToExactlyTheirPixels)
         {"all black", 70, 3, [](int, int) { return true; }},
         {"first and last columns", 129, 4, [](int x, int) { return x == 0 || x == 128; }},
         {"alternating", 63, 4, [](int x, int y) { return (x + y) % 2 == 0; }},
+        {"each make-up code", 1800, 28, [](int x, int y) { return x >= 64 * y + 10; }},
         {"runs past 2560", 6000, 5, [](int x, int y) { return y % 2 ? x >= 3 * y && x < 5900 : x >= 5990; }},
         {"vertical", 100, 28, [&](int x, int y) { return x >= edge(y) && x < edge(y) + 9; }},
         {"pass", 80, 6, [](int x, int y) { return y % 2 ? x >= 40 && x < 50 : x >= 9 && x < 15; }},
@@ -498,10 +499,10 @@ TEST(ExifStamper, StampReadsBackAsExifToolsStampOfTheSameTexts)
 {
     const std::string hostile = "He said \"hi\", it's `id` $HOME $(touch pwned) @home";
     const engine::StampRequest cases[] = {
-        {"300", "", ""}, {"50", "  Owner 2024 ", "  Ann Author "}, {"150.5", hostile, hostile},
+        {"300", "", ""}, {"1", "  Owner 2024 ", "  Ann Author "}, {"150.5", hostile, hostile},
         {"", "Owner", "Ann"}, {"72", "\u201CCurly\u201D \u2018single\u2019 \u201Alow\u201E", ""},
         {"600", "M\u00FCller \u00A9 2024 \u2014 Zo\u00EB \u5317\u4EAC", "first\nsecond\ttab"},
-        {"1200", "caf\xe9 \xff", "caf\xe9 \xc3 \xf0\x8f\xbf\xbf \xed\xa0\x80 \xf4\x90\x80\x80"},
+        {"1200", "caf\xe9 \xff", "caf\xe9 \xc3 \u30BF \xf0\x8f\xbf\xbf \xed\xa0\x80 \xf4\x90\x80\x80"},
         {"72.3333333", "-copyright=twice", "#not a comment"},
         {"abc", "Owner", "Ann"}, {"72,5", "Owner", ""}, {"-5", "Owner", ""},
     };

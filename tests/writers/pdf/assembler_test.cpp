@@ -376,20 +376,64 @@ TEST(Conformance, EachCodeGivesItsVersionAndStandard)
     }
 }
 
+// One page showing text in a subset font and in a Type 3 font whose glyph shows text in a font
+// of the Type 3 font's own resources, none embedded, and in an embedded CID font of the
+// Identity ordering without a ToUnicode map; a gray image that asks for interpolation and an
+// RGB inline image.
+void write_fonts_and_images_pdf(const fs::path &target)
+{
+    QPDF pdf;
+    pdf.emptyPDF();
+    const auto font = [&](const std::string &entries) {
+        return pdf.makeIndirectObject(QPDFObjectHandle::parse(&pdf, "<< /Type /Font " + entries +
+                                                                        " >>")).unparse();
+    };
+    const std::string cid_font = font("/Subtype /Type0 /BaseFont /Gothic /Encoding /Identity-H "
+        "/DescendantFonts [<< /Type /Font /Subtype /CIDFontType2 /BaseFont /Gothic /CIDSystemInfo "
+        "<< /Registry (Adobe) /Ordering (Identity) /Supplement 0 >> /FontDescriptor << /FontFile2 " +
+        test::new_stream(pdf, "glyphs", "<< >>").unparse() + " >> >>]");
+    auto glyph = test::new_stream(pdf, "500 0 d0 BT /F2 10 Tf (x) Tj ET", "<< >>");
+    auto type3 = pdf.makeIndirectObject(QPDFObjectHandle::parse(&pdf,
+        "<< /Type /Font /Subtype /Type3 /FontBBox [0 0 500 500] /FontMatrix [0.001 0 0 0.001 0 0] "
+        "/CharProcs << /a " + glyph.unparse() + " >> /Encoding << /Differences [97 /a] >> "
+        "/FirstChar 97 /LastChar 97 /Widths [500] "
+        "/Resources << /Font << /F2 " + font("/Subtype /Type1 /BaseFont /Courier") + " >> >> >>"));
+    auto image = test::new_stream(pdf, "\x20\x80\xc0\xff",
+        "<< /Type /XObject /Subtype /Image /Width 2 /Height 2 /ColorSpace /DeviceGray "
+        "/BitsPerComponent 8 /Interpolate true >>");
+    QPDFObjectHandle page = QPDFObjectHandle::parse(&pdf,
+        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << /Font << /F1 " +
+        font("/Subtype /Type1 /BaseFont /ABCDEF+Helvetica") + " /F3 " + type3.unparse() +
+        " /F4 " + cid_font + " >> /XObject << /Im1 " + image.unparse() + " >> >> >>");
+    page.replaceKey("/Contents", pdf.newStream("BT /F1 10 Tf (Hi) Tj /F3 10 Tf (a) Tj "
+        "/F4 10 Tf <0001> Tj ET 20 0 0 20 0 0 cm /Im1 Do BI /W 1 /H 1 /CS /RGB /BPC 8 ID \xff\x10\x10 EI\n"));
+    pdf.addPage(pdf.makeIndirectObject(page), false);
+    QPDFWriter(pdf, target.c_str()).write();
+}
+
+// Each reason once, at the first page that shows it; the file is written regardless, with the
+// output intent its pages' colours need (components; 0: none) and no image interpolated.
 TEST(Conformance, ReportsWhatKeepsCopiedPagesFromConforming)
 {
     const std::string font = "page 1 uses the font Helvetica which is not embedded",
                       untagged = "page 1 has no tagged structure",
-                      transparency = "page 1 uses transparency, which PDF/A-1 does not allow";
-    const struct { int code; const char *source; std::vector<std::string> reasons; } cases[] = {
-        {7, "numbered.pdf", {}},           {14, "numbered.pdf", {font}},
-        {15, "numbered.pdf", {font}},      {14, "translucent.pdf", {transparency}},
-        {16, "translucent.pdf", {transparency, untagged}},
-        {18, "translucent.pdf", {}},
+                      transparency = "page 1 uses transparency, which PDF/A-1 does not allow",
+                      courier = "page 1 uses the font Courier which is not embedded",
+                      no_unicode = "whose text has no Unicode mapping";
+    const struct { int code; const char *source; std::vector<std::string> reasons; int intent;
+    } cases[] = {
+        {7, "numbered.pdf", {}, 0},              {14, "numbered.pdf", {font}, 1},
+        {15, "numbered.pdf", {font}, 4},         {14, "translucent.pdf", {transparency}, 3},
+        {16, "translucent.pdf", {transparency, untagged}, 3},
+        {18, "translucent.pdf", {}, 3},
+        {14, "fonts.pdf", {font, courier}, 3},
+        {19, "fonts.pdf", {font, courier, "page 1 uses the font (unnamed) " + no_unicode,
+                           "page 1 uses the font Gothic " + no_unicode}, 3},
     };
     test::TempFolder folder;
     test::write_numbered_pdf(folder / "numbered.pdf", 3);
     write_painted_pdf(folder / "translucent.pdf", {"1 0 0 rg"}, "<< /Type /ExtGState /ca 0.5 >>");
+    write_fonts_and_images_pdf(folder / "fonts.pdf");
     for (const auto &c : cases) {
         SCOPED_TRACE(std::to_string(c.code) + " " + c.source);
         const auto target = folder / "out.pdf";
@@ -397,15 +441,22 @@ TEST(Conformance, ReportsWhatKeepsCopiedPagesFromConforming)
         for (int pageno = 1; pageno <= 3; ++pageno) {
             assembler->add_pdf_page(folder / c.source, "", c.source[0] == 'n' ? pageno : 1);
         }
-        // Each reason once, at the first page that shows it; the file is written regardless.
         EXPECT_EQ(assembler->close(), c.reasons);
-        EXPECT_EQ(test::pdf_page_count(target), 3);
+        QPDF pdf;
+        test::open_pdf(pdf, target);
+        EXPECT_EQ(pdf.getAllPages().size(), 3u);
+        QPDFObjectHandle intents = pdf.getRoot().getKey("/OutputIntents");
+        EXPECT_EQ(intents.isArray() ? intents.getArrayItem(0).getKey("/DestOutputProfile").getDict()
+                                          .getKey("/N").getIntValue() : 0, c.intent);
+        for (auto &object : pdf.getAllObjects()) {
+            EXPECT_FALSE(object.isStream() && object.getDict().hasKey("/Interpolate"));
+        }
     }
 }
 
 // Each input took the output intent of its own pages (gray and RGB: RGB; CMYK: CMYK; gray:
 // Gray); the merged file has one that fits every page, whichever comes first, and passes the
-// PDF/A-1b validator.
+// PDF/A-1b validator. No input stays mapped once merged (a deleted part would keep its space).
 TEST(Conformance, PdfA1bFilesAndTheirMergesPassTheValidator)
 {
     test::TempFolder folder;
@@ -427,6 +478,7 @@ TEST(Conformance, PdfA1bFilesAndTheirMergesPassTheValidator)
         const auto verdict = test::run_preflight_a1b(target);
         EXPECT_TRUE(!verdict.ran || verdict.status == 0) << verdict.output;
     }
+    EXPECT_FALSE(contains(test::file_bytes("/proc/self/maps"), folder.path().string()));
 }
 
 // A file whose output intent leaves a page's device colours undescribed says so, once.
