@@ -7,6 +7,17 @@
 namespace qf::writers::pdf {
 namespace {
 
+// `object`'s entry `key` (a stream's, in its dictionary), or null when `object` has none.
+// Asked of a null or of another type, QPDF reports a type error, which it throws when the
+// object belongs to no document (a font written inside the resources of a copied page).
+QPDFObjectHandle entry(QPDFObjectHandle object, const char *key)
+{
+    if (object.isStream()) {
+        return object.getDict().getKey(key);
+    }
+    return object.isDictionary() ? object.getKey(key) : QPDFObjectHandle::newNull();
+}
+
 bool is_name(QPDFObjectHandle object, const char *name)
 {
     return object.isNameAndEquals(name);
@@ -14,7 +25,7 @@ bool is_name(QPDFObjectHandle object, const char *name)
 
 std::string base_font_name(QPDFObjectHandle font)
 {
-    QPDFObjectHandle base = font.getKey("/BaseFont");
+    QPDFObjectHandle base = entry(font, "/BaseFont");
     std::string name = base.isName() ? base.getName().substr(1) : std::string("(unnamed)");
     // A subset font is named "ABCDEF+Name": six capitals and a plus.
     if (name.size() > 7 && name[6] == '+' &&
@@ -26,25 +37,25 @@ std::string base_font_name(QPDFObjectHandle font)
 
 QPDFObjectHandle font_descriptor(QPDFObjectHandle font)
 {
-    if (is_name(font.getKey("/Subtype"), "/Type0")) {
-        QPDFObjectHandle descendants = font.getKey("/DescendantFonts");
+    if (is_name(entry(font, "/Subtype"), "/Type0")) {
+        QPDFObjectHandle descendants = entry(font, "/DescendantFonts");
         if (descendants.isArray() && descendants.getArrayNItems() > 0) {
-            return descendants.getArrayItem(0).getKey("/FontDescriptor");
+            return entry(descendants.getArrayItem(0), "/FontDescriptor");
         }
         return QPDFObjectHandle::newNull();
     }
-    return font.getKey("/FontDescriptor");
+    return entry(font, "/FontDescriptor");
 }
 
 bool font_embedded(QPDFObjectHandle font)
 {
-    if (is_name(font.getKey("/Subtype"), "/Type3")) {
+    if (is_name(entry(font, "/Subtype"), "/Type3")) {
         return true; // glyphs are content streams of the font itself
     }
     QPDFObjectHandle descriptor = font_descriptor(font);
-    return descriptor.isDictionary() && (descriptor.getKey("/FontFile").isStream() ||
-                                         descriptor.getKey("/FontFile2").isStream() ||
-                                         descriptor.getKey("/FontFile3").isStream());
+    return descriptor.isDictionary() && (entry(descriptor, "/FontFile").isStream() ||
+                                         entry(descriptor, "/FontFile2").isStream() ||
+                                         entry(descriptor, "/FontFile3").isStream());
 }
 
 // Whether the text shown in this font maps to Unicode: a ToUnicode map, a CJK collection
@@ -52,24 +63,24 @@ bool font_embedded(QPDFObjectHandle font)
 // are standard.
 bool font_maps_to_unicode(QPDFObjectHandle font)
 {
-    if (font.getKey("/ToUnicode").isStream()) {
+    if (entry(font, "/ToUnicode").isStream()) {
         return true;
     }
-    QPDFObjectHandle subtype = font.getKey("/Subtype");
+    QPDFObjectHandle subtype = entry(font, "/Subtype");
     if (is_name(subtype, "/Type3")) {
         return false;
     }
     if (is_name(subtype, "/Type0")) {
-        QPDFObjectHandle descendants = font.getKey("/DescendantFonts");
+        QPDFObjectHandle descendants = entry(font, "/DescendantFonts");
         if (!descendants.isArray() || descendants.getArrayNItems() == 0) {
             return false;
         }
         QPDFObjectHandle ordering =
-            descendants.getArrayItem(0).getKey("/CIDSystemInfo").getKey("/Ordering");
+            entry(entry(descendants.getArrayItem(0), "/CIDSystemInfo"), "/Ordering");
         const std::string order = ordering.isString() ? ordering.getStringValue() : std::string();
         return order == "GB1" || order == "CNS1" || order == "Japan1" || order == "Korea1";
     }
-    QPDFObjectHandle flags = font_descriptor(font).getKey("/Flags");
+    QPDFObjectHandle flags = entry(font_descriptor(font), "/Flags");
     const bool symbolic = flags.isInteger() && (flags.getIntValue() & 4) != 0;
     return !symbolic;
 }
@@ -188,8 +199,8 @@ class Surveyor
         if (!font_maps_to_unicode(font)) {
             survey_.fonts_without_unicode.push_back(base_font_name(font));
         }
-        if (is_name(font.getKey("/Subtype"), "/Type3")) {
-            walk_resources(font.getKey("/Resources"));
+        if (is_name(entry(font, "/Subtype"), "/Type3")) {
+            walk_resources(entry(font, "/Resources"));
         }
     }
 
@@ -199,17 +210,17 @@ class Surveyor
             return;
         }
         survey_.ext_gstates.push_back(state);
-        QPDFObjectHandle mask = state.getKey("/SMask");
+        QPDFObjectHandle mask = entry(state, "/SMask");
         if (mask.isDictionary() || mask.isStream()) {
             survey_.transparency = true;
         }
         for (const char *alpha : {"/CA", "/ca"}) {
-            QPDFObjectHandle value = state.getKey(alpha);
+            QPDFObjectHandle value = entry(state, alpha);
             if (value.isNumber() && value.getNumericValue() < 1.0) {
                 survey_.transparency = true;
             }
         }
-        QPDFObjectHandle blend = state.getKey("/BM");
+        QPDFObjectHandle blend = entry(state, "/BM");
         if (blend.isArray() && blend.getArrayNItems() > 0) {
             blend = blend.getArrayItem(0);
         }
@@ -222,14 +233,14 @@ class Surveyor
     {
         survey_.images.push_back(image);
         QPDFObjectHandle dict = image.getDict();
-        if (!dict.getKey("/ImageMask").isBool() || !dict.getKey("/ImageMask").getBoolValue()) {
-            colour_space(dict.getKey("/ColorSpace"));
+        if (!entry(dict, "/ImageMask").isBool() || !entry(dict, "/ImageMask").getBoolValue()) {
+            colour_space(entry(dict, "/ColorSpace"));
         }
-        if (dict.getKey("/SMask").isStream() || (dict.getKey("/SMaskInData").isInteger() &&
-                                                 dict.getKey("/SMaskInData").getIntValue() != 0)) {
+        if (entry(dict, "/SMask").isStream() || (entry(dict, "/SMaskInData").isInteger() &&
+                                                 entry(dict, "/SMaskInData").getIntValue() != 0)) {
             survey_.transparency = true;
         }
-        QPDFObjectHandle filter = dict.getKey("/Filter");
+        QPDFObjectHandle filter = entry(dict, "/Filter");
         const auto filters =
             filter.isArray() ? filter.getArrayAsVector() : std::vector<QPDFObjectHandle>{filter};
         for (auto &f : filters) {
@@ -244,14 +255,14 @@ class Surveyor
         if (!xobject.isStream() || !first_visit(xobject)) {
             return;
         }
-        QPDFObjectHandle subtype = xobject.getDict().getKey("/Subtype");
+        QPDFObjectHandle subtype = entry(xobject.getDict(), "/Subtype");
         if (is_name(subtype, "/Image")) {
             image(xobject);
         } else if (is_name(subtype, "/PS")) {
             survey_.postscript = true;
         } else if (is_name(subtype, "/Form")) {
             survey_.forms.push_back(xobject);
-            QPDFObjectHandle own = xobject.getDict().getKey("/Resources");
+            QPDFObjectHandle own = entry(xobject.getDict(), "/Resources");
             content(xobject, own.isDictionary() ? own : inherited);
         }
     }
@@ -262,11 +273,11 @@ class Surveyor
             return;
         }
         if (pattern.isStream()) { // tiling pattern: a content stream of its own
-            QPDFObjectHandle own = pattern.getDict().getKey("/Resources");
+            QPDFObjectHandle own = entry(pattern.getDict(), "/Resources");
             content(pattern, own.isDictionary() ? own : inherited);
         } else if (pattern.isDictionary()) {
-            colour_space(pattern.getKey("/Shading").getKey("/ColorSpace"));
-            ext_gstate(pattern.getKey("/ExtGState"));
+            colour_space(entry(entry(pattern, "/Shading"), "/ColorSpace"));
+            ext_gstate(entry(pattern, "/ExtGState"));
         }
     }
 
@@ -285,16 +296,16 @@ class Surveyor
             return;
         }
         survey_.resources.push_back(resources);
-        each_entry(resources.getKey("/Font"), [&](QPDFObjectHandle f) { font(f); });
-        each_entry(resources.getKey("/ExtGState"), [&](QPDFObjectHandle s) { ext_gstate(s); });
-        each_entry(resources.getKey("/ColorSpace"), [&](QPDFObjectHandle s) { colour_space(s); });
-        each_entry(resources.getKey("/Shading"), [&](QPDFObjectHandle s) {
-            colour_space(s.isStream() ? s.getDict().getKey("/ColorSpace")
-                                      : s.getKey("/ColorSpace"));
+        each_entry(entry(resources, "/Font"), [&](QPDFObjectHandle f) { font(f); });
+        each_entry(entry(resources, "/ExtGState"), [&](QPDFObjectHandle s) { ext_gstate(s); });
+        each_entry(entry(resources, "/ColorSpace"), [&](QPDFObjectHandle s) { colour_space(s); });
+        each_entry(entry(resources, "/Shading"), [&](QPDFObjectHandle s) {
+            colour_space(s.isStream() ? entry(s.getDict(), "/ColorSpace")
+                                      : entry(s, "/ColorSpace"));
         });
-        each_entry(resources.getKey("/Pattern"),
+        each_entry(entry(resources, "/Pattern"),
                    [&](QPDFObjectHandle p) { pattern(p, resources); });
-        each_entry(resources.getKey("/XObject"),
+        each_entry(entry(resources, "/XObject"),
                    [&](QPDFObjectHandle x) { xobject(x, resources); });
     }
 
@@ -309,15 +320,15 @@ PageSurvey survey_page(QPDFPageObjectHelper page)
     PageSurvey survey;
     Surveyor surveyor(survey);
     QPDFObjectHandle object = page.getObjectHandle();
-    QPDFObjectHandle contents = object.getKey("/Contents");
+    QPDFObjectHandle contents = entry(object, "/Contents");
     QPDFObjectHandle resources = page.getAttribute("/Resources", false);
     if (contents.isStream() || contents.isArray()) {
         surveyor.content(contents, resources);
     } else {
         surveyor.content(QPDFObjectHandle::newArray(), resources);
     }
-    QPDFObjectHandle group = object.getKey("/Group");
-    if (group.isDictionary() && is_name(group.getKey("/CS"), "/DeviceRGB")) {
+    QPDFObjectHandle group = entry(object, "/Group");
+    if (group.isDictionary() && is_name(entry(group, "/CS"), "/DeviceRGB")) {
         survey.device_rgb = true;
     }
     return survey;

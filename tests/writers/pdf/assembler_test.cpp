@@ -376,7 +376,8 @@ TEST(Conformance, EachCodeGivesItsVersionAndStandard)
     }
 }
 
-// One page showing text in a subset font and in a Type 3 font whose glyph shows text in a font
+// One page showing text in a subset font (written inside the page's resources, with no font
+// descriptor) and in a Type 3 font whose glyph shows text in a font
 // of the Type 3 font's own resources, none embedded, and in an embedded CID font of the
 // Identity ordering without a ToUnicode map; a gray image that asks for interpolation and an
 // RGB inline image.
@@ -402,8 +403,8 @@ void write_fonts_and_images_pdf(const fs::path &target)
         "<< /Type /XObject /Subtype /Image /Width 2 /Height 2 /ColorSpace /DeviceGray "
         "/BitsPerComponent 8 /Interpolate true >>");
     QPDFObjectHandle page = QPDFObjectHandle::parse(&pdf,
-        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << /Font << /F1 " +
-        font("/Subtype /Type1 /BaseFont /ABCDEF+Helvetica") + " /F3 " + type3.unparse() +
+        "<< /Type /Page /MediaBox [0 0 200 200] /Resources << /Font << /F1 "
+        "<< /Type /Font /Subtype /Type1 /BaseFont /ABCDEF+Helvetica >> /F3 " + type3.unparse() +
         " /F4 " + cid_font + " >> /XObject << /Im1 " + image.unparse() + " >> >> >>");
     page.replaceKey("/Contents", pdf.newStream("BT /F1 10 Tf (Hi) Tj /F3 10 Tf (a) Tj "
         "/F4 10 Tf <0001> Tj ET 20 0 0 20 0 0 cm /Im1 Do BI /W 1 /H 1 /CS /RGB /BPC 8 ID \xff\x10\x10 EI\n"));
