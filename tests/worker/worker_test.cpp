@@ -231,6 +231,29 @@ TEST(Worker, ReducedReadMatchesTheWholeImageReducedInProcess)
     }
 }
 
+// A worker runs under the data limit its settings give, and a page time limit of a fraction of
+// a second is taken as given.
+TEST(Worker, RunsUnderTheLimitsItIsGiven)
+{
+    ::setenv("QUIREFOLD_PAGE_SECONDS", "0.5", 1);
+    WorkerSettings settings = default_worker_settings(1);
+    ::unsetenv("QUIREFOLD_PAGE_SECONDS");
+    EXPECT_EQ(settings.time_limit, 500ms);
+#if !defined(__SANITIZE_ADDRESS__) // which sets no data limit
+    settings.program = QF_WORKER_PATH;
+    settings.data_limit_mb = 3000;
+    TempFolder folder;
+    write_sample_pdf(folder / "a.pdf");
+    WorkerPool pool(settings);
+    pool.open(pdf_ref(folder / "a.pdf"));
+    std::ifstream limits("/proc/" + std::to_string(pool.worker_pids().at(0)) + "/limits");
+    std::string line;
+    while (std::getline(limits, line) && line.rfind("Max data size", 0) != 0) {
+    }
+    EXPECT_NE(line.find(std::to_string(3000ull << 20)), std::string::npos) << line;
+#endif
+}
+
 TEST(Worker, AnswersAdmissionProbes)
 {
     const TempFolder folder;
