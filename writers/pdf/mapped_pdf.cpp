@@ -8,6 +8,8 @@
 
 #include <qpdf/QPDF.hh>
 
+#include <utility>
+
 namespace qf::writers::pdf {
 
 MappedPdf::MappedPdf(const std::filesystem::path& path, const std::string& password, bool map)
@@ -42,12 +44,30 @@ MappedPdf::MappedPdf(const std::filesystem::path& path, const std::string& passw
     }
 }
 
+MappedPdf::MappedPdf(std::string bytes, const std::filesystem::path& description)
+    : bytes_(std::move(bytes)), pdf_(std::make_unique<QPDF>())
+{
+    pdf_->setSuppressWarnings(true);
+    pdf_->processMemoryFile(description.c_str(), bytes_.data(), bytes_.size());
+}
+
 MappedPdf::~MappedPdf()
 {
     pdf_.reset(); // reads the mapping until it goes
     if (data_ != nullptr) {
         ::munmap(data_, size_);
     }
+}
+
+FileStamp stamp_of(const std::filesystem::path& path)
+{
+    std::error_code error;
+    FileStamp stamp;
+    if (std::filesystem::is_regular_file(path, error)) {
+        stamp.size = std::filesystem::file_size(path, error);
+        stamp.time = std::filesystem::last_write_time(path, error);
+    }
+    return stamp;
 }
 
 } // namespace qf::writers::pdf

@@ -91,13 +91,9 @@ std::unique_ptr<MappedPdf> open_source(const std::filesystem::path &path, const 
 
 // A flattened source with the page list read once: a page copy picks its page by index.
 struct OpenSource {
-    std::string in_memory; // a copy made in memory, read by `pdf` until it goes
-    std::unique_ptr<QPDF> pdf;
-    std::unique_ptr<MappedPdf> mapped; // or the document, when it was parsed from a file
+    std::unique_ptr<MappedPdf> pdf;
     std::vector<QPDFPageObjectHelper> pages;
     std::set<int> uncopyable; // pages a flattened copy stands in for with an empty page
-
-    QPDF &document() const { return mapped ? **mapped : *pdf; }
 };
 
 // Opens the flattened copy a copier wrote, and removes its name at once: the open file is
@@ -107,16 +103,10 @@ std::shared_ptr<OpenSource> open_copy(const std::filesystem::path &copy, Flatten
 {
     auto opened = std::make_shared<OpenSource>();
     try {
-        if (copied.in_memory.empty()) {
-            opened->mapped = std::make_unique<MappedPdf>(copy, "");
-        } else {
-            opened->in_memory = std::move(copied.in_memory);
-            opened->pdf = std::make_unique<QPDF>();
-            opened->pdf->setSuppressWarnings(true);
-            opened->pdf->processMemoryFile(copy.c_str(), opened->in_memory.data(), opened->in_memory.size());
-        }
+        opened->pdf = copied.in_memory.empty() ? std::make_unique<MappedPdf>(copy, "")
+                                               : std::make_unique<MappedPdf>(std::move(copied.in_memory), copy);
         ::unlink(copy.c_str());
-        opened->pages = QPDFPageDocumentHelper(opened->document()).getAllPages();
+        opened->pages = QPDFPageDocumentHelper(**opened->pdf).getAllPages();
     } catch (const std::exception &) {
         ::unlink(copy.c_str());
         throw Error(ErrorKind::Damaged, "the copy of its pages could not be read", source);
@@ -207,7 +197,7 @@ class SourceCache
     std::shared_ptr<OpenSource> open(const std::filesystem::path &path, const std::string &password,
                                      const std::filesystem::path &target)
     {
-        const Stamp stamp = stamp_of(path);
+        const FileStamp stamp = stamp_of(path);
         const std::lock_guard lock(mutex_);
         if (recent_path_ == path && recent_password_ == password && recent_stamp_ == stamp) {
             if (recent_) {
@@ -233,28 +223,13 @@ class SourceCache
             return recent_;
         }
         auto source = std::make_shared<OpenSource>();
-        source->mapped = open_source(path, password, false); // a user's file, in this process
-        source->pages = QPDFPageDocumentHelper(source->document()).getAllPages();
+        source->pdf = open_source(path, password, false); // a user's file, in this process
+        source->pages = QPDFPageDocumentHelper(**source->pdf).getAllPages();
         recent_ = source;
         return source;
     }
 
   private:
-    struct Stamp {
-        std::uintmax_t size = 0;
-        std::filesystem::file_time_type time{};
-        bool operator==(const Stamp &) const = default;
-    };
-
-    static Stamp stamp_of(const std::filesystem::path &path)
-    {
-        std::error_code error;
-        Stamp stamp;
-        stamp.size = std::filesystem::file_size(path, error);
-        stamp.time = std::filesystem::last_write_time(path, error);
-        return stamp;
-    }
-
     std::shared_ptr<OpenSource> open_through_copier(const std::filesystem::path &path,
                                                     const std::string &password,
                                                     const std::filesystem::path &target)
@@ -278,7 +253,7 @@ class SourceCache
     std::optional<Error> recent_failure_;
     std::filesystem::path recent_path_;
     std::string recent_password_;
-    Stamp recent_stamp_;
+    FileStamp recent_stamp_;
 };
 
 class QpdfAssembler : public engine::PdfAssembler

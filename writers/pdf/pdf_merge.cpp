@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "writers/pdf/pdf_merge.h"
 
-#include <cstdio>
 #include <memory>
 
-#include <qpdf/PDFVersion.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFWriter.hh>
 
@@ -121,17 +119,8 @@ std::vector<std::string> write_merged(std::vector<MergeInput>& opened, std::size
         });
         return {};
     }
-    // The header the plain write would give: the base's version.
-    PDFVersion version(1, 3);
-    int major = 1;
-    int minor = 3;
-    if (std::sscanf(base.getPDFVersion().c_str(), "%d.%d", &major, &minor) == 2) {
-        version = PDFVersion(major, minor, base.getExtensionLevel());
-    }
-    std::string header;
-    int extension = 0;
-    version.getVersion(header, extension);
-    SecuredWrite pass = prepare_secured_write(base, snapshot, target, header, extension);
+    // The plain write would give the base's own version.
+    SecuredWrite pass = prepare_secured_write(base, snapshot, target);
     write_pdf_atomically(base, target, pass.configure);
     return std::move(pass.lines);
 }
@@ -159,17 +148,6 @@ struct MergeAhead::Prepared {
     MergeInput input; // empty when the part could not be read
     std::size_t pages = 0;
 };
-
-MergeAhead::FileStamp MergeAhead::stamp_of(const std::filesystem::path& path)
-{
-    std::error_code error;
-    FileStamp stamp;
-    if (std::filesystem::is_regular_file(path, error)) {
-        stamp.size = std::filesystem::file_size(path, error);
-        stamp.time = std::filesystem::last_write_time(path, error);
-    }
-    return stamp;
-}
 
 MergeAhead::MergeAhead() : thread_([this] { work(); }) {}
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "engine/run_model.h"
+#include "writers/pdf/mapped_pdf.h"
 
 namespace qf::writers::pdf {
 
@@ -62,13 +63,7 @@ public:
         const std::function<void(const std::filesystem::path&)>& merged);
 
 private:
-    struct FileStamp {
-        std::uintmax_t size = 0; // 0 for a file that is not there
-        std::filesystem::file_time_type time{};
-        bool operator==(const FileStamp&) const = default;
-    };
     struct Prepared;
-    static FileStamp stamp_of(const std::filesystem::path& path);
     void work();
 
     std::mutex mutex_;

@@ -381,17 +381,21 @@ SecuredWrite prepare_secured_write(QPDF& document, const engine::OptionSnapshot&
     return secured;
 }
 
+SecuredWrite prepare_secured_write(QPDF& document, const engine::OptionSnapshot& snapshot,
+                                   const std::filesystem::path& file)
+{
+    std::string header;
+    int extension = 0;
+    file_version(document).getVersion(header, extension);
+    return prepare_secured_write(document, snapshot, file, header, extension);
+}
+
 std::vector<std::string> encryptpdfnow(const std::filesystem::path& pdf,
                                        const engine::OptionSnapshot& snapshot)
 {
     QPDF document;
     open_delivered(document, pdf);
-    const PDFVersion version = file_version(document);
-    std::string header;
-    int extension = 0;
-    version.getVersion(header, extension);
-    const SecuredWrite secured =
-        prepare_secured_write(document, snapshot, pdf, header, extension);
+    const SecuredWrite secured = prepare_secured_write(document, snapshot, pdf);
     write_pdf_atomically(document, pdf, secured.configure);
     return secured.lines;
 }

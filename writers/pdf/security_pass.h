@@ -75,4 +75,9 @@ SecuredWrite prepare_secured_write(QPDF& pdf, const engine::OptionSnapshot& snap
                                    const std::filesystem::path& file, const std::string& version,
                                    int extension_level = 0);
 
+// The same for a document a write would give the header version it has now (as parsed, 1.3
+// when unreadable).
+SecuredWrite prepare_secured_write(QPDF& pdf, const engine::OptionSnapshot& snapshot,
+                                   const std::filesystem::path& file);
+
 } // namespace qf::writers::pdf
