@@ -2,11 +2,13 @@
 #include "writers/pdf/pdf_merge.h"
 
 #include <memory>
+#include <utility>
 
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFWriter.hh>
 
 #include "engine/error.h"
+#include "engine/release_later.h"
 #include "writers/pdf/mapped_pdf.h"
 #include "writers/pdf/pdf_assembler.h"
 #include "writers/pdf/pdf_conformance.h"
@@ -79,7 +81,9 @@ std::vector<std::string> merge(const std::vector<std::filesystem::path>& inputs,
         opened.push_back(std::move(input));
         merged(path);
     }
-    return write_merged(opened, page_total, target, snapshot, secured);
+    std::vector<std::string> lines = write_merged(opened, page_total, target, snapshot, secured);
+    engine::release_later(std::move(opened));
+    return lines;
 }
 
 // Writes the inputs merged into the first one to `target`.
@@ -168,7 +172,7 @@ void MergeAhead::prepare(const std::filesystem::path& part, bool first)
         // An earlier run's parts: dropped once the thread has let go of them.
         queue_.clear();
         changed_.wait(lock, [this] { return !busy_; });
-        prepared_.clear();
+        engine::release_later(std::exchange(prepared_, {}));
     }
     queue_.push_back(part);
     changed_.notify_all();
@@ -223,7 +227,7 @@ std::vector<std::string> MergeAhead::merge_and_secure(
                prepared[index]->stamp == stamp_of(inputs[index]);
     }
     if (!fits) {
-        prepared.clear();
+        engine::release_later(std::move(prepared));
         return merge(inputs, target, snapshot, merged, true);
     }
     std::vector<MergeInput> opened;
@@ -235,7 +239,9 @@ std::vector<std::string> MergeAhead::merge_and_secure(
             merged(part->path);
         }
     }
-    return write_merged(opened, page_total, target, snapshot, true);
+    std::vector<std::string> lines = write_merged(opened, page_total, target, snapshot, true);
+    engine::release_later(std::move(opened));
+    return lines;
 }
 
 } // namespace qf::writers::pdf
