@@ -14,6 +14,7 @@
 #include "engine/error.h"
 #include "engine/file_ops.h"
 #include "engine/text_rules.h"
+#include "writers/jpeg_progressive_coder.h"
 #include "writers/picture_checks.h"
 
 namespace qf::writers {
@@ -70,6 +71,7 @@ bool encode_rgb(std::FILE* file, const std::uint8_t* pixels, int width, int heig
     cinfo.X_density = static_cast<UINT16>(settings.density);
     cinfo.Y_density = static_cast<UINT16>(settings.density);
     jpeg_start_compress(&cinfo, TRUE);
+    use_fast_progressive_coder(cinfo);
     const std::size_t stride = static_cast<std::size_t>(width) * 3;
     while (cinfo.next_scanline < cinfo.image_height) {
         JSAMPROW row = const_cast<JSAMPROW>(pixels + stride * cinfo.next_scanline);
