@@ -9,17 +9,16 @@
 namespace qf::engine {
 namespace {
 
-struct Releases
-{
+struct Releases {
     std::mutex mutex;
     std::condition_variable none_left;
     int under_way = 0;
 };
 
 // Never destroyed: a release still running when the process ends must find it in place.
-Releases &releases()
+Releases& releases()
 {
-    static auto *const state = new Releases;
+    static auto* const state = new Releases;
     return *state;
 }
 
@@ -38,7 +37,7 @@ void release_later(std::unique_ptr<Releasable> value) noexcept
     if (!registered) {
         return; // freed here
     }
-    Releases &state = releases();
+    Releases& state = releases();
     {
         const std::lock_guard lock(state.mutex);
         ++state.under_way;
@@ -59,7 +58,7 @@ void release_later(std::unique_ptr<Releasable> value) noexcept
 
 void wait_for_releases() noexcept
 {
-    Releases &state = releases();
+    Releases& state = releases();
     std::unique_lock lock(state.mutex);
     state.none_left.wait(lock, [&] { return state.under_way == 0; });
 }

@@ -8,8 +8,7 @@ namespace qf::engine {
 
 // Something whose destruction may take a while (a merge's parsed inputs: millions of small
 // objects, a fifth of a second to take apart).
-struct Releasable
-{
+struct Releasable {
     virtual ~Releasable() = default;
 };
 
@@ -20,11 +19,11 @@ struct Releasable
 // destroyed here. Thread-safe.
 void release_later(std::unique_ptr<Releasable> value) noexcept;
 
-template <typename T> void release_later(T value) noexcept
+template <typename T>
+void release_later(T value) noexcept
 {
-    struct Held final : Releasable
-    {
-        explicit Held(T &&held) : value(std::move(held)) {}
+    struct Held final : Releasable {
+        explicit Held(T&& held) : value(std::move(held)) {}
         T value;
     };
     std::unique_ptr<Releasable> held;

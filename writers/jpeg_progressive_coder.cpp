@@ -22,16 +22,14 @@ namespace qf::writers {
 namespace {
 
 // The three entry points libjpeg calls on an entropy coder, in the order it lays them out.
-struct EntropyEntryPoints
-{
+struct EntropyEntryPoints {
     void (*start_pass)(j_compress_ptr cinfo, boolean gather_statistics);
-    boolean (*encode_mcu)(j_compress_ptr cinfo, JBLOCKROW *MCU_data);
+    boolean (*encode_mcu)(j_compress_ptr cinfo, JBLOCKROW* MCU_data);
     void (*finish_pass)(j_compress_ptr cinfo);
 };
 
 // libjpeg's derived coding table: code and length of each symbol (length 0: not in the table).
-struct DerivedTable
-{
+struct DerivedTable {
     unsigned int ehufco[256];
     char ehufsi[256];
 };
@@ -42,16 +40,14 @@ struct DerivedTable
 // Exported by libjpeg for its own coders; the same functions make our tables, so that they
 // are the library's to the bit.
 extern "C" {
-void jpeg_make_c_derived_tbl(j_compress_ptr cinfo, boolean isDC, int tblno,
-                             qf::writers::DerivedTable **pdtbl);
-void jpeg_gen_optimal_table(j_compress_ptr cinfo, JHUFF_TBL *htbl, long freq[]);
+void jpeg_make_c_derived_tbl(j_compress_ptr cinfo, boolean isDC, int tblno, qf::writers::DerivedTable** pdtbl);
+void jpeg_gen_optimal_table(j_compress_ptr cinfo, JHUFF_TBL* htbl, long freq[]);
 }
 
 namespace qf::writers {
 namespace {
 
-constexpr int kMaxCorrectionBits =
-    1000; // correction bits held back before an EOB run is forced out
+constexpr int kMaxCorrectionBits = 1000; // correction bits held back before an EOB run is forced out
 constexpr unsigned kMaxEobRun = 0x7FFF;
 constexpr int kMaxCoefficientBits = 10;
 
@@ -71,13 +67,12 @@ constexpr auto kZigzagIndex = [] {
     return index;
 }();
 
-struct Coder
-{
+struct Coder {
     EntropyEntryPoints entry; // first: libjpeg sees the coder as these
     j_compress_ptr cinfo;
 
     // Output: bits wait in `pending` (the newest at the low end) until whole bytes go out.
-    JOCTET *next_byte;
+    JOCTET* next_byte;
     std::size_t free_bytes;
     std::uint64_t pending;
     int pending_bits;
@@ -89,13 +84,13 @@ struct Coder
     unsigned eob_run;
     unsigned held_bits;                   // correction bits held back with the EOB run
     char correction[kMaxCorrectionBits];  // one bit a byte
-    DerivedTable *derived[NUM_HUFF_TBLS]; // for writing
+    DerivedTable* derived[NUM_HUFF_TBLS]; // for writing
     long counts[NUM_HUFF_TBLS][257];      // for gathering (the optimiser wants 257)
 };
 
-Coder &coder_of(j_compress_ptr cinfo)
+Coder& coder_of(j_compress_ptr cinfo)
 {
-    return *reinterpret_cast<Coder *>(cinfo->entropy);
+    return *reinterpret_cast<Coder*>(cinfo->entropy);
 }
 
 [[noreturn]] void fail(j_compress_ptr cinfo, int code)
@@ -112,19 +107,19 @@ int bit_count(unsigned value)
 
 // ---- Output
 
-void take_output(Coder &c)
+void take_output(Coder& c)
 {
     c.next_byte = c.cinfo->dest->next_output_byte;
     c.free_bytes = c.cinfo->dest->free_in_buffer;
 }
 
-void give_output(Coder &c)
+void give_output(Coder& c)
 {
     c.cinfo->dest->next_output_byte = c.next_byte;
     c.cinfo->dest->free_in_buffer = c.free_bytes;
 }
 
-void emit_byte(Coder &c, int byte)
+void emit_byte(Coder& c, int byte)
 {
     *c.next_byte++ = static_cast<JOCTET>(byte);
     if (--c.free_bytes == 0) {
@@ -135,7 +130,7 @@ void emit_byte(Coder &c, int byte)
     }
 }
 
-void emit_whole_bytes(Coder &c)
+void emit_whole_bytes(Coder& c)
 {
     while (c.pending_bits >= 8) {
         c.pending_bits -= 8;
@@ -147,7 +142,8 @@ void emit_whole_bytes(Coder &c)
     }
 }
 
-template <bool Gather> void emit_bits(Coder &c, unsigned code, int size)
+template <bool Gather>
+void emit_bits(Coder& c, unsigned code, int size)
 {
     if (size == 0) {
         fail(c.cinfo, JERR_HUFF_MISSING_CODE);
@@ -161,7 +157,8 @@ template <bool Gather> void emit_bits(Coder &c, unsigned code, int size)
     }
 }
 
-template <bool Gather> void emit_symbol(Coder &c, int table, int symbol)
+template <bool Gather>
+void emit_symbol(Coder& c, int table, int symbol)
 {
     if constexpr (Gather) {
         ++c.counts[table][symbol];
@@ -170,7 +167,8 @@ template <bool Gather> void emit_symbol(Coder &c, int table, int symbol)
     }
 }
 
-template <bool Gather> void emit_correction_bits(Coder &c, const char *bits, unsigned count)
+template <bool Gather>
+void emit_correction_bits(Coder& c, const char* bits, unsigned count)
 {
     if constexpr (!Gather) {
         for (unsigned i = 0; i < count; ++i) {
@@ -179,7 +177,8 @@ template <bool Gather> void emit_correction_bits(Coder &c, const char *bits, uns
     }
 }
 
-template <bool Gather> void emit_eob_run(Coder &c)
+template <bool Gather>
+void emit_eob_run(Coder& c)
 {
     if (c.eob_run == 0) {
         return;
@@ -196,14 +195,14 @@ template <bool Gather> void emit_eob_run(Coder &c)
 
 // ---- Coefficients
 
-struct BandMasks
-{
+struct BandMasks {
     std::uint64_t nonzero;   // |coefficient| >> Al is not zero
     std::uint64_t above_one; // |coefficient| >> Al is more than one
 };
 
 // Masks at natural positions over a whole block; with TwoLevels, above_one as well.
-template <bool TwoLevels> BandMasks band_masks(const JCOEF *block, int al)
+template <bool TwoLevels>
+BandMasks band_masks(const JCOEF* block, int al)
 {
     BandMasks masks{0, 0};
 #if defined(__SSE2__)
@@ -211,16 +210,16 @@ template <bool TwoLevels> BandMasks band_masks(const JCOEF *block, int al)
     const __m128i over_zero = _mm_set1_epi16(static_cast<short>((1 << al) - 1));
     const __m128i over_one = _mm_set1_epi16(static_cast<short>((2 << al) - 1));
     for (int row = 0; row < 8; row += 2) {
-        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + row * 8));
-        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block + row * 8 + 8));
+        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + row * 8));
+        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + row * 8 + 8));
         a = _mm_max_epi16(a, _mm_sub_epi16(zero, a));
         b = _mm_max_epi16(b, _mm_sub_epi16(zero, b));
-        const auto nonzero = static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(
-            _mm_packs_epi16(_mm_cmpgt_epi16(a, over_zero), _mm_cmpgt_epi16(b, over_zero)))));
+        const auto nonzero = static_cast<std::uint64_t>(static_cast<unsigned>(
+            _mm_movemask_epi8(_mm_packs_epi16(_mm_cmpgt_epi16(a, over_zero), _mm_cmpgt_epi16(b, over_zero)))));
         masks.nonzero |= nonzero << (row * 8);
         if constexpr (TwoLevels) {
-            const auto above = static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(
-                _mm_packs_epi16(_mm_cmpgt_epi16(a, over_one), _mm_cmpgt_epi16(b, over_one)))));
+            const auto above = static_cast<std::uint64_t>(static_cast<unsigned>(
+                _mm_movemask_epi8(_mm_packs_epi16(_mm_cmpgt_epi16(a, over_one), _mm_cmpgt_epi16(b, over_one)))));
             masks.above_one |= above << (row * 8);
         }
     }
@@ -248,9 +247,10 @@ std::uint64_t to_band(std::uint64_t natural, int ss)
 
 // ---- The four kinds of scan
 
-template <bool Gather> boolean encode_dc_first(j_compress_ptr cinfo, JBLOCKROW *MCU_data)
+template <bool Gather>
+boolean encode_dc_first(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
 {
-    Coder &c = coder_of(cinfo);
+    Coder& c = coder_of(cinfo);
     take_output(c);
     for (int blkn = 0; blkn < cinfo->blocks_in_MCU; ++blkn) {
         const int ci = cinfo->MCU_membership[blkn];
@@ -272,9 +272,10 @@ template <bool Gather> boolean encode_dc_first(j_compress_ptr cinfo, JBLOCKROW *
     return TRUE;
 }
 
-template <bool Gather> boolean encode_dc_refine(j_compress_ptr cinfo, JBLOCKROW *MCU_data)
+template <bool Gather>
+boolean encode_dc_refine(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
 {
-    Coder &c = coder_of(cinfo);
+    Coder& c = coder_of(cinfo);
     take_output(c);
     for (int blkn = 0; blkn < cinfo->blocks_in_MCU; ++blkn) {
         emit_bits<Gather>(c, static_cast<unsigned>(MCU_data[blkn][0][0] >> cinfo->Al), 1);
@@ -285,7 +286,8 @@ template <bool Gather> boolean encode_dc_refine(j_compress_ptr cinfo, JBLOCKROW 
 
 // One more block ends in the EOB run, with `added` correction bits; the run goes out when its
 // count or its bits would overflow.
-template <bool Gather> void count_eob(Coder &c, unsigned added)
+template <bool Gather>
+void count_eob(Coder& c, unsigned added)
 {
     c.held_bits += added;
     if (++c.eob_run == kMaxEobRun || c.held_bits > kMaxCorrectionBits - DCTSIZE2 + 1) {
@@ -295,10 +297,11 @@ template <bool Gather> void count_eob(Coder &c, unsigned added)
     }
 }
 
-template <bool Gather> boolean encode_ac_first(j_compress_ptr cinfo, JBLOCKROW *MCU_data)
+template <bool Gather>
+boolean encode_ac_first(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
 {
-    Coder &c = coder_of(cinfo);
-    const JCOEF *block = MCU_data[0][0];
+    Coder& c = coder_of(cinfo);
+    const JCOEF* block = MCU_data[0][0];
     const std::uint64_t natural = band_masks<false>(block, cinfo->Al).nonzero & c.band_natural;
     if (natural == 0) {
         count_eob<Gather>(c, 0);
@@ -334,10 +337,11 @@ template <bool Gather> boolean encode_ac_first(j_compress_ptr cinfo, JBLOCKROW *
     return TRUE;
 }
 
-template <bool Gather> boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW *MCU_data)
+template <bool Gather>
+boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
 {
-    Coder &c = coder_of(cinfo);
-    const JCOEF *block = MCU_data[0][0];
+    Coder& c = coder_of(cinfo);
+    const JCOEF* block = MCU_data[0][0];
     const BandMasks masks = band_masks<true>(block, cinfo->Al);
     const std::uint64_t natural = masks.nonzero & c.band_natural;
     if (natural == 0) {
@@ -347,12 +351,11 @@ template <bool Gather> boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW 
     take_output(c);
     const int ss = cinfo->Ss;
     std::uint64_t band = to_band(natural, ss);
-    const std::uint64_t earlier =
-        to_band(masks.above_one & c.band_natural, ss); // coded before: one bit each
+    const std::uint64_t earlier = to_band(masks.above_one & c.band_natural, ss); // coded before: one bit each
     const std::uint64_t fresh = band & ~earlier;
     const int last_fresh = fresh == 0 ? 0 : 63 - std::countl_zero(fresh);
     // This block's correction bits follow those held back with the EOB run.
-    char *added = c.correction + c.held_bits;
+    char* added = c.correction + c.held_bits;
     unsigned added_count = 0;
     int run = 0;
     int next = 0;
@@ -395,7 +398,7 @@ template <bool Gather> boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW 
 
 void finish_output(j_compress_ptr cinfo)
 {
-    Coder &c = coder_of(cinfo);
+    Coder& c = coder_of(cinfo);
     take_output(c);
     emit_eob_run<false>(c);
     emit_whole_bytes(c);
@@ -412,7 +415,7 @@ void finish_output(j_compress_ptr cinfo)
 
 void finish_gathering(j_compress_ptr cinfo)
 {
-    Coder &c = coder_of(cinfo);
+    Coder& c = coder_of(cinfo);
     emit_eob_run<true>(c);
     const bool dc = cinfo->Ss == 0;
     bool done[NUM_HUFF_TBLS] = {};
@@ -420,12 +423,12 @@ void finish_gathering(j_compress_ptr cinfo)
         if (dc && cinfo->Ah != 0) {
             continue;
         }
-        const jpeg_component_info *component = cinfo->cur_comp_info[ci];
+        const jpeg_component_info* component = cinfo->cur_comp_info[ci];
         const int table = dc ? component->dc_tbl_no : component->ac_tbl_no;
         if (done[table]) {
             continue;
         }
-        JHUFF_TBL *&huffman = dc ? cinfo->dc_huff_tbl_ptrs[table] : cinfo->ac_huff_tbl_ptrs[table];
+        JHUFF_TBL*& huffman = dc ? cinfo->dc_huff_tbl_ptrs[table] : cinfo->ac_huff_tbl_ptrs[table];
         if (huffman == nullptr) {
             huffman = jpeg_alloc_huff_table(reinterpret_cast<j_common_ptr>(cinfo));
         }
@@ -436,7 +439,7 @@ void finish_gathering(j_compress_ptr cinfo)
 
 void start_pass(j_compress_ptr cinfo, boolean gather_statistics)
 {
-    Coder &c = coder_of(cinfo);
+    Coder& c = coder_of(cinfo);
     const bool gather = gather_statistics != 0;
     const bool dc = cinfo->Ss == 0;
     if (cinfo->Ah == 0) {
@@ -454,7 +457,7 @@ void start_pass(j_compress_ptr cinfo, boolean gather_statistics)
     }
     c.entry.finish_pass = gather ? finish_gathering : finish_output;
     for (int ci = 0; ci < cinfo->comps_in_scan; ++ci) {
-        const jpeg_component_info *component = cinfo->cur_comp_info[ci];
+        const jpeg_component_info* component = cinfo->cur_comp_info[ci];
         c.last_dc[ci] = 0;
         if (dc && cinfo->Ah != 0) {
             continue;
@@ -486,19 +489,17 @@ void start_pass(j_compress_ptr cinfo, boolean gather_statistics)
 
 } // namespace
 
-bool use_fast_progressive_coder(jpeg_compress_struct &cinfo)
+bool use_fast_progressive_coder(jpeg_compress_struct& cinfo)
 {
-    if (!cinfo.progressive_mode || cinfo.arith_code || !cinfo.optimize_coding ||
-        cinfo.restart_interval != 0 || cinfo.restart_in_rows != 0 || cinfo.data_precision != 8 ||
-        cinfo.next_scanline != 0) {
+    if (!cinfo.progressive_mode || cinfo.arith_code || !cinfo.optimize_coding || cinfo.restart_interval != 0 ||
+        cinfo.restart_in_rows != 0 || cinfo.data_precision != 8 || cinfo.next_scanline != 0) {
         return false;
     }
-    void *memory = (*cinfo.mem->alloc_small)(reinterpret_cast<j_common_ptr>(&cinfo), JPOOL_IMAGE,
-                                             sizeof(Coder));
-    auto *coder = new (memory) Coder{};
+    void* memory = (*cinfo.mem->alloc_small)(reinterpret_cast<j_common_ptr>(&cinfo), JPOOL_IMAGE, sizeof(Coder));
+    auto* coder = new (memory) Coder{};
     coder->entry.start_pass = start_pass;
     coder->cinfo = &cinfo;
-    cinfo.entropy = reinterpret_cast<jpeg_entropy_encoder *>(coder);
+    cinfo.entropy = reinterpret_cast<jpeg_entropy_encoder*>(coder);
     // jpeg_start_compress has begun the first scan's pass on libjpeg's coder; ours begins it
     // anew, before any block is coded.
     start_pass(&cinfo, cinfo.optimize_coding);

@@ -13,6 +13,6 @@ namespace qf::writers {
 // all zero at once: most blocks of a text page. Returns false, leaving libjpeg's coder, for a
 // compression it does not code: not progressive, arithmetic coding, restart markers, or a
 // sample size other than 8 bits. Errors go to the compression's error manager, as libjpeg's do.
-bool use_fast_progressive_coder(jpeg_compress_struct &cinfo);
+bool use_fast_progressive_coder(jpeg_compress_struct& cinfo);
 
 } // namespace qf::writers

@@ -18,15 +18,14 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 // Its destruction waits for `go` (at most a few seconds), then reports the thread it ran on.
-struct SlowToFree
-{
+struct SlowToFree {
     std::shared_future<void> go;
     std::shared_ptr<std::promise<std::thread::id>> freed_on;
     SlowToFree(std::shared_future<void> g, std::shared_ptr<std::promise<std::thread::id>> f)
         : go(std::move(g)), freed_on(std::move(f))
     {
     }
-    SlowToFree(SlowToFree &&) = default;
+    SlowToFree(SlowToFree&&) = default;
     ~SlowToFree()
     {
         if (freed_on) {
@@ -56,13 +55,10 @@ TEST(ReleaseLater, FreesOffTheCallersThreadAndAnExitWaitsForIt)
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        struct MarksWhenFreed
-        {
+        struct MarksWhenFreed {
             std::unique_ptr<fs::path> mark; // none once moved from
-            explicit MarksWhenFreed(const fs::path &where) : mark(std::make_unique<fs::path>(where))
-            {
-            }
-            MarksWhenFreed(MarksWhenFreed &&) = default;
+            explicit MarksWhenFreed(const fs::path& where) : mark(std::make_unique<fs::path>(where)) {}
+            MarksWhenFreed(MarksWhenFreed&&) = default;
             ~MarksWhenFreed()
             {
                 if (mark) {

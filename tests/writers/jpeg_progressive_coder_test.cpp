@@ -14,8 +14,7 @@ extern "C" const int jpeg_natural_order[]; // libjpeg's: natural position of eac
 namespace qf::writers {
 namespace {
 
-struct Picture
-{
+struct Picture {
     int width;
     int height;
     int components; // 3: RGB, 1: grey
@@ -23,13 +22,13 @@ struct Picture
 };
 
 // Encodes as the JPEG writer does, with libjpeg's coder or ours.
-std::vector<std::uint8_t> encode(const Picture &picture, int quality, bool ours)
+std::vector<std::uint8_t> encode(const Picture& picture, int quality, bool ours)
 {
     jpeg_compress_struct cinfo;
     jpeg_error_mgr errors;
     cinfo.err = jpeg_std_error(&errors);
     jpeg_create_compress(&cinfo);
-    unsigned char *buffer = nullptr;
+    unsigned char* buffer = nullptr;
     unsigned long size = 0;
     jpeg_mem_dest(&cinfo, &buffer, &size);
     cinfo.image_width = static_cast<JDIMENSION>(picture.width);
@@ -65,8 +64,7 @@ Picture make(Kind kind, int width, int height, int components)
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             for (int c = 0; c < components; ++c) {
-                auto &sample =
-                    picture.samples[(static_cast<std::size_t>(y) * width + x) * components + c];
+                auto& sample = picture.samples[(static_cast<std::size_t>(y) * width + x) * components + c];
                 switch (kind) {
                 case Kind::Text: // strokes of glyph size, grey at their edges, a coloured rule
                     if ((x / 3) % 4 == 0 && (y % 24) < 14) {
@@ -84,8 +82,7 @@ Picture make(Kind kind, int width, int height, int components)
                     }
                     break;
                 case Kind::Gradient:
-                    sample = static_cast<std::uint8_t>(
-                        (x * 255 / std::max(1, width - 1) + y * (c + 1)) & 0xFF);
+                    sample = static_cast<std::uint8_t>((x * 255 / std::max(1, width - 1) + y * (c + 1)) & 0xFF);
                     break;
                 case Kind::White:
                     break;
@@ -98,9 +95,8 @@ Picture make(Kind kind, int width, int height, int components)
 
 TEST(JpegProgressiveCoder, WritesTheBytesOfLibjpegsOwnCoder)
 {
-    const struct
-    {
-        const char *name;
+    const struct {
+        const char* name;
         Kind kind;
         int width, height, components;
         std::vector<int> qualities;
@@ -116,7 +112,7 @@ TEST(JpegProgressiveCoder, WritesTheBytesOfLibjpegsOwnCoder)
         {"white, EOB run cut", Kind::White, 1600, 1600, 3, {75}},
         {"speckle, long runs", Kind::Speckle, 1700, 1300, 3, {100}},
     };
-    for (const auto &c : cases) {
+    for (const auto& c : cases) {
         const Picture picture = make(c.kind, c.width, c.height, c.components);
         for (const int quality : c.qualities) {
             SCOPED_TRACE(std::string(c.name) + " at quality " + std::to_string(quality));
@@ -129,7 +125,7 @@ TEST(JpegProgressiveCoder, WritesTheBytesOfLibjpegsOwnCoder)
 }
 
 // Coefficients chosen block by block, for the cases a picture reaches only by chance.
-using BlockMaker = void (*)(JCOEF *block, std::mt19937 &random);
+using BlockMaker = void (*)(JCOEF* block, std::mt19937& random);
 
 // Encodes a grey picture of 48 x 40 blocks from coefficients given in zigzag order, with
 // libjpeg's coder or ours.
@@ -141,7 +137,7 @@ std::vector<std::uint8_t> encode_coefficients(BlockMaker make_block, bool ours)
     jpeg_error_mgr errors;
     cinfo.err = jpeg_std_error(&errors);
     jpeg_create_compress(&cinfo);
-    unsigned char *buffer = nullptr;
+    unsigned char* buffer = nullptr;
     unsigned long size = 0;
     jpeg_mem_dest(&cinfo, &buffer, &size);
     cinfo.image_width = kBlocksWide * 8;
@@ -150,14 +146,13 @@ std::vector<std::uint8_t> encode_coefficients(BlockMaker make_block, bool ours)
     cinfo.in_color_space = JCS_GRAYSCALE;
     jpeg_set_defaults(&cinfo);
     jpeg_simple_progression(&cinfo);
-    jvirt_barray_ptr arrays[1] = {
-        (*cinfo.mem->request_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), JPOOL_IMAGE, TRUE,
-                                          kBlocksWide, kBlocksHigh, kBlocksHigh)};
+    jvirt_barray_ptr arrays[1] = {(*cinfo.mem->request_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), JPOOL_IMAGE,
+                                                                    TRUE, kBlocksWide, kBlocksHigh, kBlocksHigh)};
     (*cinfo.mem->realize_virt_arrays)(reinterpret_cast<j_common_ptr>(&cinfo));
     std::mt19937 random(11);
     for (JDIMENSION row = 0; row < kBlocksHigh; ++row) {
-        JBLOCKARRAY blocks = (*cinfo.mem->access_virt_barray)(
-            reinterpret_cast<j_common_ptr>(&cinfo), arrays[0], row, 1, TRUE);
+        JBLOCKARRAY blocks =
+            (*cinfo.mem->access_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), arrays[0], row, 1, TRUE);
         for (int column = 0; column < kBlocksWide; ++column) {
             JCOEF zigzag[64] = {};
             make_block(zigzag, random);
@@ -177,7 +172,7 @@ std::vector<std::uint8_t> encode_coefficients(BlockMaker make_block, bool ours)
     return bytes;
 }
 
-JCOEF signed_value(std::mt19937 &random, int low, int high)
+JCOEF signed_value(std::mt19937& random, int low, int high)
 {
     const int magnitude = low + static_cast<int>(random() % static_cast<unsigned>(high - low + 1));
     return static_cast<JCOEF>(random() % 2 ? magnitude : -magnitude);
@@ -185,15 +180,14 @@ JCOEF signed_value(std::mt19937 &random, int low, int high)
 
 TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
 {
-    const struct
-    {
-        const char *name;
+    const struct {
+        const char* name;
         BlockMaker make;
     } cases[] = {
         // Only large coefficients: every refinement is a correction bit held with the EOB run,
         // until the bits held would overflow.
         {"correction bits overflow",
-         [](JCOEF *block, std::mt19937 &random) {
+         [](JCOEF* block, std::mt19937& random) {
              for (int k = 1; k <= 14; ++k) {
                  block[k] = signed_value(random, 8, 40);
              }
@@ -201,7 +195,7 @@ TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
         // A coefficient refined to one after a run of more than 15 zeros, some with a large
         // coefficient inside the run.
         {"long runs before a newly non-zero coefficient",
-         [](JCOEF *block, std::mt19937 &random) {
+         [](JCOEF* block, std::mt19937& random) {
              block[0] = signed_value(random, 0, 300);
              block[1] = signed_value(random, 5, 9);
              if (random() % 3 == 0) {
@@ -211,13 +205,13 @@ TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
          }},
         // The largest values: AC magnitudes of 10 bits, DC steps of 11.
         {"extremes",
-         [](JCOEF *block, std::mt19937 &random) {
+         [](JCOEF* block, std::mt19937& random) {
              block[0] = signed_value(random, 900, 1023);
              block[1 + random() % 63] = signed_value(random, 1000, 1023);
              block[63] = signed_value(random, 1, 1023);
          }},
         {"sparse, mixed",
-         [](JCOEF *block, std::mt19937 &random) {
+         [](JCOEF* block, std::mt19937& random) {
              block[0] = signed_value(random, 0, 60);
              for (int k = 1; k < 64; ++k) {
                  if (random() % 9 == 0) {
@@ -225,9 +219,9 @@ TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
                  }
              }
          }},
-        {"empty", [](JCOEF *, std::mt19937 &) {}},
+        {"empty", [](JCOEF*, std::mt19937&) {}},
     };
-    for (const auto &c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const auto theirs = encode_coefficients(c.make, false);
         const auto ours = encode_coefficients(c.make, true);
@@ -239,30 +233,29 @@ TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
 TEST(JpegProgressiveCoder, LeavesCompressionsItDoesNotCodeToLibjpeg)
 {
     const Picture picture = make(Kind::Text, 64, 64, 3);
-    const struct
-    {
-        const char *name;
-        void (*set)(jpeg_compress_struct &);
+    const struct {
+        const char* name;
+        void (*set)(jpeg_compress_struct&);
     } cases[] = {
-        {"sequential", [](jpeg_compress_struct &) {}},
+        {"sequential", [](jpeg_compress_struct&) {}},
         {"restart markers",
-         [](jpeg_compress_struct &cinfo) {
+         [](jpeg_compress_struct& cinfo) {
              jpeg_simple_progression(&cinfo);
              cinfo.restart_in_rows = 1;
          }},
         {"arithmetic coding",
-         [](jpeg_compress_struct &cinfo) {
+         [](jpeg_compress_struct& cinfo) {
              jpeg_simple_progression(&cinfo);
              cinfo.arith_code = TRUE;
          }},
     };
-    for (const auto &c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         jpeg_compress_struct cinfo;
         jpeg_error_mgr errors;
         cinfo.err = jpeg_std_error(&errors);
         jpeg_create_compress(&cinfo);
-        unsigned char *buffer = nullptr;
+        unsigned char* buffer = nullptr;
         unsigned long size = 0;
         jpeg_mem_dest(&cinfo, &buffer, &size);
         cinfo.image_width = cinfo.image_height = 64;
