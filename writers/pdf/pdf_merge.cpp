@@ -172,7 +172,9 @@ void MergeAhead::prepare(const std::filesystem::path& part, bool first)
         // An earlier run's parts: dropped once the thread has let go of them.
         queue_.clear();
         changed_.wait(lock, [this] { return !busy_; });
-        engine::release_later(std::exchange(prepared_, {}));
+        if (!prepared_.empty()) {
+            engine::release_later(std::exchange(prepared_, {}));
+        }
     }
     queue_.push_back(part);
     changed_.notify_all();
