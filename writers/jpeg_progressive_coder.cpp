@@ -198,17 +198,19 @@ void emit_eob_run(Coder& c)
 struct BandMasks {
     std::uint64_t nonzero;   // |coefficient| >> Al is not zero
     std::uint64_t above_one; // |coefficient| >> Al is more than one
+    std::uint64_t low_bit;   // (|coefficient| >> Al) & 1: a refinement's correction bit
 };
 
-// Masks at natural positions over a whole block; with TwoLevels, above_one as well.
+// Masks at natural positions over a whole block; with TwoLevels, above_one and low_bit as well.
 template <bool TwoLevels>
 BandMasks band_masks(const JCOEF* block, int al)
 {
-    BandMasks masks{0, 0};
+    BandMasks masks{0, 0, 0};
 #if defined(__SSE2__)
     const __m128i zero = _mm_setzero_si128();
     const __m128i over_zero = _mm_set1_epi16(static_cast<short>((1 << al) - 1));
     const __m128i over_one = _mm_set1_epi16(static_cast<short>((2 << al) - 1));
+    const __m128i bit_al = _mm_set1_epi16(static_cast<short>(1 << al));
     for (int row = 0; row < 8; row += 2) {
         __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + row * 8));
         __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + row * 8 + 8));
@@ -221,6 +223,10 @@ BandMasks band_masks(const JCOEF* block, int al)
             const auto above = static_cast<std::uint64_t>(static_cast<unsigned>(
                 _mm_movemask_epi8(_mm_packs_epi16(_mm_cmpgt_epi16(a, over_one), _mm_cmpgt_epi16(b, over_one)))));
             masks.above_one |= above << (row * 8);
+            const auto low = static_cast<std::uint64_t>(static_cast<unsigned>(
+                _mm_movemask_epi8(_mm_packs_epi16(_mm_cmpeq_epi16(_mm_and_si128(a, bit_al), bit_al),
+                                                  _mm_cmpeq_epi16(_mm_and_si128(b, bit_al), bit_al)))));
+            masks.low_bit |= low << (row * 8);
         }
     }
 #else
@@ -228,6 +234,7 @@ BandMasks band_masks(const JCOEF* block, int al)
         const int magnitude = (block[position] < 0 ? -block[position] : block[position]) >> al;
         masks.nonzero |= std::uint64_t{magnitude != 0} << position;
         masks.above_one |= std::uint64_t{TwoLevels && magnitude > 1} << position;
+        masks.low_bit |= std::uint64_t{TwoLevels && (magnitude & 1) != 0} << position;
     }
 #endif
     return masks;
@@ -243,6 +250,27 @@ std::uint64_t to_band(std::uint64_t natural, int ss)
         band |= std::uint64_t{1} << (kZigzagIndex[static_cast<std::size_t>(position)] - ss);
     }
     return band;
+}
+
+// The same for all three masks, walking the non-zero coefficients in `in_band` once.
+BandMasks to_band(const BandMasks& natural, std::uint64_t in_band, int ss)
+{
+    BandMasks band{0, 0, 0};
+    while (in_band != 0) {
+        const int position = std::countr_zero(in_band);
+        in_band &= in_band - 1;
+        const int index = kZigzagIndex[static_cast<std::size_t>(position)] - ss;
+        band.nonzero |= std::uint64_t{1} << index;
+        band.above_one |= ((natural.above_one >> position) & 1) << index;
+        band.low_bit |= ((natural.low_bit >> position) & 1) << index;
+    }
+    return band;
+}
+
+// Band indices from `from` up to, not including, `to` (at most 63).
+std::uint64_t band_range(int from, int to)
+{
+    return ((std::uint64_t{1} << to) - 1) & ~((std::uint64_t{1} << from) - 1);
 }
 
 // ---- The four kinds of scan
@@ -337,35 +365,47 @@ boolean encode_ac_first(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
     return TRUE;
 }
 
+// Emits the correction bits of the coefficients in `earlier` (band indices, in order).
 template <bool Gather>
-boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
+void emit_known_bits(Coder& c, std::uint64_t earlier, std::uint64_t low_bits)
 {
-    Coder& c = coder_of(cinfo);
-    const JCOEF* block = MCU_data[0][0];
-    const BandMasks masks = band_masks<true>(block, cinfo->Al);
-    const std::uint64_t natural = masks.nonzero & c.band_natural;
-    if (natural == 0) {
-        count_eob<Gather>(c, 0);
-        return TRUE;
+    if constexpr (!Gather) {
+        unsigned value = 0;
+        int count = 0;
+        while (earlier != 0) {
+            const int k = std::countr_zero(earlier);
+            earlier &= earlier - 1;
+            value = (value << 1) | static_cast<unsigned>((low_bits >> k) & 1);
+            if (++count == 16) {
+                emit_bits<false>(c, value, count);
+                value = 0;
+                count = 0;
+            }
+        }
+        if (count > 0) {
+            emit_bits<false>(c, value, count);
+        }
     }
-    take_output(c);
-    const int ss = cinfo->Ss;
-    std::uint64_t band = to_band(natural, ss);
-    const std::uint64_t earlier = to_band(masks.above_one & c.band_natural, ss); // coded before: one bit each
-    const std::uint64_t fresh = band & ~earlier;
-    const int last_fresh = fresh == 0 ? 0 : 63 - std::countl_zero(fresh);
-    // This block's correction bits follow those held back with the EOB run.
+}
+
+// Codes the band indices from `from` to the newly non-zero coefficient at `fresh`, one by one,
+// where a zero run past 15 needs ZRL codes in between.
+template <bool Gather>
+void encode_refine_stretch(Coder& c, const JCOEF* block, const BandMasks& band, int from, int fresh)
+{
+    j_compress_ptr cinfo = c.cinfo;
+    // Correction bits gathered here follow those held back with the EOB run.
     char* added = c.correction + c.held_bits;
     unsigned added_count = 0;
     int run = 0;
-    int next = 0;
-    while (band != 0) {
-        const int k = std::countr_zero(band);
-        band &= band - 1;
+    int next = from;
+    std::uint64_t nonzero = band.nonzero & band_range(from, fresh + 1);
+    while (nonzero != 0) {
+        const int k = std::countr_zero(nonzero);
+        nonzero &= nonzero - 1;
         run += k - next;
         next = k + 1;
-        // Zero runs past 15 are coded, except where the EOB run can take them.
-        while (run > 15 && k <= last_fresh) {
+        while (run > 15) {
             emit_eob_run<Gather>(c);
             emit_symbol<Gather>(c, c.ac_table, 0xF0);
             run -= 16;
@@ -373,24 +413,65 @@ boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
             added = c.correction;
             added_count = 0;
         }
-        const int coefficient = block[kNaturalOrder[ss + k]];
-        if ((earlier >> k) & 1) {
-            const int magnitude = (coefficient < 0 ? -coefficient : coefficient) >> cinfo->Al;
-            added[added_count++] = static_cast<char>(magnitude & 1);
+        if (k != fresh) {
+            added[added_count++] = static_cast<char>((band.low_bit >> k) & 1);
             continue;
         }
         emit_eob_run<Gather>(c);
         emit_symbol<Gather>(c, c.ac_table, (run << 4) + 1);
-        emit_bits<Gather>(c, coefficient < 0 ? 0U : 1U, 1);
+        emit_bits<Gather>(c, block[kNaturalOrder[cinfo->Ss + k]] < 0 ? 0U : 1U, 1);
         emit_correction_bits<Gather>(c, added, added_count);
-        added = c.correction;
-        added_count = 0;
-        run = 0;
+    }
+}
+
+template <bool Gather>
+boolean encode_ac_refine(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
+{
+    Coder& c = coder_of(cinfo);
+    const JCOEF* block = MCU_data[0][0];
+    const BandMasks natural = band_masks<true>(block, cinfo->Al);
+    const std::uint64_t in_band = natural.nonzero & c.band_natural;
+    if (in_band == 0) {
+        count_eob<Gather>(c, 0);
+        return TRUE;
+    }
+    const BandMasks band = to_band(natural, in_band, cinfo->Ss);
+    // Coefficients coded before (above one) take a correction bit each; those now one are
+    // coded, each after the zero run before it and followed by the correction bits since.
+    take_output(c);
+    std::uint64_t fresh = band.nonzero & ~band.above_one;
+    int from = 0;
+    while (fresh != 0) {
+        const int k = std::countr_zero(fresh);
+        fresh &= fresh - 1;
+        const std::uint64_t earlier = band.above_one & band_range(from, k);
+        const int run = k - from - std::popcount(earlier);
+        if (run > 15) {
+            encode_refine_stretch<Gather>(c, block, band, from, k);
+        } else {
+            emit_eob_run<Gather>(c);
+            emit_symbol<Gather>(c, c.ac_table, (run << 4) + 1);
+            emit_bits<Gather>(c, block[kNaturalOrder[cinfo->Ss + k]] < 0 ? 0U : 1U, 1);
+            emit_known_bits<Gather>(c, earlier, band.low_bit);
+        }
+        from = k + 1;
     }
     give_output(c);
-    if (run > 0 || next < c.band_length || added_count > 0) {
-        count_eob<Gather>(c, added_count);
+    if (from == c.band_length) {
+        return TRUE;
     }
+    // The rest of the band goes into the EOB run, with the correction bits of its coefficients.
+    std::uint64_t earlier = band.above_one & band_range(from, c.band_length);
+    const auto count = static_cast<unsigned>(std::popcount(earlier));
+    if constexpr (!Gather) {
+        char* added = c.correction + c.held_bits;
+        while (earlier != 0) {
+            const int k = std::countr_zero(earlier);
+            earlier &= earlier - 1;
+            *added++ = static_cast<char>((band.low_bit >> k) & 1);
+        }
+    }
+    count_eob<Gather>(c, count);
     return TRUE;
 }
 
