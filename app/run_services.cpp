@@ -19,25 +19,43 @@
 namespace qf::app {
 namespace fs = std::filesystem;
 
-engine::PdfAssemblerFactory worker_pdf_assemblers(const fs::path& resources, std::shared_ptr<worker::WorkerPool> readers)
+namespace {
+
+// The copy request of a PDF page copy: its file, or kept in the worker (keep), then on
+// another worker than `avoid` when one is free.
+worker::CopiedReply copy_pages(worker::WorkerPool& readers, const fs::path& source, const std::string& password,
+                               const fs::path& copy, bool keep, pid_t avoid = 0)
 {
-    // The copy request of a PDF page copy: its file, or kept in the worker (keep).
-    const auto copy_pages = [readers](const fs::path& source, const std::string& password, const fs::path& copy,
-                                      bool keep) {
-        try {
-            return readers->copy_pages(
-                {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native(), keep});
-        } catch (const engine::Error& error) {
-            if (error.reason() == worker::kStoppedReason) {
-                throw std::runtime_error(error.reason()); // the run's abort, not the document's
-            }
-            throw;
+    try {
+        return readers.copy_pages(
+            {{worker::DocumentKind::Pdf, {source, password, engine::kTiledNo}, false}, copy.native(), keep}, avoid);
+    } catch (const engine::Error& error) {
+        if (error.reason() == worker::kStoppedReason) {
+            throw std::runtime_error(error.reason()); // the run's abort, not the document's
         }
-    };
+        throw;
+    }
+}
+
+} // namespace
+
+std::shared_ptr<CopyAhead> copy_ahead(std::shared_ptr<worker::WorkerPool> readers)
+{
+    return std::make_shared<CopyAhead>(
+        [readers](const fs::path& source, const std::string& password, pid_t avoid) {
+            // The copy stays in the worker: the path only satisfies the request's form.
+            return copy_pages(*readers, source, password, "/", true, avoid);
+        },
+        [readers] { readers->abort_requests(); });
+}
+
+engine::PdfAssemblerFactory worker_pdf_assemblers(const fs::path& resources, std::shared_ptr<worker::WorkerPool> readers,
+                                                  std::shared_ptr<CopyAhead> ahead)
+{
     writers::pdf::WorkerDelivery delivery;
-    delivery.keep = [copy_pages](const fs::path& source, const std::string& password) {
-        // The copy stays in the worker: the path only satisfies the request's form.
-        worker::CopiedReply copied = copy_pages(source, password, "/", true);
+    delivery.keep = [readers, ahead](const fs::path& source, const std::string& password) {
+        worker::CopiedReply copied =
+            ahead ? ahead->keep(source, password) : copy_pages(*readers, source, password, "/", true);
         return writers::pdf::KeptCopy{{copied.page_count, std::move(copied.uncopyable), {}},
                                       copied.token,
                                       static_cast<int>(copied.worker)};
@@ -55,8 +73,8 @@ engine::PdfAssemblerFactory worker_pdf_assemblers(const fs::path& resources, std
     };
     return writers::pdf::pdf_assembler_factory(
         resources,
-        [copy_pages](const fs::path& source, const std::string& password, const fs::path& copy) {
-            worker::CopiedReply copied = copy_pages(source, password, copy, false);
+        [readers](const fs::path& source, const std::string& password, const fs::path& copy) {
+            worker::CopiedReply copied = copy_pages(*readers, source, password, copy, false);
             return writers::pdf::FlattenedCopy{copied.page_count, std::move(copied.uncopyable),
                                                std::move(copied.in_frame)};
         },
@@ -78,7 +96,15 @@ engine::RunServices make_run_services(const fs::path& resources, int jobs)
     services.write_tiff_single = writers::write_tiff_single;
     services.write_text = writers::write_text;
     services.multipage_tiff = [] { return std::make_unique<writers::MultipageTiff>(); };
-    services.pdf_assembler = worker_pdf_assemblers(resources, readers);
+    // With two workers or more, the next document's copy is read ahead on another one.
+    std::shared_ptr<CopyAhead> ahead;
+    if (readers->settings().workers > 1) {
+        ahead = copy_ahead(readers);
+        services.read_ahead = [ahead](const fs::path& source, const std::string& password) {
+            ahead->expect(source, password);
+        };
+    }
+    services.pdf_assembler = worker_pdf_assemblers(resources, readers, ahead);
     const auto merge_ahead = std::make_shared<writers::pdf::MergeAhead>();
     services.part_written = [merge_ahead](const fs::path& part, bool first) { merge_ahead->prepare(part, first); };
     services.merge_pdfs = [merge_ahead](const std::vector<fs::path>& inputs, const fs::path& target,

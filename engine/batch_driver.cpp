@@ -124,6 +124,7 @@ void BatchRun::run_document(int row)
         if (!open_document(doc)) {
             return;
         }
+        read_ahead_after(row);
         walk_pages(doc);
         if (aborted_) {
             abandon_document(doc);
@@ -138,6 +139,17 @@ void BatchRun::run_document(int row)
         } else {
             fail_open(doc, reason);
         }
+    }
+}
+
+void BatchRun::read_ahead_after(int row)
+{
+    if (snapshot_.mformat != PdfMultipage || !services_.read_ahead || row >= llistcount_ || pleasestop_) {
+        return;
+    }
+    const DocumentRow& next = filelist_[static_cast<std::size_t>(row + 1)];
+    if (iends_with(next[column::name], ".PDF")) {
+        services_.read_ahead(fs::path(next[column::folder]) / next[column::name], next[column::password]);
     }
 }
 

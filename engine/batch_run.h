@@ -109,6 +109,8 @@ private:
     void run_document(int row);
     // Settles what the document's pages need; false, with a line, when it cannot be processed.
     bool open_document(Document& doc);
+    // Tells the services which PDF comes after `row`, for a document's own PDF.
+    void read_ahead_after(int row);
     // Prepares pages ahead, a bounded number at a time, and commits them in selection order.
     void walk_pages(Document& doc);
     // What is left of a document when an abort or an unexpected error ends it: nothing of its

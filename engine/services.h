@@ -157,6 +157,10 @@ struct RunServices {
     // A combined run's part has been written (`first`: the run's first), so that the merge may
     // start on it at once. May be empty.
     std::function<void(const std::filesystem::path& part, bool first)> part_written;
+    // The PDF after the document under way will have its pages taken for a document's own PDF
+    // (PDF (Multipage), and a combined file's parts), so its reading may start beside the
+    // current document. A hint only: nothing depends on it. May be empty.
+    std::function<void(const std::filesystem::path& source, const std::string& password)> read_ahead;
     std::function<std::unique_ptr<Stamper>()> stamper;
     std::function<void(const std::filesystem::path&)> writergb48; // 16 bits a sample, in place
     // Ends at once whatever the sources are reading (the run is aborted): the requests under

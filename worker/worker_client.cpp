@@ -299,7 +299,8 @@ WorkerFailure WorkerProcess::bury(std::chrono::milliseconds grace)
 class WorkerPool::Lease {
 public:
     // `worker`: the slot of that worker process only; gone() when no slot has it.
-    explicit Lease(WorkerPool& pool, pid_t worker = 0, bool abortable = true) : pool_(pool)
+    // `avoid`: rather another slot than that worker's, when one is free.
+    explicit Lease(WorkerPool& pool, pid_t worker = 0, bool abortable = true, pid_t avoid = 0) : pool_(pool)
     {
         std::unique_lock lock(pool_.mutex_);
         const std::uint64_t aborts = pool_.aborts_;
@@ -328,9 +329,15 @@ public:
                 return; // gone()
             }
         } else {
-            // A slot whose worker is running first, so that workers are started only as needed.
-            free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
-                                [](const Slot& slot) { return !slot.busy && slot.pid > 0; });
+            // A slot whose worker is running first, so that workers are started only as needed;
+            // a worker to avoid only when no other slot is free.
+            free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(), [avoid](const Slot& slot) {
+                return !slot.busy && slot.pid > 0 && (avoid == 0 || slot.pid != avoid);
+            });
+            if (free == pool_.slots_.end() && avoid != 0) {
+                free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
+                                    [avoid](const Slot& slot) { return !slot.busy && slot.pid != avoid; });
+            }
             if (free == pool_.slots_.end()) {
                 free = std::find_if(pool_.slots_.begin(), pool_.slots_.end(),
                                     [](const Slot& slot) { return !slot.busy; });
@@ -356,7 +363,8 @@ public:
             slot_->pid = running ? slot_->process->pid() : 0;
             slot_->pidfd.reset();
         }
-        pool_.slot_freed_.notify_one();
+        // Every waiter looks: one may wait for this very worker, another for any.
+        pool_.slot_freed_.notify_all();
     }
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
@@ -460,7 +468,7 @@ void WorkerPool::run(const Frame& request, const std::function<void(const Frame&
 bool WorkerPool::run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply,
                      const RunRules& rules)
 {
-    Lease lease(*this, rules.worker, rules.abortable);
+    Lease lease(*this, rules.worker, rules.abortable, rules.avoid);
     if (lease.gone()) {
         return false;
     }
@@ -612,14 +620,17 @@ PageFacts WorkerPool::page_facts(const PageFactsCall& call)
     return facts;
 }
 
-CopiedReply WorkerPool::copy_pages(const CopyCall& call)
+CopiedReply WorkerPool::copy_pages(const CopyCall& call, pid_t avoid)
 {
     CopiedReply copied;
     try {
-        run(encode_copy_pages(call), [&](const Frame& reply, int) {
-            throw_if_failed(reply, call.document.document.path, 0);
-            copied = decode_pages_copied(reply);
-        });
+        run(
+            encode_copy_pages(call),
+            [&](const Frame& reply, int) {
+                throw_if_failed(reply, call.document.document.path, 0);
+                copied = decode_pages_copied(reply);
+            },
+            RunRules{0, true, 1, avoid});
     } catch (const WorkerFailure& failure) {
         throw Error(failure.cause == Cause::Crashed ? ErrorKind::Damaged : ErrorKind::Unsupported,
                     failure_reason(failure, "the document"), call.document.document.path);

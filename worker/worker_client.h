@@ -137,8 +137,9 @@ public:
     // The page's size and turn (PageFacts), without drawing it. Throws as picture().
     PageFacts page_facts(const PageFactsCall& call);
     // Writes the PDF's pages, flattened, into a PDF of their own (CopyCall), or keeps them in
-    // the worker for deliver(). Throws as open().
-    CopiedReply copy_pages(const CopyCall& call);
+    // the worker for deliver(); on another worker than `avoid` when one is free. Throws as
+    // open().
+    CopiedReply copy_pages(const CopyCall& call, pid_t avoid = 0);
     // Has the worker that keeps the copy `call.token` (copied.worker) write the document's
     // PDF. Neither Stop nor abort_requests() ends it, and it may take ten times a page's time
     // limit. Empty when that worker has gone or no longer keeps the copy. Throws
@@ -179,6 +180,7 @@ private:
         pid_t worker = 0;
         bool abortable = true;
         int limit_factor = 1;
+        pid_t avoid = 0; // rather another worker than this one, when one is free
     };
     bool run(const Frame& request, const std::function<void(const Frame&, int region)>& take_reply,
              const RunRules& rules);
