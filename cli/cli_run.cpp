@@ -7,6 +7,8 @@
 #include <mutex>
 #include <variant>
 
+#include <unistd.h>
+
 #include "app/interrupt.h"
 #include "app/loader.h"
 #include "app/run_services.h"
@@ -27,6 +29,7 @@ constexpr const char* kStoppedAtOnce = "\nStopped at once.\n";
 // folder go, the terminal echoes again.
 [[noreturn]] void end_at_once()
 {
+    std::fflush(stdout);
     app::remove_unfinished_files();
     restore_terminal();
     std::fputs(kStoppedAtOnce, stderr);
@@ -54,6 +57,19 @@ void print_line(const std::string& line)
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
+}
+
+// A line of the run's log: at once to a terminal; into a pipe or a file in blocks, flushed at
+// every poll of the run, so at most a poll period late (a write a line was a twentieth of a
+// 20,000-page run). Whatever goes to standard error meanwhile flushes it first.
+void print_run_line(const std::string& line)
+{
+    static const bool terminal = ::isatty(::fileno(stdout)) != 0;
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fputc('\n', stdout);
+    if (terminal) {
+        std::fflush(stdout);
+    }
 }
 
 void print_problem(const std::string& line)
@@ -131,7 +147,7 @@ int convert(const CliRequest& request, const std::filesystem::path& resources,
         }
         const std::lock_guard lock(output);
         bar.clear();
-        print_line(event.line);
+        print_run_line(event.line);
     });
     run.start(request.values, rows);
     bool stop_asked = false;
@@ -142,6 +158,7 @@ int convert(const CliRequest& request, const std::filesystem::path& resources,
             run.stop();
             const std::lock_guard lock(output);
             bar.clear();
+            std::fflush(stdout);
             std::fputs("Stopping after the document under way (Ctrl-C again to stop at once)\n", stderr);
         }
         if (app::interrupt_count() > 1) {
@@ -152,6 +169,7 @@ int convert(const CliRequest& request, const std::filesystem::path& resources,
         }
         {
             const std::lock_guard lock(output);
+            std::fflush(stdout);
             bar.draw(tick.progress, tick.progress_max);
         }
         run.wait_for_worker(kPollPeriod);
