@@ -24,7 +24,6 @@ CopyAhead::~CopyAhead()
 
 void CopyAhead::expect(const std::filesystem::path& source, const std::string& password)
 {
-    const std::lock_guard lock(mutex_);
     expected_ = Wanted{source, password};
 }
 
@@ -60,11 +59,7 @@ worker::CopiedReply CopyAhead::keep(const std::filesystem::path& source, const s
     if (!copied) {
         copied = keeper_(source, password, 0);
     }
-    std::optional<Wanted> next;
-    {
-        const std::lock_guard lock(mutex_);
-        next = std::exchange(expected_, std::nullopt);
-    }
+    const std::optional<Wanted> next = std::exchange(expected_, std::nullopt);
     if (next && !(next->source == source && next->password == password)) {
         start(*next, static_cast<pid_t>(copied->worker));
     }

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -55,7 +54,6 @@ private:
 
     Keeper keeper_;
     std::function<void()> abort_reading_;
-    std::mutex mutex_;
     std::optional<Wanted> expected_;
     std::optional<Ahead> ahead_;
 };

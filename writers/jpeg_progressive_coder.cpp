@@ -114,11 +114,6 @@ int set_bits(std::uint64_t bits)
 #endif
 }
 
-int bit_count(unsigned value)
-{
-    return value == 0 ? 0 : std::bit_width(value);
-}
-
 // ---- Output
 
 void take_output(Coder& c)
@@ -197,7 +192,7 @@ void emit_eob_run(Coder& c)
     if (c.eob_run == 0) {
         return;
     }
-    const int size = bit_count(c.eob_run) - 1;
+    const int size = std::bit_width(c.eob_run) - 1;
     emit_symbol<Gather>(c, c.ac_table, size << 4);
     if (size > 0) {
         emit_bits<Gather>(c, c.eob_run, size);
@@ -301,7 +296,7 @@ boolean encode_dc_first(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
         c.last_dc[ci] = value;
         const int sign = diff >> 31;
         const unsigned magnitude = static_cast<unsigned>((diff ^ sign) - sign);
-        const int size = bit_count(magnitude);
+        const int size = std::bit_width(magnitude);
         if (size > kMaxCoefficientBits + 1) {
             fail(cinfo, JERR_BAD_DCT_COEF);
         }
@@ -365,7 +360,7 @@ boolean encode_ac_first(j_compress_ptr cinfo, JBLOCKROW* MCU_data)
         const int coefficient = block[kNaturalOrder[cinfo->Ss + k]];
         const int sign = coefficient >> 31;
         const unsigned magnitude = static_cast<unsigned>((coefficient ^ sign) - sign) >> cinfo->Al;
-        const int size = bit_count(magnitude);
+        const int size = std::bit_width(magnitude);
         if (size > kMaxCoefficientBits) {
             fail(cinfo, JERR_BAD_DCT_COEF);
         }

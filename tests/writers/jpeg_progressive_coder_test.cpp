@@ -21,21 +21,46 @@ struct Picture {
     std::vector<std::uint8_t> samples;
 };
 
+// A compression into memory with the library's defaults for its size and components (3: RGB,
+// 1: grey).
+struct MemoryCompression {
+    jpeg_compress_struct cinfo;
+    jpeg_error_mgr errors;
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+
+    MemoryCompression(int width, int height, int components)
+    {
+        cinfo.err = jpeg_std_error(&errors);
+        jpeg_create_compress(&cinfo);
+        jpeg_mem_dest(&cinfo, &buffer, &size);
+        cinfo.image_width = static_cast<JDIMENSION>(width);
+        cinfo.image_height = static_cast<JDIMENSION>(height);
+        cinfo.input_components = components;
+        cinfo.in_color_space = components == 3 ? JCS_RGB : JCS_GRAYSCALE;
+        jpeg_set_defaults(&cinfo);
+    }
+    ~MemoryCompression()
+    {
+        jpeg_destroy_compress(&cinfo);
+        std::free(buffer);
+    }
+    MemoryCompression(const MemoryCompression&) = delete;
+    MemoryCompression& operator=(const MemoryCompression&) = delete;
+
+    // Ends the compression; the file's bytes.
+    std::vector<std::uint8_t> finish()
+    {
+        jpeg_finish_compress(&cinfo);
+        return {buffer, buffer + size};
+    }
+};
+
 // Encodes as the JPEG writer does, with libjpeg's coder or ours.
 std::vector<std::uint8_t> encode(const Picture& picture, int quality, bool ours)
 {
-    jpeg_compress_struct cinfo;
-    jpeg_error_mgr errors;
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&cinfo);
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&cinfo, &buffer, &size);
-    cinfo.image_width = static_cast<JDIMENSION>(picture.width);
-    cinfo.image_height = static_cast<JDIMENSION>(picture.height);
-    cinfo.input_components = picture.components;
-    cinfo.in_color_space = picture.components == 3 ? JCS_RGB : JCS_GRAYSCALE;
-    jpeg_set_defaults(&cinfo);
+    MemoryCompression compression(picture.width, picture.height, picture.components);
+    jpeg_compress_struct& cinfo = compression.cinfo;
     jpeg_set_quality(&cinfo, quality, TRUE);
     jpeg_simple_progression(&cinfo);
     jpeg_start_compress(&cinfo, TRUE);
@@ -47,11 +72,7 @@ std::vector<std::uint8_t> encode(const Picture& picture, int quality, bool ours)
         JSAMPROW row = const_cast<JSAMPROW>(picture.samples.data() + stride * cinfo.next_scanline);
         jpeg_write_scanlines(&cinfo, &row, 1);
     }
-    jpeg_finish_compress(&cinfo);
-    jpeg_destroy_compress(&cinfo);
-    std::vector<std::uint8_t> bytes(buffer, buffer + size);
-    std::free(buffer);
-    return bytes;
+    return compression.finish();
 }
 
 enum class Kind { Text, Noise, Speckle, Gradient, White };
@@ -133,18 +154,8 @@ std::vector<std::uint8_t> encode_coefficients(BlockMaker make_block, bool ours)
 {
     constexpr int kBlocksWide = 48;
     constexpr int kBlocksHigh = 40;
-    jpeg_compress_struct cinfo;
-    jpeg_error_mgr errors;
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&cinfo);
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&cinfo, &buffer, &size);
-    cinfo.image_width = kBlocksWide * 8;
-    cinfo.image_height = kBlocksHigh * 8;
-    cinfo.input_components = 1;
-    cinfo.in_color_space = JCS_GRAYSCALE;
-    jpeg_set_defaults(&cinfo);
+    MemoryCompression compression(kBlocksWide * 8, kBlocksHigh * 8, 1);
+    jpeg_compress_struct& cinfo = compression.cinfo;
     jpeg_simple_progression(&cinfo);
     jvirt_barray_ptr arrays[1] = {(*cinfo.mem->request_virt_barray)(reinterpret_cast<j_common_ptr>(&cinfo), JPOOL_IMAGE,
                                                                     TRUE, kBlocksWide, kBlocksHigh, kBlocksHigh)};
@@ -165,11 +176,7 @@ std::vector<std::uint8_t> encode_coefficients(BlockMaker make_block, bool ours)
     if (ours) {
         EXPECT_TRUE(use_fast_progressive_coder(cinfo));
     }
-    jpeg_finish_compress(&cinfo);
-    jpeg_destroy_compress(&cinfo);
-    std::vector<std::uint8_t> bytes(buffer, buffer + size);
-    std::free(buffer);
-    return bytes;
+    return compression.finish();
 }
 
 JCOEF signed_value(std::mt19937& random, int low, int high)
@@ -232,7 +239,6 @@ TEST(JpegProgressiveCoder, WritesLibjpegsBytesForChosenCoefficients)
 
 TEST(JpegProgressiveCoder, LeavesCompressionsItDoesNotCodeToLibjpeg)
 {
-    const Picture picture = make(Kind::Text, 64, 64, 3);
     const struct {
         const char* name;
         void (*set)(jpeg_compress_struct&);
@@ -251,23 +257,10 @@ TEST(JpegProgressiveCoder, LeavesCompressionsItDoesNotCodeToLibjpeg)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        jpeg_compress_struct cinfo;
-        jpeg_error_mgr errors;
-        cinfo.err = jpeg_std_error(&errors);
-        jpeg_create_compress(&cinfo);
-        unsigned char* buffer = nullptr;
-        unsigned long size = 0;
-        jpeg_mem_dest(&cinfo, &buffer, &size);
-        cinfo.image_width = cinfo.image_height = 64;
-        cinfo.input_components = 3;
-        cinfo.in_color_space = JCS_RGB;
-        jpeg_set_defaults(&cinfo);
-        c.set(cinfo);
-        jpeg_start_compress(&cinfo, TRUE);
-        EXPECT_FALSE(use_fast_progressive_coder(cinfo));
-        jpeg_abort_compress(&cinfo);
-        jpeg_destroy_compress(&cinfo);
-        std::free(buffer);
+        MemoryCompression compression(64, 64, 3);
+        c.set(compression.cinfo);
+        jpeg_start_compress(&compression.cinfo, TRUE);
+        EXPECT_FALSE(use_fast_progressive_coder(compression.cinfo));
     }
 }
 
